@@ -1,0 +1,195 @@
+/* libvesk: the client side of network key management, callable from C11 and C++20.
+ *
+ * A program calls SetupCertificates once, perhaps SetTimeout, and then public calls, each of which stands alone: it
+ * opens one mutually authenticated TLS connection to the key server, sends one transaction, reads the reply into the
+ * caller's buffers, and closes the connection.
+ *
+ * Every public call takes first
+ *   paths  the certificate paths that SetupCertificates filled
+ *   host   the server's host name or numeric address, at most 40 characters: more are cut off
+ *   port   the server's port, 1 to 65535
+ * and returns a status: 0 when the server answered "0000" and the reply was processed, otherwise the status of the
+ * first step that failed (orn/status.h; StatusText() in orn/support.h explains any of them): a CONN_ERR_ code     the
+ * connection could not be made, or sending or reading failed; outputs are as the call's own text says a library code
+ * named at the call four digits          the server's return code
+ *
+ * Text arguments are NUL-terminated and not changed; text longer than its field is cut to the field's width, and a null
+ * pointer counts as empty text, unless a call says otherwise. Widths are in characters without terminator; buffer sizes
+ * are in bytes with it. The caller owns everything that it passes; a call keeps no pointer to it.
+ *
+ * Threads: any number of threads may make calls at the same time. Only SetTimeout is process-wide: call it before.
+ *
+ * A call blocks until the reply has been read or a time-out has run out: 10 seconds for connection and handshake, and
+ * for the reply 60 seconds, unless the call names more. No call prints to the terminal or ends the process, unless it
+ * says so. */
+#ifndef ORN_VESK_H
+#define ORN_VESK_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "orn/records.h"
+#include "orn/status.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct CertificateInfo CertificateInfo; /* orn/support.h */
+typedef struct LinkedList LinkedList;           /* orn/support.h */
+
+/* ---- Set-up and helpers --------------------------------------------------------------------------------------------
+ */
+
+/* The client's certificate files: the directory, ending in '/', then the directory joined with each of three file
+ * names: file 1 the trusted authority, file 2 the client's certificate chain, file 3 its private key, all PEM. Each
+ * path has at most 100 characters. */
+typedef struct CertificatePaths {
+  char caPath[4][2049];
+} CertificatePaths;
+
+/* Fills paths from a directory (a '/' is added when it is missing) and three file names. Returns 0;
+ * ERR_CERT_PATH_LENGTH when a path would exceed 100 characters; ERR_CERT_DIR_FORM for a directory of exactly 100
+ * characters that does not end in '/'. On failure paths is untouched. No file is opened. */
+int SetupCertificates(CertificatePaths *paths, const char *dirName, const char *fileName1, const char *fileName2,
+                      const char *fileName3);
+
+/* Records two time-outs, in seconds, in the sessions opened from now on. Initially 10 and 0. They do not change how
+ * long a call waits, which each transaction fixes. Not to be called while other threads make calls. */
+void SetTimeout(uint32_t timeout1, uint32_t timeout2);
+
+/* Copies at most size - 1 characters of source and terminates them; always writes the last byte of destination, which
+ * must really hold size bytes. With size 0 nothing is written. Returns the length of source. */
+size_t vesk_strlcpy(char *destination, const char *source, size_t size);
+
+/* Removes trailing blanks, tabs and newlines: strip_with_length for the length of source. */
+char *strip(const char *source, char *destination);
+
+/* Copies length + 1 bytes of source to destination and ends the text behind its last character that is not a blank, tab
+ * or newline. A text of blanks alone is left as it is. Both must hold length + 1 bytes and may be the same buffer.
+ * Returns destination. */
+char *strip_with_length(const char *source, char *destination, size_t length);
+
+/* Connects as every call does and describes two certificates of the server's chain: the last of it in caInfo, the one
+ * before it in commInfo. No transaction is sent. Neither pointer may be null. Returns 0; ERR_NO_CA_CERT for an empty
+ * chain (neither is filled); ERR_NO_COMM_CERT for a chain of one (caInfo is filled); or a CONN_ERR_ code. */
+int GetServerCertificateInfo(const CertificatePaths *paths, const char *host, uint32_t port, CertificateInfo *caInfo,
+                             CertificateInfo *commInfo);
+
+/* Writes a label and the text form of a certificate summary to the trace. */
+void logCertInfo(const char *label, const CertificateInfo *info);
+
+/* ---- Connectivity --------------------------------------------------------------------------------------------------
+ */
+
+/* Proves that the server can be reached, accepts the client's certificate and answers. */
+int qAdminNoop(const CertificatePaths *paths, const char *host, uint32_t port);
+
+/* ---- Serving keys --------------------------------------------------------------------------------------------------
+ */
+
+/* Draws the next key of a key template: every call serves an increment of its own.
+ *
+ * constant       names the template: 15 characters; more than 39 are cut off
+ * keyName        41 bytes, receives the key's name
+ * keyValue       32 bytes, receives the key. Wipe it after use.
+ * lastIncrement  receives the increment served
+ *
+ * Returns 0; ERR_NULL_ARGUMENT for a null keyName, before anything else (the other two must not be null);
+ * ERR_NEXT_KEY_SIZE; a server return code (the template is exhausted, for example); or a CONN_ERR_ code. The outputs
+ * are untouched after every failure. */
+int qGetNextKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *constant, char *keyName,
+                unsigned char *keyValue, uint32_t *lastIncrement);
+
+/* Fetches one key.
+ *
+ * keyName   at most 40 characters; a name given with trailing blanks never matches
+ * instance  at most 24 characters; empty for the current instance
+ * record    1607 bytes, zeroed first. Its name comes trimmed; caKeyValue holds 256 bytes as received, of which the
+ * first caKeySizeBits / 8 are the key. Wipe it after use.
+ *
+ * Returns 0; ERR_NULL_ARGUMENT for a null record, before anything else; ERR_KEY_NAME_MISMATCH when the key returned
+ * carries another name (record holds the reply); ERR_TRANSACTION_SIZE; a server return code (record holds the reply,
+ * its name untrimmed); or a CONN_ERR_ code (record is zero). */
+int qRetrieveKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName,
+                 const char *instance, KeyRecord *record);
+
+/* Reads the sixteen metadata fields of a key's current instance.
+ *
+ * keyName  at most 40 characters
+ * values   1040 bytes, zeroed first; trailing blanks of the fields are kept
+ *
+ * Returns 0; ERR_NULL_ARGUMENT for null values, before anything else; ERR_TRANSACTION_SIZE; a server return code; or a
+ * CONN_ERR_ code. values stays zero after every failure. */
+int qRetrieveKeyMetadata(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName,
+                         KeyMetadataValues *values);
+
+/* ---- Key lifecycle -------------------------------------------------------------------------------------------------
+ */
+
+/* Creates a 256-bit key with neither activation nor expiration date nor rollover, deletable.
+ *
+ * keyName     at most 40 characters
+ * cMirrorKey  'Y' makes it a mirror key, which the server replicates; any other character does not
+ *
+ * Returns 0, ERR_TRANSACTION_SIZE, a server return code (a key of that name exists, for example) or a CONN_ERR_ code.
+ */
+int qCreateSymKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName, char cMirrorKey);
+
+/* Generates a batch of 256-bit mirror keys for a key template, with the policy of qCreateSymKey. Waits up to 1200
+ * seconds for the server.
+ *
+ * constant  names the template: 15 characters; more than 39 are cut off
+ * cGenMode  'a' adds to an existing template; any other character makes a new one
+ * count     number of keys. The request has room for five digits: of a count above 99999 only the first five are sent.
+ *
+ * Returns 0; ERR_KEY_COUNT_RANGE for a count above 16777215, before anything else; ERR_AUTOGEN_SIZE; a server return
+ * code; or a CONN_ERR_ code. */
+int qAutoGenKeys(const CertificatePaths *paths, const char *host, uint32_t port, const char *constant, char cGenMode,
+                 uint32_t count);
+
+/* Asks the server to create its key database. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_
+ * code. */
+int qCreateDatabase(const CertificatePaths *paths, const char *host, uint32_t port);
+
+/* Deletes a key. keyName: at most 40 characters. Returns 0, ERR_TRANSACTION_SIZE, a server return code (there is no
+ * such key, or it may not be deleted, for example) or a CONN_ERR_ code. */
+int qDeleteKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName);
+
+/* Makes a key deletable. It cannot be made undeletable: cDeletable is accepted and not used. Waits up to 1200 seconds
+ * for the server. keyName: at most 40 characters. Returns 0, ERR_AUTOGEN_SIZE, a server return code or a CONN_ERR_
+ * code. */
+int qChangeDeletable(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName,
+                     char cDeletable);
+
+/* ---- Key templates ------------------------------------------------------------------------------------------------
+ *
+ * constant names the template: 15 characters; more than 39 are cut off. */
+
+/* Reads how large a template is and how far it has been served.
+ *
+ * piTemplateSize  receives the last increment that the template has
+ * piSequenceOut   receives the increment that it serves next, or one more than the last when all are served
+ *
+ * Neither may be null; both are written only on success. Returns 0, ERR_REPLY_SIZE, a server return code or a CONN_ERR_
+ * code. */
+int qGetTemplateDepth(const CertificatePaths *paths, const char *host, uint32_t port, const char *constant,
+                      uint32_t *piTemplateSize, uint32_t *piSequenceOut);
+
+/* Appends the constant of every template to list, NUL-terminated, without trailing blanks, in the server's order. The
+ * caller creates the list (ll_create, 40 bytes an element) and frees it; in shorter elements a constant is cut. What
+ * was appended before a failure stays. Returns 0, ERR_LIST_SIZE, a server return code or a CONN_ERR_ code. */
+int qGetTemplateList(const CertificatePaths *paths, const char *host, uint32_t port, LinkedList *list);
+
+/* Removes a template. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_ code. */
+int qRemoveTemplate(const CertificatePaths *paths, const char *host, uint32_t port, const char *constant);
+
+/* Sets the increment that a template serves next, 0 to 16777215; a larger one is sent as it is. Returns 0,
+ * ERR_REPLY_SIZE, a server return code or a CONN_ERR_ code. */
+int qSetNextIncrement(const CertificatePaths *paths, const char *host, uint32_t port, const char *constant,
+                      uint32_t iNextIncrement);
+
+#ifdef __cplusplus
+}
+#endif
+#endif
