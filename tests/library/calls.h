@@ -1,0 +1,23 @@
+// Every public call with what it sends, written out: the cases of the tests that hold for all of them.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "orn/vesk.h"
+
+struct CallCase {
+  const char *function;  // the transaction function
+  std::function<int(const CertificatePaths &)> call;
+  std::string request;
+  std::string tran_id;
+  int reply_timeout;
+  int oversize_status;
+  const char *oversize_name;
+  bool paged = false;       // a reply is a page with a block behind it
+  int status_of_empty = 0;  // of a reply of length 0
+};
+
+// Key name "K1", instance "I1", constant "TEMPLATE0000001".
+const std::vector<CallCase> &all_calls();

@@ -1,0 +1,55 @@
+// What the tests of the library share: a fresh script for each, and the protocol's text written out.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "orn/skeys.h"
+#include "orn/vesk.h"
+#include "tests/library/scripted_connection.h"
+
+using script::connection;
+
+// Text as it stands in a field on the wire: left-justified, blank-padded.
+inline std::string padded(std::string_view text, std::size_t width) {
+  std::string field(text.substr(0, width));
+  field.resize(width, ' ');
+  return field;
+}
+
+inline std::string blanks(std::size_t width) {
+  return std::string(width, ' ');
+}
+inline std::string zeros(std::size_t width) {
+  return std::string(width, '\0');
+}
+
+// A body behind its five length digits.
+inline std::string framed(const std::string &body) {
+  char digits[16];
+  std::snprintf(digits, sizeof digits, "%05zu", body.size());
+  return digits + body;
+}
+
+// A call that goes through leaves nothing of the script and tears down what it set up.
+class LibraryTest : public testing::Test {
+ protected:
+  LibraryTest() {
+    script::reset();
+    SetTimeout(10, 0);
+    SetupCertificates(&paths_, "/certificates", "authority.pem", "client.pem", "client-key.pem");
+  }
+  ~LibraryTest() override {
+    EXPECT_EQ(connection().replies, "") << "the call left bytes unread";
+    EXPECT_EQ(static_cast<std::size_t>(connection().teardowns), connection().setups.size());
+    script::reset();
+  }
+
+  CertificatePaths paths_;
+  const char *const host_ = "kms.example";
+  const uint32_t port_ = 5696;
+};
