@@ -51,6 +51,12 @@ typedef struct KeyMetadataValues {
   char md[16][65];
 } KeyMetadataValues;
 
+/* What a metadata query tells of a key: 496 bytes, without trailing blanks, tabs and newlines. */
+typedef struct KeyMetadataSummary {
+  char caKeyName[41];
+  char md[7][65]; /* MD01 to MD07 */
+} KeyMetadataSummary;
+
 /* The state of a key template. Increments are hexadecimal. */
 typedef struct TemplateDepth {
   char caTranId[5];

@@ -43,6 +43,10 @@ typedef struct RequestFields {
   char caKeyCount[6];
   char caGenMode[2];
   char caNextIncrement[41];
+  char caMetadata[16][65];
+  char caDataFile[2049];     /* the file that a listing is written to; empty for none */
+  char caKeyFilter[65];      /* key-name prefix; empty for none */
+  char caHighestSequence[7]; /* what DisplayKeyNameList found, hexadecimal */
 } RequestFields;
 
 /* One call's private record, from the opening of the connection to its end. */
@@ -113,6 +117,19 @@ void RemoveTemplate(Session *session);
 
 /* Sets the increment that a template serves next; wants what RemoveTemplate wants and caNextIncrement. */
 void SetNextIncrement(Session *session);
+
+/* Overwrites the sixteen metadata fields of a key; wants caKeyName, caInstance and caMetadata, each field of exactly 64
+ * characters: field MDk of another length is the status 10000 - k, and nothing is sent. A wrong MD01 is also told on
+ * standard output. */
+void SetMetadata(Session *session);
+
+/* Queries the metadata of keys, page by page, into caDataFile, if that is not empty, and into list, which may be null;
+ * wants the criteria in pcaFilter, in field order, empty ones included, up to the first null pointer. */
+void RetrieveMetadata(Session *session, LinkedList *list);
+
+/* Lists the names of keys, page by page, into caDataFile, if that is not empty, and into list, which may be null; wants
+ * caKeyFilter and leaves caHighestSequence. */
+void DisplayKeyNameList(Session *session, LinkedList *list);
 
 #ifdef __cplusplus
 }

@@ -189,6 +189,84 @@ int qRemoveTemplate(const CertificatePaths *paths, const char *host, uint32_t po
 int qSetNextIncrement(const CertificatePaths *paths, const char *host, uint32_t port, const char *constant,
                       uint32_t iNextIncrement);
 
+/* ---- Key metadata ---------------------------------------------------------------------------------------------------
+ *
+ * Every key has sixteen metadata fields, MD01 to MD16, of 64 characters of free text, to which neither library nor
+ * server gives a meaning. */
+
+/* Names of the operators of a metadata query, which are given by index: 0 "XX" the field is not tested, 1 "EQ" equal,
+ * 2 "NE" not equal, 3 "CT" contains, 4 "GT" greater, 5 "LT" less, 6 "GE" greater or equal, 7 "LE" less or equal. */
+extern const char opLut[8][3];
+
+/* Overwrites all sixteen metadata fields of a key.
+ *
+ * keyName   at most 40 characters
+ * instance  at most 24 characters; empty for the current instance
+ * mdNN      at most 64 characters each. A null md03 counts as empty text; none of the others may be null.
+ *
+ * Returns 0; ERR_METADATA_ARGUMENT, before anything else, when the addresses of the fields but md03 have no bit in
+ * common, as a null pointer among them makes certain; ERR_TRANSACTION_SIZE; a server return code; or a CONN_ERR_ code.
+ */
+int qSetMetadata(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName,
+                 const char *instance, const char *md01, const char *md02, const char *md03, const char *md04,
+                 const char *md05, const char *md06, const char *md07, const char *md08, const char *md09,
+                 const char *md10, const char *md11, const char *md12, const char *md13, const char *md14,
+                 const char *md15, const char *md16);
+
+/* Queries the metadata of all keys and writes a line for each key that meets every criterion:
+ * name,MD01,MD02,MD03,MD04,MD05,MD06,MD07 without trailing blanks. Commas in the fields are written as they are. Waits
+ * up to 300 seconds for each page.
+ *
+ * valueNN, operatorNN  the criterion of field NN: at most 64 characters, and an index into opLut. A null value or the
+ *                      index 0 leaves the field untested.
+ * outputFile           created or truncated, at most 2048 characters; empty for none. When it cannot be opened or
+ * written, the call returns 0 all the same and only the trace tells.
+ *
+ * Returns 0; ERR_METADATA_ARGUMENT, before anything else, for an index outside opLut; ERR_METADATA_TRANSACTION_SIZE; a
+ * server return code; or a CONN_ERR_ code. Lines written before a failure stay. */
+int qRetrieveMetadata(const CertificatePaths *paths, const char *host, uint32_t port, const char *value01,
+                      int operator01, const char *value02, int operator02, const char *value03, int operator03,
+                      const char *value04, int operator04, const char *value05, int operator05, const char *value06,
+                      int operator06, const char *value07, int operator07, const char *value08, int operator08,
+                      const char *value09, int operator09, const char *value10, int operator10, const char *value11,
+                      int operator11, const char *value12, int operator12, const char *value13, int operator13,
+                      const char *value14, int operator14, const char *value15, int operator15, const char *value16,
+                      int operator16, const char *outputFile);
+
+/* The same query into a list that the caller creates (ll_create(sizeof(KeyMetadataSummary))) and frees. */
+int qRetrieveMetadata_as_ll(const CertificatePaths *paths, const char *host, uint32_t port, const char *value01,
+                            int operator01, const char *value02, int operator02, const char *value03, int operator03,
+                            const char *value04, int operator04, const char *value05, int operator05,
+                            const char *value06, int operator06, const char *value07, int operator07,
+                            const char *value08, int operator08, const char *value09, int operator09,
+                            const char *value10, int operator10, const char *value11, int operator11,
+                            const char *value12, int operator12, const char *value13, int operator13,
+                            const char *value14, int operator14, const char *value15, int operator15,
+                            const char *value16, int operator16, LinkedList *list);
+
+/* ---- Key names -----------------------------------------------------------------------------------------------------
+ *
+ * The list of all key names, page by page: it takes memory for one page, whatever their number. Each call waits up to
+ * 300 seconds for each page.
+ *
+ * dataFile         created or truncated, at most 2048 characters; receives a line for each name: its 40 characters,
+ * blanks kept. Empty for none. When it cannot be written in full, the list ends there with status 0 and a highest
+ *                  sequence of 0, and the trace tells.
+ * list             created by the caller (ll_create(41)) and freed by the caller; receives each name, blanks kept
+ * filter           at most 64 characters, of which the first 40 count: only names that begin so are delivered; empty
+ * for all. The server sends all names in any case. highestSequence  receives the highest sequence number that the
+ * delivered names carry in their characters 16 to 21, hexadecimal; 16777215 when there was none. A name that carries
+ * "000000" starts the count anew. Written only on success.
+ *
+ * Return 0; ERR_LIST_FILE when dataFile could not be opened; ERR_TRANSACTION_SIZE; a server return code; or a CONN_ERR_
+ * code. Names delivered before a failure stay. */
+int qRetrieveKeyNameList(const CertificatePaths *paths, const char *host, uint32_t port, const char *dataFile);
+int qRetrieveKeyNameList_as_ll(const CertificatePaths *paths, const char *host, uint32_t port, LinkedList *list);
+int qRetrieveKeyNameListFiltered(const CertificatePaths *paths, const char *host, uint32_t port, const char *dataFile,
+                                 const char *filter, uint32_t *highestSequence);
+int qRetrieveKeyNameListFiltered_as_ll(const CertificatePaths *paths, const char *host, uint32_t port, LinkedList *list,
+                                       const char *filter, uint32_t *highestSequence);
+
 #ifdef __cplusplus
 }
 #endif

@@ -17,6 +17,26 @@ char key_name[41];
 unsigned char key_value[32];
 uint32_t number, other_number;
 
+int set_metadata(const CertificatePaths &p) {
+  return qSetMetadata(&p, kHost, kPort, "K1", "I1", "m1", "m2", "m3", "m4", "m5", "m6", "m7", "m8", "m9", "m10", "m11",
+                      "m12", "m13", "m14", "m15", "m16");
+}
+
+std::string set_metadata_request() {
+  std::string request =
+      "01188"
+      "1039" +
+      padded("K1", 40) + padded("I1", 24) + "MD01'" + padded("m1", 64);
+  for (int k = 2; k <= 16; ++k)
+    request += std::string("'MD") + (k < 10 ? "0" : "") + std::to_string(k) + "'" + padded("m" + std::to_string(k), 64);
+  return request + "'";
+}
+
+int query_metadata(const CertificatePaths &p) {
+  return qRetrieveMetadata_as_ll(&p, kHost, kPort, "unused", 0, "a", 1, nullptr, 1, nullptr, 0, "b", 6, "", 0, "", 0,
+                                 "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, &list);
+}
+
 }  // namespace
 
 const std::vector<CallCase> &all_calls() {
@@ -82,6 +102,17 @@ const std::vector<CallCase> &all_calls() {
        "2003" +
            padded(kConstant, 39) + "06" + "H" + "15" + "BIN",
        "2003", 60, 5109, "GetNextKeyRsp"},
+      {"SetMetadata", [](const CertificatePaths &p) { return set_metadata(p); }, set_metadata_request(), "1039", 60,
+       9999, "SetMetadata"},
+      {"RetrieveMetadata", [](const CertificatePaths &p) { return query_metadata(p); },
+       "00153"
+       "1053"
+       "MD02 EQ '" +
+           padded("a", 64) + "' MD05 GE '" + padded("b", 64) + "'",
+       "1053", 300, 9145, "RetrieveMetadata"},
+      {"DisplayKeyNameList",
+       [](const CertificatePaths &p) { return qRetrieveKeyNameList_as_ll(&p, kHost, kPort, &list); }, "000041037",
+       "1037", 300, 9999, "DisplayKeyNameList"},
   };
   return calls;
 }

@@ -54,29 +54,25 @@ TEST_F(ConnectivityTest, TransactionFunctionRefusesANullResultAndSendsNothing) {
 }
 
 TEST_F(ConnectivityTest, TransactionFunctionDeliversTheReturnCodeAsText) {
-  Session session{};
-  session.hTls = script::kTls;
-  session.hTlsRead = script::kTlsRead;
-  std::strcpy(session.request.caTranId, "1043");
+  const auto session = open_session();
+  std::strcpy(session->request.caTranId, "1043");
   connection().replies =
       "00008"
       "1043"
       "0012";
   char result[5] = {'x', 'x', 'x', 'x', 'x'};
-  AdminNoop(&session, result);
+  AdminNoop(session.get(), result);
   EXPECT_STREQ(result, "0012");
-  EXPECT_EQ(session.iStatus, 12);
-  EXPECT_STREQ(session.caTranLen, "00008");
-  EXPECT_EQ(session.iBytesRead, 0);
+  EXPECT_EQ(session->iStatus, 12);
+  EXPECT_STREQ(session->caTranLen, "00008");
+  EXPECT_EQ(session->iBytesRead, 0);
 }
 
 TEST_F(ConnectivityTest, TransactionFunctionLeavesTheResultZeroWhenReadingFails) {
-  Session session{};
-  session.hTls = script::kTls;
-  session.hTlsRead = script::kTlsRead;
+  const auto session = open_session();
   char result[5] = {'x', 'x', 'x', 'x', 'x'};
-  AdminNoop(&session, result);
-  EXPECT_EQ(session.iStatus, script::kClosed);
+  AdminNoop(session.get(), result);
+  EXPECT_EQ(session->iStatus, script::kClosed);
   EXPECT_EQ(std::string_view(result, 5), zeros(5));
 }
 

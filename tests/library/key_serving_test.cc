@@ -226,15 +226,13 @@ TEST_F(NextKeyTest, CutsAConstantAt39Characters) {
 }
 
 TEST_F(NextKeyTest, SendsAsManyBytesAsTheRequestsTextHas) {
-  Session session{};
-  session.hTls = script::kTls;
-  session.hTlsRead = script::kTlsRead;
-  std::strcpy(session.request.caConstant, "SHORT");
-  std::strcpy(session.request.caKeyFormat, "BIN");
+  const auto session = open_session();
+  std::strcpy(session->request.caConstant, "SHORT");
+  std::strcpy(session->request.caKeyFormat, "BIN");
   connection().replies = reply("000001");
   NextKeyBlock block;
-  GetNextKey(&session, &block);
-  EXPECT_EQ(session.iStatus, 0);
+  GetNextKey(session.get(), &block);
+  EXPECT_EQ(session->iStatus, 0);
   EXPECT_EQ(connection().writes[0],
             "00051"
             "2003"
@@ -243,19 +241,17 @@ TEST_F(NextKeyTest, SendsAsManyBytesAsTheRequestsTextHas) {
 }
 
 TEST_F(NextKeyTest, TransactionFunctionRepeatsTheRequestInTheBlock) {
-  Session session{};
-  session.hTls = script::kTls;
-  session.hTlsRead = script::kTlsRead;
-  std::strcpy(session.request.caConstant, "C");
-  std::strcpy(session.request.caIncrementLen, "06");
-  std::strcpy(session.request.caIncrementCode, "H");
-  std::strcpy(session.request.caConstantLen, "15");
-  std::strcpy(session.request.caKeyFormat, "XXX");
+  const auto session = open_session();
+  std::strcpy(session->request.caConstant, "C");
+  std::strcpy(session->request.caIncrementLen, "06");
+  std::strcpy(session->request.caIncrementCode, "H");
+  std::strcpy(session->request.caConstantLen, "15");
+  std::strcpy(session->request.caKeyFormat, "XXX");
   connection().replies = reply("00002A", "0009");
   NextKeyBlock block;
   std::memset(&block, 'x', sizeof block);
-  GetNextKey(&session, &block);
-  EXPECT_EQ(session.iStatus, 9);
+  GetNextKey(session.get(), &block);
+  EXPECT_EQ(session->iStatus, 9);
   EXPECT_STREQ(block.caTranId, "2003");
   EXPECT_STREQ(block.caConstant, "C");
   EXPECT_STREQ(block.caIncrementLen, "06");
@@ -358,7 +354,7 @@ TEST_F(KeyPolicyTest, TracesEveryLabelledFieldInOrder) {
                                        "Revoked date <20270505>",
                                        "Mirror key <N>"};
   for (int k = 1; k <= 16; ++k) {
-    char label[8];
+    char label[16];
     std::snprintf(label, sizeof label, "MD%02d", k);
     expected.push_back(std::string(label) + " <" + value(k) + ">");
   }
@@ -366,17 +362,15 @@ TEST_F(KeyPolicyTest, TracesEveryLabelledFieldInOrder) {
 }
 
 TEST_F(KeyPolicyTest, TransactionFunctionLeavesTheRecordInTheSession) {
-  Session session{};
-  session.hTls = script::kTls;
-  session.hTlsRead = script::kTlsRead;
+  const auto session = open_session();
   connection().replies = reply("0006");
-  DisplaySymKeyPolicy(&session);
-  EXPECT_EQ(session.iStatus, 6);
-  EXPECT_STREQ(session.policy.caTranLen, "01258");
-  EXPECT_STREQ(session.policy.caPolicyExtra, padded("EXTRA", 14).c_str());
-  EXPECT_STREQ(session.policy.caRevokedDate, "20270505");
-  EXPECT_EQ(session.policy.md[15], value(16));
-  EXPECT_EQ(session.hTls, script::kTls);
+  DisplaySymKeyPolicy(session.get());
+  EXPECT_EQ(session->iStatus, 6);
+  EXPECT_STREQ(session->policy.caTranLen, "01258");
+  EXPECT_STREQ(session->policy.caPolicyExtra, padded("EXTRA", 14).c_str());
+  EXPECT_STREQ(session->policy.caRevokedDate, "20270505");
+  EXPECT_EQ(session->policy.md[15], value(16));
+  EXPECT_EQ(session->hTls, script::kTls);
 }
 
 TEST_F(KeyPolicyTest, AlwaysSendsABlankInstance) {

@@ -52,13 +52,11 @@ TEST_F(TemplateDepthTest, LeavesItsOutputsUntouchedOnFailure) {
 }
 
 TEST_F(TemplateDepthTest, TransactionFunctionFillsTheWholeRecordOrNone) {
-  Session session{};
-  session.hTls = script::kTls;
-  session.hTlsRead = script::kTlsRead;
+  const auto session = open_session();
   connection().replies = reply("00000B", "0000FF", "N") + reply("00000B", "0000FF", "N");
   TemplateDepth depth;
   std::memset(&depth, 'x', sizeof depth);
-  GetTemplateDepth(&session, &depth);
+  GetTemplateDepth(session.get(), &depth);
   EXPECT_STREQ(depth.caTranLen, "00093");
   EXPECT_STREQ(depth.caIncrementLen, "06");
   EXPECT_STREQ(depth.caIncrementCode, "H");
@@ -66,8 +64,8 @@ TEST_F(TemplateDepthTest, TransactionFunctionFillsTheWholeRecordOrNone) {
   EXPECT_STREQ(depth.caTemplateFull, "N");
   EXPECT_EQ(std::string_view(depth.caConstant, sizeof depth.caConstant), zeros(40));
   EXPECT_EQ(std::string_view(depth.caKeyFormat, sizeof depth.caKeyFormat), zeros(4));
-  GetTemplateDepth(&session, nullptr);
-  EXPECT_EQ(session.iStatus, 0);
+  GetTemplateDepth(session.get(), nullptr);
+  EXPECT_EQ(session->iStatus, 0);
 }
 
 TEST_F(TemplateDepthTest, SettingTheNextIncrementPadsItTo40Characters) {
@@ -190,15 +188,13 @@ TEST_F(TemplateListTest, KeepsAConstantOfBlanksAsItIs) {
 }
 
 TEST_F(TemplateListTest, TransactionFunctionTakesANullListForNone) {
-  Session session{};
-  session.hTls = script::kTls;
-  session.hTlsRead = script::kTlsRead;
-  std::strcpy(session.request.caTranId, "1123");
+  const auto session = open_session();
+  std::strcpy(session->request.caTranId, "1123");
   connection().replies = page(entry("A"), 'N');
-  GetTemplateList(&session, nullptr);
-  EXPECT_EQ(session.iStatus, 0);
-  EXPECT_STREQ(session.caMoreFlag, "N");
-  EXPECT_STREQ(session.caListCount, "00044");
+  GetTemplateList(session.get(), nullptr);
+  EXPECT_EQ(session->iStatus, 0);
+  EXPECT_STREQ(session->caMoreFlag, "N");
+  EXPECT_STREQ(session->caListCount, "00044");
 }
 
 TEST_F(TemplateListTest, ReadsABlockThatFitsInOnePiece) {

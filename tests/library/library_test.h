@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,14 @@ inline std::string framed(const std::string &body) {
   char digits[16];
   std::snprintf(digits, sizeof digits, "%05zu", body.size());
   return digits + body;
+}
+
+// A session as a program fills it that calls transaction functions itself.
+inline std::unique_ptr<Session> open_session() {
+  auto session = std::make_unique<Session>();
+  session->hTls = script::kTls;
+  session->hTlsRead = script::kTlsRead;
+  return session;
 }
 
 // A call that goes through leaves nothing of the script and tears down what it set up.

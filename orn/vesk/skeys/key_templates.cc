@@ -20,11 +20,12 @@ void GetTemplateList(Session *session, LinkedList *list) {
   skeys::ListName name(list, wire::kTemplateNameBytes);
   wire::ListPage page;
   do {
-    const auto received = skeys::receive_page(*session, wire::kGetTemplateList, page);
+    const auto received = skeys::receive_page(*session, wire::kGetTemplateList, wire::kListPage, page);
     if (!received) return;
     const auto take = [&](std::string_view entry) {
       SKEYS_TRACE("template: <%s>", name.take(entry));
       name.append();
+      return true;
     };
     if (!skeys::read_entries(*session, received->size(), wire::to_int(page.caListCount), wire::kTemplateEntryBytes,
                              take))

@@ -13,26 +13,54 @@
 namespace vesk::skeys {
 
 // Reads a page into caRspBuf, which is cleared first so that a page cut short shows nothing of the one before it, and
-// keeps its More Flag and List Count in the session. Returns what arrived, or nothing when iStatus says why.
-std::optional<std::string_view> receive_page(Session &session, const Transaction &transaction, wire::ListPage &page);
+// keeps what the session holds of a page. Returns what arrived, or nothing when iStatus says why.
+template <typename Page, std::size_t kRows>
+std::optional<std::string_view> receive_page(Session &session, const Transaction &transaction,
+                                             const wire::Table<Page, kRows> &table, Page &page) {
+  std::memset(session.caRspBuf, 0, sizeof session.caRspBuf);
+  page = {};
+  const std::optional<std::string_view> received = receive(session, transaction);
+  if (!received) return std::nullopt;
+  parse(table, *received, page);
+  wire::copy_field(page.caMoreFlag, session.caMoreFlag);
+  if constexpr (requires { page.caListCount; }) wire::copy_field(page.caListCount, session.caListCount);
+  return received;
+}
 
-// Reads the block of block_length bytes behind a page of page_length bytes and hands each whole entry to
-// use(std::string_view); what is left over at its end is read and dropped. A block that fits behind the page is one
-// read of exactly its size; a larger one comes in pieces that end on whole entries. A block_length of 0 or less is a
-// read of 0 bytes. Returns whether the whole block was read.
+// Cuts the block of block_length bytes that follows on the connection into pieces, in caRspBuf behind the page_bytes
+// that are to stay, and hands each to use(std::span<char>), which reads it and says whether to go on. A block that fits
+// is one piece of exactly its size; a larger one takes the whole buffer in pieces that end on whole entries. A
+// block_length of 0 or less is a piece of 0 bytes. Returns whether use went through to the end.
 template <typename Use>
-bool read_entries(Session &session, std::size_t page_length, int block_length, std::size_t entry_bytes, Use use) {
-  std::span<char> room = std::span(session.caRspBuf).subspan(page_length);
+bool in_pieces(Session &session, std::size_t page_bytes, int block_length, std::size_t entry_bytes, Use use) {
+  std::span<char> room = std::span(session.caRspBuf).subspan(page_bytes);
   std::size_t left = static_cast<std::size_t>(std::max(block_length, 0));
   if (left > room.size()) room = std::span(session.caRspBuf).first(sizeof session.caRspBuf / entry_bytes * entry_bytes);
   do {
     const std::span<char> piece = room.first(std::min(left, room.size()));
-    if (!read_bytes(session, piece, wire::kReadTimeoutSeconds)) return false;
-    for (std::size_t at = 0; at + entry_bytes <= piece.size(); at += entry_bytes)
-      use(std::string_view(piece.data() + at, entry_bytes));
+    if (!use(piece)) return false;
     left -= piece.size();
   } while (left > 0);
   return true;
+}
+
+// Hands each whole entry of a piece to use(std::string_view), which says whether to go on. What is left over is
+// dropped.
+template <typename Use>
+bool for_each_entry(std::span<const char> piece, std::size_t entry_bytes, Use use) {
+  for (std::size_t at = 0; at + entry_bytes <= piece.size(); at += entry_bytes) {
+    if (!use(std::string_view(piece.data() + at, entry_bytes))) return false;
+  }
+  return true;
+}
+
+// Reads the block behind a page of page_bytes and hands over its entries. Returns false when a read failed, with
+// iStatus set, or when use stopped.
+template <typename Use>
+bool read_entries(Session &session, std::size_t page_bytes, int block_length, std::size_t entry_bytes, Use use) {
+  return in_pieces(session, page_bytes, block_length, entry_bytes, [&](std::span<char> piece) {
+    return read_bytes(session, piece, wire::kReadTimeoutSeconds) && for_each_entry(piece, entry_bytes, use);
+  });
 }
 
 // The names of a listing on their way into a caller's list, whose elements may be shorter or longer than a name: what

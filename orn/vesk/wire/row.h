@@ -124,26 +124,37 @@ consteval Table<Record, kRows> checked(const Table<Record, kRows> &table) {
   return table;
 }
 
-// The longest request text: a metadata query with all its criteria.
-inline constexpr std::size_t kMaxRequestBytes = 1214;
-
-// A request: the transaction's length digits and identifier, then its own rows.
-template <typename... Rows>
-consteval auto request(const Transaction &transaction, Rows... rows) {
-  const auto table = checked(Table<RequestFields, sizeof...(rows) + 2>{
-      Row<RequestFields>(lit(0, transaction.length)),
-      field<&RequestFields::caTranId>(5, 4),
-      Row<RequestFields>(rows)...});
-  if (table.front().offset != 0 || wire_size(table) != kLengthDigits + transaction.declared_length())
-    throw "the rows do not add up to the length";
-  if (wire_size(table) > kMaxRequestBytes) throw "the request is too long";
-  return table;
-}
-
 // A record whose rows are all its own.
 template <typename Record, typename... Rows>
 consteval auto record(Rows... rows) {
   return checked(Table<Record, sizeof...(rows)>{Row<Record>(rows)...});
+}
+
+// Tables one behind another.
+template <typename Record, std::size_t... kRows>
+consteval auto joined(const Table<Record, kRows> &...tables) {
+  Table<Record, (kRows + ...)> all{};
+  auto *next = all.begin();
+  ((next = std::copy(tables.begin(), tables.end(), next)), ...);
+  return checked(all);
+}
+
+// The longest request text: a metadata query with all its criteria.
+inline constexpr std::size_t kMaxRequestBytes = 1214;
+
+// A request: the transaction's length digits and identifier, then its own rows.
+template <std::size_t kRows>
+consteval auto request(const Transaction &transaction, const Table<RequestFields, kRows> &rows) {
+  const auto header = record<RequestFields>(lit(0, transaction.length), field<&RequestFields::caTranId>(5, 4));
+  const auto table = joined(header, rows);
+  if (wire_size(table) != kLengthDigits + transaction.declared_length()) throw "the rows do not add up to the length";
+  if (wire_size(table) > kMaxRequestBytes) throw "the request is too long";
+  return table;
+}
+
+template <typename... Rows>
+consteval auto request(const Transaction &transaction, Rows... rows) {
+  return request(transaction, record<RequestFields>(rows...));
 }
 
 // A reply, or the page of a list: the common header, then its own rows.
@@ -154,15 +165,6 @@ consteval auto reply(Rows... rows) {
       field<&Record::caTranId>(5, 4, "Tran Id"),
       field<&Record::caReturnCode>(9, 4, "Return Code"),
       rows...);
-}
-
-// Tables one behind another.
-template <typename Record, std::size_t... kRows>
-consteval auto joined(const Table<Record, kRows> &...tables) {
-  Table<Record, (kRows + ...)> all{};
-  auto *next = all.begin();
-  ((next = std::copy(tables.begin(), tables.end(), next)), ...);
-  return checked(all);
 }
 
 }  // namespace vesk::wire

@@ -40,6 +40,14 @@ void put_padded(char (&field)[kSize], const char *text) {
   put_padded(field, text_of(text));
 }
 
+// Copies text to a field that is not padded; what does not fit with a terminator is cut.
+template <std::size_t kSize>
+void put_text(char (&field)[kSize], const char *text) {
+  const std::string_view kept = text_of(text).substr(0, kSize - 1);
+  std::memset(field, 0, kSize);
+  std::memcpy(field, kept.data(), kept.size());
+}
+
 // Copies a field to another of the same width.
 template <std::size_t kSize>
 void copy_field(const char (&from)[kSize], char (&to)[kSize]) {

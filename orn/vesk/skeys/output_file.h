@@ -1,0 +1,42 @@
+// The file that a transaction writes what it receives to.
+#pragma once
+
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+namespace vesk::skeys {
+
+class OutputFile {
+ public:
+  // Creates or truncates. Returns whether the file could be opened.
+  bool open(const char *path) {
+    file_.reset(std::fopen(path, "we"));
+    return is_open();
+  }
+  bool is_open() const { return file_ != nullptr; }
+
+  // Returns how many bytes were taken.
+  std::size_t write(std::string_view bytes) { return std::fwrite(bytes.data(), 1, bytes.size(), file_.get()); }
+
+  // As fprintf: how many characters, or a negative number.
+  __attribute__((format(printf, 2, 3))) int print(const char *format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int written = std::vfprintf(file_.get(), format, arguments);
+    va_end(arguments);
+    return written;
+  }
+
+  // Writes what is still buffered. Returns whether all of it went out; the file is closed either way.
+  bool close() { return std::fclose(file_.release()) == 0; }
+
+ private:
+  struct Closer {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+  };
+  std::unique_ptr<std::FILE, Closer> file_;
+};
+
+}  // namespace vesk::skeys

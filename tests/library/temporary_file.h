@@ -1,0 +1,34 @@
+// A path in a folder of the test's own, removed with it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+class TemporaryFile {
+ public:
+  TemporaryFile() {
+    std::string folder = testing::TempDir() + "vesk-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) std::abort();
+    folder_ = folder;
+  }
+  TemporaryFile(const TemporaryFile &) = delete;
+  TemporaryFile &operator=(const TemporaryFile &) = delete;
+  ~TemporaryFile() { std::filesystem::remove_all(folder_); }
+
+  std::string path() const { return folder_ + "/file"; }
+  std::string folder() const { return folder_; }
+  bool exists() const { return std::filesystem::exists(path()); }
+
+  std::string contents() const {
+    std::ifstream file(path(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+ private:
+  std::string folder_;
+};
