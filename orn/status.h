@@ -53,7 +53,7 @@
 /* The connection layer's codes: set-up, certificate files, the peer, the line. */
 #define ORN_CONNECTION_STATUSES(X)                                                                                  \
   X(CONN_ERR_ARGUMENT, 30001, "an argument of the connection layer is null or negative")                            \
-  X(CONN_ERR_HOST, 30002, "the host name is empty")                                                                 \
+  X(CONN_ERR_HOST, 30002, "the host name is empty or begins with a dot")                                            \
   X(CONN_ERR_PORT, 30003, "the port is not a number from 1 to 65535")                                               \
   X(CONN_ERR_NAME_NOT_FOUND, 30004, "the host name does not exist")                                                 \
   X(CONN_ERR_NAME_SERVICE, 30005, "the name service could not be asked; the name may exist")                        \

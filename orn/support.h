@@ -29,35 +29,40 @@ extern "C" {
 /* ---- Connection ---------------------------------------------------------------------------------------------------
  *
  * TLS 1.2 at least and 1.3 preferred, security level 2, whatever OpenSSL's own configuration says. The server's chain
- * is verified against file 1 alone, and its name against the host that was asked for: a host name against the DNS
- * entries of its certificate, an IPv4 or IPv6 address against the IP entries. None of this can be switched off. */
+ * is verified against file 1 alone, each certificate of which is a trust anchor, self-signed or not, and its name
+ * against the host that was asked for: a host name against the DNS entries of its certificate, an IPv4 or IPv6 address
+ * against the IP entries. None of this can be switched off. */
 
 /* The room that a kept host name has, with terminator. */
 enum { ORN_HOST_BYTES = 41 };
 
 /* Connects to host:port and does the handshake with the certificate files as they are at this moment.
  *
- * phTls, phTlsAux, phTlsRead  receive the connection's three handles, one machine word each; *phTls is an OpenSSL SSL
- * *. All three are 0 after a failure. certPath2   file 2: the client's certificate chain, PEM, the client's own
- * certificate first; all of it is sent certPath1   file 1: the trusted authority, PEM, one or more certificates
- * reserved    0
- * certPath3   file 3: the client's private key, PEM, not encrypted
- * host        host name or numeric IPv4 or IPv6 address
- * port        decimal, 1 to 65535
- * connectTimeout  bounds everything until the handshake is done: every resolved address in turn, TCP, TLS. The system's
- *                 name resolution is bounded as well: a lookup that does not answer in time fails the call.
+ * - phTls, phTlsAux, phTlsRead: receive the connection's three handles, one machine word each; *phTls is an OpenSSL
+ *   SSL pointer. All three are 0 after a failure.
+ * - certPath2: file 2, the client's certificate chain, PEM, the client's own certificate first; all of it is sent.
+ * - certPath1: file 1, the trusted authority, PEM, one or more certificates.
+ * - reserved: 0.
+ * - certPath3: file 3, the client's private key, PEM, not encrypted.
+ * - host: host name, or numeric IPv4 or IPv6 address.
+ * - port: decimal, 1 to 65535.
+ * - connectTimeout: bounds everything until the handshake is done: name resolution, every resolved address in turn,
+ *   TCP, TLS. 0 or less is over at once.
  *
- * Returns 0, or a CONN_ERR_ code with nothing left open. The detail goes to the trace. */
+ * The files are regular files of at most 4 MiB. Returns 0, or a CONN_ERR_ code with nothing left open. The detail goes
+ * to the trace. */
 int SetupConnection(void **phTls, void **phTlsAux, void **phTlsRead, const char *certPath2, const char *certPath1,
                     int reserved, const char *certPath3, const char *host, const char *port, int connectTimeout);
 
-/* Sends all of count bytes. Returns 0, or a CONN_ERR_ code: the peer may then have received any part of them. A peer
- * that takes nothing for 60 seconds fails the call with CONN_ERR_WRITE_TIMED_OUT. */
+/* Sends all of count bytes. Returns 0, or a CONN_ERR_ code: the peer may then have received any part of them, and the
+ * connection is of no more use. What could not be sent within 60 seconds is CONN_ERR_WRITE_TIMED_OUT. */
 int TLSWrite(void *hTls, const void *buffer, int count);
 
 /* Reads exactly count bytes into buffer within timeout seconds, all of them together. Returns 0, or a CONN_ERR_ code.
  * *bytesRead (which may be null) receives how many arrived, also on failure: what came before a close is in buffer.
- * A count of 0 succeeds at once; a negative one is CONN_ERR_ARGUMENT. */
+ * A time-out of 0 or less reads what has already arrived. After CONN_ERR_READ_TIMED_OUT the connection may be read on;
+ * after any other failure it fails the same way for good. A count of 0 succeeds at once; a negative one is
+ * CONN_ERR_ARGUMENT. With TLS 1.3 it is the first read that tells that the server refused the client's certificate. */
 int TLSRead(void *hTls, void *hTlsRead, void *buffer, int count, int timeout, int *bytesRead);
 
 /* Closes the connection without waiting for the peer and releases the three handles. Zero handles are accepted, which
@@ -70,8 +75,9 @@ int TLSTeardown(void *hTls, void *hTlsAux, void *hTlsRead);
  * and line. Dumps of key values, of other key material and of the request bytes that carry them show their length and a
  * mask in place of the bytes until TraceRevealSecrets(1). */
 
-/* A line of the trace, without line end, valid during the call. It may come from several threads, one at a time; it
- * must not call the library. */
+/* A line of the trace, without line end, valid during the call. A line begins with the time; those that continue a dump
+ * or a message of several lines begin with four spaces. Control characters and non-ASCII bytes are \xNN. It may come
+ * from several threads, one at a time; it must not call the library. */
 typedef void (*TraceSink)(void *context, const char *line);
 
 void TraceToStream(FILE *stream);  /* the caller keeps the stream open until TraceOff() */

@@ -25,11 +25,14 @@ class Appender {
  public:
   explicit Appender(std::span<char> room) : room_(room) {}
 
-  // Adds text up to its first NUL. The tables are checked to fit; the bound holds whatever they say.
-  void append(std::string_view text) {
-    text = text.substr(0, std::min(text.find('\0'), room_.size() - length_));
-    std::memcpy(room_.data() + length_, text.data(), text.size());
-    length_ += text.size();
+  // Adds text up to its first NUL.
+  void append(std::string_view text) { append_bytes(text.substr(0, text.find('\0'))); }
+
+  // Adds bytes as they are. The tables are checked to fit; the bound holds whatever they say.
+  void append_bytes(std::string_view bytes) {
+    bytes = bytes.substr(0, room_.size() - length_);
+    std::memcpy(room_.data() + length_, bytes.data(), bytes.size());
+    length_ += bytes.size();
   }
 
   std::size_t length() const { return length_; }
@@ -66,6 +69,11 @@ void read_fields(const Table<Record, kRows> &table, std::string_view received, R
 
 // ---- The server's side ----
 
+// Whether every character is printable. Text need not be ASCII.
+inline bool is_printable(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](unsigned char c) { return c >= 0x20 && c != 0x7f; });
+}
+
 // Whether a received request is exactly what the table describes: its length, its literals, and printable text.
 template <std::size_t kRows>
 bool is_well_formed(const Table<RequestFields, kRows> &table, std::string_view received) {
@@ -73,24 +81,29 @@ bool is_well_formed(const Table<RequestFields, kRows> &table, std::string_view r
   for (const Row<RequestFields> &row : table) {
     const std::string_view part = received.substr(row.offset, row.width);
     if (row.kind == RowKind::kLiteral && part != row.literal) return false;
-    if (row.kind == RowKind::kText &&
-        !std::all_of(part.begin(), part.end(), [](unsigned char c) { return c >= 0x20 && c != 0x7f; }))
-      return false;
+    if (row.kind == RowKind::kText && !is_printable(part)) return false;
   }
   return true;
 }
 
-// The reply as bytes: every field in its place, text blank-padded, the length digits counted from the table.
+// A record as bytes: every field in its place, text blank-padded.
 template <typename Record, std::size_t kRows>
-std::string write_reply(const Table<Record, kRows> &table, Record &record) {
-  std::string reply(wire_size(table), ' ');
+std::string write_record(const Table<Record, kRows> &table, Record &record) {
+  std::string bytes(wire_size(table), ' ');
   for (const Row<Record> &row : table) {
-    if (row.kind == RowKind::kLiteral) row.literal.copy(reply.data() + row.offset, row.width);
+    if (row.kind == RowKind::kLiteral) row.literal.copy(bytes.data() + row.offset, row.width);
     if (row.slot == nullptr) continue;
     const std::span<char> slot = row.slot(record);
     const std::size_t length = row.kind == RowKind::kBytes ? row.width : strnlen(slot.data(), row.width);
-    std::memcpy(reply.data() + row.offset, slot.data(), length);
+    std::memcpy(bytes.data() + row.offset, slot.data(), length);
   }
+  return bytes;
+}
+
+// The reply as bytes, the length digits counted from the table.
+template <typename Record, std::size_t kRows>
+std::string write_reply(const Table<Record, kRows> &table, Record &record) {
+  std::string reply = write_record(table, record);
   char digits[kLengthDigits + 1];
   std::snprintf(digits, sizeof digits, "%05u", static_cast<unsigned>((reply.size() - kLengthDigits) % 100000));
   std::memcpy(reply.data(), digits, kLengthDigits);

@@ -32,7 +32,7 @@ inline constexpr std::array<const char *, kMetadataFields> kMetadataLabels = {
     "MD16"};
 
 template <auto kMember, std::size_t kIndex, std::size_t kOffset>
-consteval auto metadata_slot(const char *label) {
+constexpr auto metadata_slot(const char *label) {
   using Record = typename internal::MemberOf<decltype(kMember)>::Type;
   return record<Record>(
       lit(kOffset, kMetadataLabels[kIndex]),
@@ -43,7 +43,7 @@ consteval auto metadata_slot(const char *label) {
 
 // The rows of all sixteen slots, the first of which is at kOffset. The first kTraced fields are traced.
 template <auto kMember, std::size_t kOffset, std::size_t kTraced = kMetadataFields>
-consteval auto metadata_slots() {
+constexpr auto metadata_slots() {
   return []<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
     return joined(metadata_slot<kMember, kIndex, kOffset + kIndex * kMetadataSlotBytes>(
         kIndex < kTraced ? kMetadataLabels[kIndex] : nullptr)...);

@@ -75,7 +75,7 @@ struct MemberOf<char (Record::*)[kCount][kSize]> {
 }  // namespace internal
 
 template <auto kMember>
-consteval auto field(std::size_t offset, std::size_t width, const char *label = nullptr) {
+constexpr auto field(std::size_t offset, std::size_t width, const char *label = nullptr) {
   using Member = internal::MemberOf<decltype(kMember)>;
   using Record = typename Member::Type;
   if (width >= Member::kBytes) throw "the field has no room for this width and a terminator";
@@ -85,7 +85,7 @@ consteval auto field(std::size_t offset, std::size_t width, const char *label = 
 
 // A field of a record's array of fields, as in the sixteen metadata fields.
 template <auto kMember, std::size_t kIndex>
-consteval auto element(std::size_t offset, std::size_t width, const char *label = nullptr) {
+constexpr auto element(std::size_t offset, std::size_t width, const char *label = nullptr) {
   using Member = internal::MemberOf<decltype(kMember)>;
   using Record = typename Member::Type;
   if (width >= Member::kBytes) throw "the field has no room for this width and a terminator";
@@ -99,7 +99,7 @@ consteval auto element(std::size_t offset, std::size_t width, const char *label 
 }
 
 template <auto kMember>
-consteval auto bytes(std::size_t offset, std::size_t width) {
+constexpr auto bytes(std::size_t offset, std::size_t width) {
   using Member = internal::MemberOf<decltype(kMember)>;
   using Record = typename Member::Type;
   if (width > Member::kBytes) throw "the field has no room for this width";
@@ -116,7 +116,7 @@ constexpr std::size_t wire_size(const Table<Record, kRows> &table) {
 
 // Throwing is what makes a wrong table a compile error.
 template <typename Record, std::size_t kRows>
-consteval Table<Record, kRows> checked(const Table<Record, kRows> &table) {
+constexpr Table<Record, kRows> checked(const Table<Record, kRows> &table) {
   for (std::size_t i = 1; i < kRows; ++i) {
     if (table[i].offset != table[i - 1].offset + table[i - 1].width)
       throw "a row does not begin where the last one ends";
@@ -126,17 +126,25 @@ consteval Table<Record, kRows> checked(const Table<Record, kRows> &table) {
 
 // A record whose rows are all its own.
 template <typename Record, typename... Rows>
-consteval auto record(Rows... rows) {
+constexpr auto record(Rows... rows) {
   return checked(Table<Record, sizeof...(rows)>{Row<Record>(rows)...});
 }
 
 // Tables one behind another.
 template <typename Record, std::size_t... kRows>
-consteval auto joined(const Table<Record, kRows> &...tables) {
+constexpr auto joined(const Table<Record, kRows> &...tables) {
   Table<Record, (kRows + ...)> all{};
   auto *next = all.begin();
   ((next = std::copy(tables.begin(), tables.end(), next)), ...);
   return checked(all);
+}
+
+// A table but its last row.
+template <typename Record, std::size_t kRows>
+consteval auto without_last(const Table<Record, kRows> &table) {
+  Table<Record, kRows - 1> rest{};
+  std::copy_n(table.begin(), kRows - 1, rest.begin());
+  return rest;
 }
 
 // The longest request text: a metadata query with all its criteria.
@@ -144,7 +152,7 @@ inline constexpr std::size_t kMaxRequestBytes = 1214;
 
 // A request: the transaction's length digits and identifier, then its own rows.
 template <std::size_t kRows>
-consteval auto request(const Transaction &transaction, const Table<RequestFields, kRows> &rows) {
+constexpr auto request(const Transaction &transaction, const Table<RequestFields, kRows> &rows) {
   const auto header = record<RequestFields>(lit(0, transaction.length), field<&RequestFields::caTranId>(5, 4));
   const auto table = joined(header, rows);
   if (wire_size(table) != kLengthDigits + transaction.declared_length()) throw "the rows do not add up to the length";
@@ -153,13 +161,13 @@ consteval auto request(const Transaction &transaction, const Table<RequestFields
 }
 
 template <typename... Rows>
-consteval auto request(const Transaction &transaction, Rows... rows) {
+constexpr auto request(const Transaction &transaction, Rows... rows) {
   return request(transaction, record<RequestFields>(rows...));
 }
 
 // A reply, or the page of a list: the common header, then its own rows.
 template <typename Record, typename... Rows>
-consteval auto reply(Rows... rows) {
+constexpr auto reply(Rows... rows) {
   return record<Record>(
       field<&Record::caTranLen>(0, 5, "Tran Len"),
       field<&Record::caTranId>(5, 4, "Tran Id"),

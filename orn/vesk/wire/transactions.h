@@ -71,7 +71,7 @@ inline constexpr std::array kTransactions = {
 };
 
 // The row of a transaction function; a name that has none does not compile.
-consteval const Transaction &transaction(std::string_view function) {
+constexpr const Transaction &transaction(std::string_view function) {
   for (const Transaction &row : kTransactions) {
     if (row.function == function) return row;
   }

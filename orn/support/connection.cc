@@ -1,0 +1,157 @@
+#include "orn/support/connection.h"
+
+#include <poll.h>
+
+#include "orn/support/resolver.h"
+#include "orn/support/tracing.h"
+
+namespace orn {
+namespace {
+
+constexpr int kWriteSeconds = 60;
+
+int connection_index() {
+  static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+  return index;
+}
+
+// Certificates hold names without the dot that may end a fully qualified name.
+std::string without_last_dot(std::string name) {
+  if (!name.empty() && name.back() == '.') name.pop_back();
+  return name;
+}
+
+int find_addresses(const Endpoint &endpoint, Deadline deadline, std::vector<Address> &addresses, PeerName &peer) {
+  if (parse_address(endpoint.host, endpoint.port, addresses)) {
+    peer.octets = addresses.front().octets();
+    return 0;
+  }
+  peer.name = without_last_dot(endpoint.host);
+  return resolve(endpoint.host, endpoint.port, deadline, addresses);
+}
+
+}  // namespace
+
+int Connection::open(const Endpoint &endpoint, SSL_CTX *context, Deadline deadline,
+                     std::unique_ptr<Connection> &opened) {
+  std::vector<Address> addresses;
+  PeerName peer;
+  Descriptor socket;
+  if (int status = find_addresses(endpoint, deadline, addresses, peer)) return status;
+  if (int status = connect_to(addresses, deadline, socket)) return status;
+  std::unique_ptr<Connection> connection(new Connection(std::move(socket)));
+  if (int status = connection->start_tls(peer, context)) return status;
+  if (int status = connection->shake_hands(deadline)) return status;
+  ORN_TRACE("connected to %s port %s with %s, %s", endpoint.host, endpoint.port, SSL_get_version(connection->ssl()),
+            SSL_get_cipher_name(connection->ssl()));
+  opened = std::move(connection);
+  return 0;
+}
+
+Connection *Connection::of(const SSL *ssl) {
+  return ssl ? static_cast<Connection *>(SSL_get_ex_data(ssl, connection_index())) : nullptr;
+}
+
+Connection::~Connection() {
+  if (!is_established_ || broken_ != 0) return;
+  // Says good-bye if that needs no waiting.
+  channel_.set_deadline(Deadline::in_seconds(0));
+  SSL_shutdown(ssl_.get());
+  channel_.discard_unread();
+}
+
+int Connection::note_certificate_request(SSL *, void *connection) {
+  static_cast<Connection *>(connection)->client_certificate_asked_ = true;
+  return 1;
+}
+
+int Connection::start_tls(const PeerName &peer, SSL_CTX *context) {
+  ssl_.reset(SSL_new(context));
+  BioPtr bio = channel_.new_bio();
+  if (!ssl_ || !bio || SSL_set_ex_data(ssl_.get(), connection_index(), this) != 1 ||
+      !require_peer_name(ssl_.get(), peer)) {
+    ORN_TRACE("TLS connection: %s", openssl_reason().c_str());
+    return CONN_ERR_TLS_SETUP;
+  }
+  SSL_set_cert_cb(ssl_.get(), note_certificate_request, this);
+  BIO *line = bio.release();
+  SSL_set_bio(ssl_.get(), line, line);
+  return 0;
+}
+
+int Connection::shake_hands(Deadline deadline) {
+  channel_.set_deadline(deadline);
+  int status = run("handshake", CONN_ERR_CONNECT_TIMED_OUT, [this] { return SSL_connect(ssl_.get()); });
+  is_established_ = status == 0;
+  return status;
+}
+
+template <typename Operation>
+int Connection::run(const char *name, int timed_out, Operation operation) {
+  for (;;) {
+    ERR_clear_error();
+    int result = operation();
+    if (result == 1) return 0;
+    int ssl_error = SSL_get_error(ssl_.get(), result);
+    bool would_wait = ssl_error == SSL_ERROR_WANT_READ || ssl_error == SSL_ERROR_WANT_WRITE;
+    if (!would_wait || channel_.is_not_tls()) {
+      const FailedOperation failed = {name, timed_out, client_certificate_asked_};
+      return broken_ = status_of_failure(failed, ssl_.get(), ssl_error, channel_);
+    }
+    switch (channel_.wait(ssl_error == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT)) {
+      case Wait::kReady:
+        break;
+      case Wait::kTimedOut:
+        ORN_TRACE("%s: time is up", name);
+        return timed_out;
+      case Wait::kFailed:
+        return broken_ = CONN_ERR_SYSTEM;
+    }
+  }
+}
+
+int Connection::write(std::span<const unsigned char> bytes) {
+  if (broken_ != 0) return broken_;
+  if (bytes.empty()) return 0;
+  channel_.set_deadline(Deadline::in_seconds(kWriteSeconds));
+  int status = run("write", CONN_ERR_WRITE_TIMED_OUT, [&] {
+    std::size_t written = 0;
+    return SSL_write_ex(ssl_.get(), bytes.data(), bytes.size(), &written);
+  });
+  if (status == CONN_ERR_RESET) status = alert_behind(status);
+  // What was cut off in the middle of a record cannot be followed by anything else.
+  return broken_ = status;
+}
+
+// A server that has refused the client closes the line, which is what a write meets first. The alert that says why may
+// lie there unread.
+int Connection::alert_behind(int write_status) {
+  channel_.set_deadline(Deadline::in_seconds(0));
+  int status = run("read after a failed write", write_status, [this] {
+    unsigned char unwanted;
+    std::size_t num_read = 0;
+    int result = SSL_read_ex(ssl_.get(), &unwanted, 1, &num_read);
+    OPENSSL_cleanse(&unwanted, 1);
+    return result;
+  });
+  return status == CONN_ERR_CLIENT_REFUSED || status == CONN_ERR_ALERT ? status : write_status;
+}
+
+int Connection::read(std::span<unsigned char> bytes, Deadline deadline, std::size_t &num_read) {
+  num_read = 0;
+  if (bytes.empty()) return 0;
+  if (broken_ != 0) return broken_;
+  channel_.set_deadline(deadline);
+  channel_.acknowledge_at_once();
+  while (num_read < bytes.size()) {
+    std::size_t got = 0;
+    std::span<unsigned char> rest = bytes.subspan(num_read);
+    int status =
+        run("read", CONN_ERR_READ_TIMED_OUT, [&] { return SSL_read_ex(ssl_.get(), rest.data(), rest.size(), &got); });
+    if (status != 0) return status;
+    num_read += got;
+  }
+  return 0;
+}
+
+}  // namespace orn
