@@ -73,4 +73,29 @@ typedef struct TemplateDepth {
   char caReturnCode[5];
 } TemplateDepth;
 
+/* A mirror: each transaction about one fills the fields that it knows. */
+typedef struct MirrorRecord {
+  char caHostname[257];    /* of its address: without trailing blanks */
+  char caPort[6];          /* of its address: decimal */
+  char caMirrorName[41];   /* without trailing blanks in its address, as received in its status */
+  char caFaultCount[11];   /* decimal */
+  char cStatus;            /* the server's own, as the next two */
+  char cDataHashStatus;    /* the first character of the detail */
+  char caMirrorDetail[45]; /* as received */
+  char caQueueSize[11];    /* decimal */
+} MirrorRecord;
+
+/* The health of the appliance: 65 bytes. A '1' or '8' in a status or in the temperature stands for a fault. */
+typedef struct SystemStatusRecord {
+  char caTranId[11];
+  char caReturnCode[5];
+  char caAppStatus[5];
+  char caDiskStatus[9];
+  char caCoreStatus[9];
+  char caVoltageStatus[9];
+  char caBatteryStatus[3];
+  char caFanStatus[5];
+  char caTemperature[9];
+} SystemStatusRecord;
+
 #endif

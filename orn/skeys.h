@@ -47,6 +47,23 @@ typedef struct RequestFields {
   char caDataFile[2049];     /* the file that a listing is written to; empty for none */
   char caKeyFilter[65];      /* key-name prefix; empty for none */
   char caHighestSequence[7]; /* what DisplayKeyNameList found, hexadecimal */
+  char caMirrorName[41];
+  char caMirrorHost[257];
+  char caMirrorPort[6]; /* zero-padded decimal */
+  char caMirrorStatusFlag[2];
+  char caAllKeys[2];
+  char caSyncKeyName[41];
+  char caCertificateName[65];   /* accompanies an imported key value */
+  char caRSAPublicCertName[65]; /* wraps an exported one */
+  char caRSAPaddingMode[2];
+  char caFilePathLen[5]; /* decimal, of the caller's path before it was cut */
+  char caKeyValue[256];  /* to import, or exported; not text */
+  char caCertType[2];
+  char caCertName[65]; /* of a certificate or a private key */
+  char caImportFlag[2];
+  char caByteCount[6]; /* of the file behind the request, zero-padded decimal */
+  char caFipsMode[2];  /* what ReportFipsMode received, as the version */
+  char caVersion[33];
 } RequestFields;
 
 /* One call's private record, from the opening of the connection to its end. */
@@ -130,6 +147,74 @@ void RetrieveMetadata(Session *session, LinkedList *list);
 /* Lists the names of keys, page by page, into caDataFile, if that is not empty, and into list, which may be null; wants
  * caKeyFilter and leaves caHighestSequence. */
 void DisplayKeyNameList(Session *session, LinkedList *list);
+
+/* Adds or replaces a mirror's address; wants caMirrorName, caMirrorHost and caMirrorPort. */
+void SetMirrorAddress(Session *session);
+
+/* Reads a mirror's address into the first three fields of record, which must come zeroed; wants caMirrorName. */
+void GetMirrorAddress(Session *session, MirrorRecord *record);
+
+/* Removes a mirror's address; wants caMirrorName. */
+void RemoveMirrorAddress(Session *session);
+
+/* Appends the name of every mirror to list, which may be null; wants nothing. */
+void ListMirrorNames(Session *session, LinkedList *list);
+
+/* Reads a mirror's health into record: name, fault count, the two statuses, detail; wants caMirrorName and
+ * caMirrorStatusFlag. */
+void GetMirrorStatus(Session *session, MirrorRecord *record);
+
+/* Reads the size of a mirror's replication queue into record; wants caMirrorName. */
+void GetQueueSize(Session *session, MirrorRecord *record);
+
+/* Makes the server synchronise keys to a mirror; wants caMirrorName, caAllKeys and caSyncKeyName. */
+void ForceKeySync(Session *session);
+
+/* Reads the health of the appliance into record, and its sensor data, page by page, into session->caFilePath, if that
+ * is not empty. Ends with the line "**end" on standard output. record is untouched when no whole reply arrived. */
+void GetSystemStatus(Session *session, SystemStatusRecord *record);
+
+/* Reads the FIPS mode and the version into caFipsMode and caVersion; wants nothing. result: 6 bytes, receives the mode
+ * and the return code as text. A null result is ERR_NULL_RESULT. */
+void ReportFipsMode(Session *session, char result[6]);
+
+/* Makes the server validate its key database; wants nothing. Leaves session->caListCount of the last page: more than 0
+ * when something is wrong. The pages' headers are also told on standard output. */
+void ValidateDB(Session *session);
+
+/* Imports a key; wants caKeyName, the policy fields, caMirrorKey, caKeyFormat ("BIN", "B16", "B64" or "RSA"),
+ * caCertificateName and caRSAPaddingMode. The value comes from session->caFilePath when caFilePathLen is above 0, and
+ * from caKeyValue otherwise, as many bytes as format and caKeySizeBits say: none for a size that is not 128, 192 or
+ * 256, but always 256 for "RSA". */
+void ImportSymKey(Session *session);
+
+/* Exports a key into caKeyValue and into session->caFilePath, if that is not empty; wants caKeyName, caInstance,
+ * caKeyFormat, caRSAPublicCertName and caRSAPaddingMode. The file is written whatever the return code is. */
+void ExportSymKey(Session *session);
+
+/* Sends the first 16305 bytes of session->caFilePath as a certificate; wants caCertType, caCertName and caImportFlag.
+ */
+void ImportCertificate(Session *session);
+
+/* Sends the first 16306 bytes of session->caFilePath as a private key; wants caCertName and caImportFlag. */
+void ImportPrivateKey(Session *session);
+
+/* Receives a certificate into session->caFilePath; wants caCertType and caCertName. The file is written whatever the
+ * return code is. */
+void ExportCertificate(Session *session);
+
+/* Deletes a certificate; wants caCertType and caCertName. */
+void DeleteCertificate(Session *session);
+
+/* Deletes a private key; wants caCertName. */
+void DeletePrivateKey(Session *session);
+
+/* Lists the names of the certificates of caCertType, page by page, into session->caFilePath, if that is not empty, and
+ * into list, which may be null. The pages' return codes do not count. */
+void GetCertificateList(Session *session, LinkedList *list);
+
+/* Lists the names of the private keys in the same way; wants nothing. */
+void GetPrivateKeyList(Session *session, LinkedList *list);
 
 #ifdef __cplusplus
 }

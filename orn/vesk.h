@@ -267,6 +267,187 @@ int qRetrieveKeyNameListFiltered(const CertificatePaths *paths, const char *host
 int qRetrieveKeyNameListFiltered_as_ll(const CertificatePaths *paths, const char *host, uint32_t port, LinkedList *list,
                                        const char *filter, uint32_t *highestSequence);
 
+/* ---- Mirrors --------------------------------------------------------------------------------------------------------
+ *
+ * The server replicates mirror keys to its mirrors, each known by a name of at most 40 characters, mirrorName, under
+ * which an address book holds its host name and port. */
+
+/* Adds a mirror's address or replaces it.
+ *
+ * mirrorHost  at most 256 characters
+ * mirrorPort  the request has room for five digits: of a larger number only the first five are sent
+ *
+ * Returns 0, ERR_REPLY_SIZE, a server return code or a CONN_ERR_ code. */
+int qSetMirrorAddress(const CertificatePaths *paths, const char *host, uint32_t port, const char *mirrorName,
+                      const char *mirrorHost, uint32_t mirrorPort);
+
+/* Looks a mirror's address up.
+ *
+ * mirrorHostOut   receives the host name, without trailing blanks, cut to what fits with a terminator
+ * iMirrorHostLen  size of mirrorHostOut; of more than 256 bytes only 256 are used, with 0 nothing is written. The last
+ *                 byte that may be used is always set to 0.
+ * piMirrorPort    receives the port
+ *
+ * Neither output may be null, but mirrorHostOut of size 0; both are written only on success. Returns 0,
+ * ERR_TRANSACTION_SIZE, a server return code (there is no such mirror, for example) or a CONN_ERR_ code. */
+int qGetMirrorAddress(const CertificatePaths *paths, const char *host, uint32_t port, const char *mirrorName,
+                      char *mirrorHostOut, uint32_t iMirrorHostLen, uint32_t *piMirrorPort);
+
+/* Removes a mirror's address. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_ code. */
+int qRemoveMirrorAddress(const CertificatePaths *paths, const char *host, uint32_t port, const char *mirrorName);
+
+/* Appends the name of every mirror to list, NUL-terminated, without trailing blanks, in the server's order. The caller
+ * creates the list (ll_create(41)) and frees it; in shorter elements a name is cut. Waits up to 300 seconds for each
+ * page. What was appended before a failure stays. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_
+ * code. */
+int qListMirrorNames(const CertificatePaths *paths, const char *host, uint32_t port, LinkedList *list);
+
+/* Reads a mirror's health. The meaning of the two status characters is the server's.
+ *
+ * statusFlag        sent as "Y" when it is not 0, as "N" when it is
+ * plFaultCount      receives the number of faults; 2147483647 for more
+ * pcStatus          receives one character, no terminator
+ * pcDataHashStatus  likewise
+ *
+ * None of the outputs may be null; all are written only on success. Returns 0, ERR_TRANSACTION_SIZE, a server return
+ * code or a CONN_ERR_ code. */
+int qGetMirrorStatus(const CertificatePaths *paths, const char *host, uint32_t port, const char *mirrorName,
+                     int statusFlag, int32_t *plFaultCount, char *pcStatus, char *pcDataHashStatus);
+
+/* Reads the size of a mirror's replication queue into plQueueSize, which must not be null and is written only on
+ * success; 2147483647 for more. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_ code. */
+int qGetQueueSize(const CertificatePaths *paths, const char *host, uint32_t port, const char *mirrorName,
+                  int32_t *plQueueSize);
+
+/* Makes the server synchronise a mirror. keyName: the key, at most 40 characters, or a null pointer for all keys; an
+ * empty name does not stand for all. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_ code. */
+int qForceKeySync(const CertificatePaths *paths, const char *host, uint32_t port, const char *mirrorName,
+                  const char *keyName);
+
+/* ---- The appliance -------------------------------------------------------------------------------------------------
+ */
+
+/* Reads the health of the appliance that the server runs on, and its sensor data. Writes the line "**end" to standard
+ * output when all has arrived.
+ *
+ * appStatus       5 bytes, receives 4 characters, terminated; so do the others
+ * coreStatus      9 bytes
+ * diskStatus      9 bytes
+ * voltageStatus   9 bytes
+ * batteryStatus   3 bytes
+ * fanStatus       5 bytes
+ * temperature     9 bytes
+ * sensorDataFile  created or truncated, at most 2048 characters; receives the sensor data as the server sent it. Empty
+ *                 for none. When it cannot be written in full, only the trace tells.
+ *
+ * None of the buffers may be null. Returns 0; ERR_HARDWARE_FAULT when a '1' or an '8' stands in any of the seven, the
+ * temperature included; ERR_SENSOR_FILE when the file could not be opened; ERR_APPLIANCE_SIZE; a server return code; or
+ * a CONN_ERR_ code. The buffers are written on success and with ERR_HARDWARE_FAULT, and otherwise untouched. */
+int qGetSystemStatus(const CertificatePaths *paths, const char *host, uint32_t port, char *appStatus, char *coreStatus,
+                     char *diskStatus, char *voltageStatus, char *batteryStatus, char *fanStatus, char *temperature,
+                     const char *sensorDataFile);
+
+/* Reads the server's version, and whether it runs in FIPS mode.
+ *
+ * version  33 bytes, receives 32 characters, blanks kept. It must not be null, and is written on success and with -1.
+ *
+ * Returns 0 in FIPS mode and -1 in any other; ERR_TRANSACTION_SIZE; a server return code; or a CONN_ERR_ code. */
+int qReportFipsMode(const CertificatePaths *paths, const char *host, uint32_t port, char *version);
+
+/* Makes the server validate its key database. Waits up to 300 seconds for each page of what it found, which goes to the
+ * trace; the header of each page goes to standard output as well, five lines.
+ *
+ * Returns 0; ERR_DATABASE_INVALID when the last page lists a problem; ERR_APPLIANCE_SIZE; a server return code; or a
+ * CONN_ERR_ code. */
+int qValidateKeyDatabase(const CertificatePaths *paths, const char *host, uint32_t port);
+
+/* ---- Key transfer --------------------------------------------------------------------------------------------------
+ *
+ * Keys that come from outside and keys that leave, their values wrapped: encrypted with the RSA key of a certificate
+ * that the server keeps, certificateName, at most 64 characters. A wrapped value has 256 bytes. */
+
+/* Imports a 256-bit key with neither dates nor rollover, deletable, not a mirror key.
+ *
+ * keyName     at most 40 characters
+ * importFile  the file whose first 256 bytes are the wrapped value; at most 2048 characters. A null pointer for data
+ *             instead. With an empty path neither is used, and the value is sent as 256 zero bytes.
+ * data        256 bytes, the wrapped value; not read when importFile is given
+ *
+ * Returns 0; ERR_NULL_ARGUMENT when both are null, before anything else; ERR_IMPORT_FILE_OPEN, ERR_IMPORT_FILE_READ
+ * (the file has fewer than 256 bytes) or ERR_IMPORT_FILE_CLOSE, when nothing was sent; ERR_TRANSACTION_SIZE; a server
+ * return code; or a CONN_ERR_ code. */
+int qImportSymKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName,
+                  const char *certificateName, const char *importFile, const void *data);
+
+/* Exports a key.
+ *
+ * keyName     at most 40 characters
+ * instance    at most 24 characters; empty for the current instance
+ * exportFile  created or truncated, at most 2048 characters; receives the wrapped value and nothing else, as many bytes
+ *             as the reply declares: of more than 256 the rest is zero bytes. Null or empty for none. It is written
+ *             whatever the server's return code is, and when what is buffered cannot be written at its end, only the
+ *             trace tells.
+ * keyValue    256 bytes, receives the wrapped value on success and is otherwise untouched; null for none
+ *
+ * Returns 0; ERR_EXPORT_FILE_OPEN or ERR_EXPORT_FILE_WRITE; ERR_EXPORT_SIZE; a server return code; or a CONN_ERR_ code.
+ */
+int qExportSymKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName,
+                  const char *instance, const char *certificateName, const char *exportFile, void *keyValue);
+
+/* ---- Certificates and private keys ---------------------------------------------------------------------------------
+ *
+ * The server's store of certificates and private keys, each known by a name of at most 64 characters and, for
+ * certificates, by a type, a character whose meaning is the server's. Files hold them as they are: nothing is parsed.
+ * Paths have at most 2048 characters. */
+
+/* Sends a certificate, of type 'C', to the server.
+ *
+ * importFile  its first 16305 bytes are sent
+ * importFlag  sent as "Y" when it is not 0, as "N" when it is
+ *
+ * Returns 0; ERR_DATA_FILE when the file could not be opened or read; ERR_TRANSACTION_SIZE; a server return code; or a
+ * CONN_ERR_ code. */
+int qImportCertificate(const CertificatePaths *paths, const char *host, uint32_t port, const char *importFile,
+                       const char *certificateName, int importFlag);
+
+/* Sends a private key to the server: the first 16306 bytes of importFile, which are wiped from memory. Returns what
+ * qImportCertificate does. */
+int qImportPrivateKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *importFile,
+                      const char *privateKeyName);
+
+/* Fetches a certificate.
+ *
+ * exportFile  created or truncated; receives as many bytes as the reply declares. Those that did not arrive are zero,
+ *             and the status tells. It is written whatever the server's return code is.
+ *
+ * Returns 0; ERR_EXPORT_FILE_OPEN or ERR_EXPORT_FILE_WRITE; ERR_EXPORT_SIZE; a server return code; or a CONN_ERR_ code.
+ */
+int qExportCertificate(const CertificatePaths *paths, const char *host, uint32_t port, const char *certificateName,
+                       char certificateType, const char *exportFile);
+
+/* Deletes a certificate. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_ code. */
+int qDeleteCertificate(const CertificatePaths *paths, const char *host, uint32_t port, const char *certificateName,
+                       char certificateType);
+
+/* Deletes a private key. Returns 0, ERR_TRANSACTION_SIZE, a server return code or a CONN_ERR_ code. */
+int qDeletePrivateKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *privateKeyName);
+
+/* Lists the names of the certificates of a type, or of the private keys, page by page, without trailing blanks, in the
+ * server's order.
+ *
+ * outputFile  created or truncated; receives a line for each name. Empty for none.
+ * list        created by the caller (ll_create(65)) and freed by the caller; receives each name, NUL-terminated. In
+ *             shorter elements a name is cut.
+ *
+ * Return 0, whatever the server's return codes are; ERR_NAME_FILE_OPEN or ERR_NAME_FILE_WRITE; ERR_LIST_SIZE; or a
+ * CONN_ERR_ code. Names delivered before a failure stay. */
+int qGetCertificateList(const CertificatePaths *paths, const char *host, uint32_t port, char certificateType,
+                        const char *outputFile);
+int qGetCertificateList_as_ll(const CertificatePaths *paths, const char *host, uint32_t port, char certificateType,
+                              LinkedList *list);
+int qGetPrivateKeyList(const CertificatePaths *paths, const char *host, uint32_t port, const char *outputFile);
+int qGetPrivateKeyList_as_ll(const CertificatePaths *paths, const char *host, uint32_t port, LinkedList *list);
+
 #ifdef __cplusplus
 }
 #endif

@@ -11,6 +11,8 @@ static_assert(sizeof(CertificatePaths) == 4 * 2049, "CertificatePaths");
 static_assert(sizeof(KeyRecord) == 1607, "KeyRecord");
 static_assert(sizeof(NextKeyBlock) == 500, "NextKeyBlock");
 static_assert(sizeof(KeyMetadataValues) == 1040, "KeyMetadataValues");
+static_assert(sizeof(SystemStatusRecord) == 65, "SystemStatusRecord");
+static_assert(sizeof(MirrorRecord) == 257 + 6 + 41 + 11 + 1 + 1 + 45 + 11, "MirrorRecord");
 static_assert(sizeof(((Session *)0)->caRspBuf) == 16389, "caRspBuf");
 static_assert(sizeof(void *) == sizeof(((Session *)0)->hTls), "a handle is one machine word");
 
@@ -44,6 +46,45 @@ static int (*const kGetTemplateList)(const CertificatePaths *, const char *, uin
 static int (*const kRemoveTemplate)(const CertificatePaths *, const char *, uint32_t, const char *) = qRemoveTemplate;
 static int (*const kSetNextIncrement)(const CertificatePaths *, const char *, uint32_t, const char *,
                                       uint32_t) = qSetNextIncrement;
+static int (*const kSetMirrorAddress)(const CertificatePaths *, const char *, uint32_t, const char *, const char *,
+                                      uint32_t) = qSetMirrorAddress;
+static int (*const kGetMirrorAddress)(const CertificatePaths *, const char *, uint32_t, const char *, char *, uint32_t,
+                                      uint32_t *) = qGetMirrorAddress;
+static int (*const kRemoveMirrorAddress)(const CertificatePaths *, const char *, uint32_t,
+                                         const char *) = qRemoveMirrorAddress;
+static int (*const kListMirrorNames)(const CertificatePaths *, const char *, uint32_t, LinkedList *) = qListMirrorNames;
+static int (*const kGetMirrorStatus)(const CertificatePaths *, const char *, uint32_t, const char *, int, int32_t *,
+                                     char *, char *) = qGetMirrorStatus;
+static int (*const kGetQueueSize)(const CertificatePaths *, const char *, uint32_t, const char *,
+                                  int32_t *) = qGetQueueSize;
+static int (*const kForceKeySync)(const CertificatePaths *, const char *, uint32_t, const char *,
+                                  const char *) = qForceKeySync;
+static int (*const kGetSystemStatus)(const CertificatePaths *, const char *, uint32_t, char *, char *, char *, char *,
+                                     char *, char *, char *, const char *) = qGetSystemStatus;
+static int (*const kReportFipsMode)(const CertificatePaths *, const char *, uint32_t, char *) = qReportFipsMode;
+static int (*const kValidateKeyDatabase)(const CertificatePaths *, const char *, uint32_t) = qValidateKeyDatabase;
+static int (*const kImportSymKey)(const CertificatePaths *, const char *, uint32_t, const char *, const char *,
+                                  const char *, const void *) = qImportSymKey;
+static int (*const kExportSymKey)(const CertificatePaths *, const char *, uint32_t, const char *, const char *,
+                                  const char *, const char *, void *) = qExportSymKey;
+static int (*const kImportCertificate)(const CertificatePaths *, const char *, uint32_t, const char *, const char *,
+                                       int) = qImportCertificate;
+static int (*const kImportPrivateKey)(const CertificatePaths *, const char *, uint32_t, const char *,
+                                      const char *) = qImportPrivateKey;
+static int (*const kExportCertificate)(const CertificatePaths *, const char *, uint32_t, const char *, char,
+                                       const char *) = qExportCertificate;
+static int (*const kDeleteCertificate)(const CertificatePaths *, const char *, uint32_t, const char *,
+                                       char) = qDeleteCertificate;
+static int (*const kDeletePrivateKey)(const CertificatePaths *, const char *, uint32_t,
+                                      const char *) = qDeletePrivateKey;
+static int (*const kGetCertificateList)(const CertificatePaths *, const char *, uint32_t, char,
+                                        const char *) = qGetCertificateList;
+static int (*const kGetCertificateListAsLl)(const CertificatePaths *, const char *, uint32_t, char,
+                                            LinkedList *) = qGetCertificateList_as_ll;
+static int (*const kGetPrivateKeyList)(const CertificatePaths *, const char *, uint32_t,
+                                       const char *) = qGetPrivateKeyList;
+static int (*const kGetPrivateKeyListAsLl)(const CertificatePaths *, const char *, uint32_t,
+                                           LinkedList *) = qGetPrivateKeyList_as_ll;
 
 static int failures = 0;
 
@@ -72,6 +113,7 @@ int main(void) {
   char name[41] = "untouched";
   unsigned char value[32];
   uint32_t number = 7, other = 7;
+  int32_t count = 7;
   LinkedList *list = ll_create(41);
   memset(&record, 'x', sizeof record);
   const int statuses[] = {
@@ -89,6 +131,27 @@ int main(void) {
       kGetTemplateList(&paths, host, 1, list),
       kRemoveTemplate(&paths, host, 1, "T"),
       kSetNextIncrement(&paths, host, 1, "T", 1),
+      kSetMirrorAddress(&paths, host, 1, "M", "mirror.example", 1),
+      kGetMirrorAddress(&paths, host, 1, "M", name, sizeof name, &number),
+      kRemoveMirrorAddress(&paths, host, 1, "M"),
+      kListMirrorNames(&paths, host, 1, list),
+      kGetMirrorStatus(&paths, host, 1, "M", 1, &count, name, name),
+      kGetQueueSize(&paths, host, 1, "M", &count),
+      kForceKeySync(&paths, host, 1, "M", NULL),
+      kGetSystemStatus(&paths, host, 1, name, name, name, name, name, name, name, ""),
+      kReportFipsMode(&paths, host, 1, name),
+      kValidateKeyDatabase(&paths, host, 1),
+      kImportSymKey(&paths, host, 1, "K", "C", NULL, &values),
+      kExportSymKey(&paths, host, 1, "K", "", "C", NULL, name),
+      kImportCertificate(&paths, host, 1, "/nowhere/c", "C", 1),
+      kImportPrivateKey(&paths, host, 1, "/nowhere/c", "P"),
+      kExportCertificate(&paths, host, 1, "C", 'C', "/nowhere/c"),
+      kDeleteCertificate(&paths, host, 1, "C", 'C'),
+      kDeletePrivateKey(&paths, host, 1, "P"),
+      kGetCertificateList(&paths, host, 1, 'C', ""),
+      kGetCertificateListAsLl(&paths, host, 1, 'C', list),
+      kGetPrivateKeyList(&paths, host, 1, ""),
+      kGetPrivateKeyListAsLl(&paths, host, 1, list),
   };
   for (size_t i = 0; i < sizeof statuses / sizeof *statuses; ++i) {
     if (strncmp(StatusName(statuses[i]), "CONN_ERR_", 9) == 0 && strstr(StatusName(statuses[i]), "_MISSING") != NULL)
@@ -96,7 +159,7 @@ int main(void) {
     fprintf(stderr, "call %zu returned %d (%s)\n", i, statuses[i], StatusName(statuses[i]));
     ++failures;
   }
-  expect(strcmp(name, "untouched") == 0 && number == 7 && other == 7, "untouched outputs");
+  expect(strcmp(name, "untouched") == 0 && number == 7 && other == 7 && count == 7, "untouched outputs");
   for (size_t i = 0; i < sizeof record; ++i) expect(((const char *)&record)[i] == 0, "a zeroed record");
   expect(ll_count(list) == 0, "an empty list");
   ll_free(list);

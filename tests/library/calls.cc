@@ -1,6 +1,7 @@
 #include "tests/library/calls.h"
 
 #include "tests/library/library_test.h"
+#include "tests/library/temporary_file.h"
 
 namespace {
 
@@ -16,6 +17,9 @@ LinkedList list{40, {}};
 char key_name[41];
 unsigned char key_value[32];
 uint32_t number, other_number;
+int32_t size;
+char text[257], status, other_status;
+char app[5], core[9], disk[9], voltage[9], battery[3], fan[5], temperature[9];
 
 int set_metadata(const CertificatePaths &p) {
   return qSetMetadata(&p, kHost, kPort, "K1", "I1", "m1", "m2", "m3", "m4", "m5", "m6", "m7", "m8", "m9", "m10", "m11",
@@ -35,6 +39,34 @@ std::string set_metadata_request() {
 int query_metadata(const CertificatePaths &p) {
   return qRetrieveMetadata_as_ll(&p, kHost, kPort, "unused", 0, "a", 1, nullptr, 1, nullptr, 0, "b", 6, "", 0, "", 0,
                                  "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, &list);
+}
+
+constexpr const char *kFileContent = "content of a file";
+
+// A file that an import sends.
+std::string file_to_import() {
+  static const TemporaryFile file;
+  return file.fill(kFileContent);
+}
+
+std::string import_key_request() {
+  return "00908"
+         "1023" +
+         padded("K1", 40) + kPolicy + "N" + "1" + blanks(512) + "RSA" + padded("Cert1", 64) + "2" +
+         std::string(256, 'v');
+}
+
+// A call that tells something on standard output, which is not for the one who reads the test's.
+int quietly(const std::function<int()> &call) {
+  testing::internal::CaptureStdout();
+  const int result = call();
+  testing::internal::GetCapturedStdout();
+  return result;
+}
+
+int get_system_status(const CertificatePaths &p) {
+  return quietly(
+      [&] { return qGetSystemStatus(&p, kHost, kPort, app, core, disk, voltage, battery, fan, temperature, ""); });
 }
 
 }  // namespace
@@ -113,6 +145,100 @@ const std::vector<CallCase> &all_calls() {
       {"DisplayKeyNameList",
        [](const CertificatePaths &p) { return qRetrieveKeyNameList_as_ll(&p, kHost, kPort, &list); }, "000041037",
        "1037", 300, 9999, "DisplayKeyNameList"},
+      {"SetMirrorAddress",
+       [](const CertificatePaths &p) { return qSetMirrorAddress(&p, kHost, kPort, "M1", "mirror.example", 443); },
+       "00305"
+       "1129" +
+           padded("M1", 40) + padded("mirror.example", 256) + "00443",
+       "1129", 60, 9260, "SetMirrorAddress"},
+      {"GetMirrorAddress",
+       [](const CertificatePaths &p) { return qGetMirrorAddress(&p, kHost, kPort, "M1", text, sizeof text, &number); },
+       "00044"
+       "1127" +
+           padded("M1", 40),
+       "1127", 60, 9999, "GetMirrorAddress"},
+      {"RemoveMirrorAddress", [](const CertificatePaths &p) { return qRemoveMirrorAddress(&p, kHost, kPort, "M1"); },
+       "00044"
+       "1131" +
+           padded("M1", 40),
+       "1131", 60, 9999, "GetMirrorStatus"},
+      {"ListMirrorNames", [](const CertificatePaths &p) { return qListMirrorNames(&p, kHost, kPort, &list); },
+       "000041133", "1133", 300, 9999, "ListMirrorNames"},
+      {"GetMirrorStatus",
+       [](const CertificatePaths &p) {
+         return qGetMirrorStatus(&p, kHost, kPort, "M1", 1, &size, &status, &other_status);
+       },
+       "00045"
+       "1135" +
+           padded("M1", 40) + "Y",
+       "1135", 60, 9999, "GetMirrorStatus"},
+      {"GetQueueSize", [](const CertificatePaths &p) { return qGetQueueSize(&p, kHost, kPort, "M1", &size); },
+       "00044"
+       "1147" +
+           padded("M1", 40),
+       "1147", 60, 9999, "GetQueueSize"},
+      {"ForceKeySync", [](const CertificatePaths &p) { return qForceKeySync(&p, kHost, kPort, "M1", "K1"); },
+       "00085"
+       "1151" +
+           padded("M1", 40) + "N" + padded("K1", 40),
+       "1151", 60, 9999, "ForceKeySync"},
+      {"GetSystemStatus", get_system_status, "000041137", "1137", 60, 9169, "GetSystemStatusDB"},
+      {"ReportFipsMode", [](const CertificatePaths &p) { return qReportFipsMode(&p, kHost, kPort, text); }, "000041047",
+       "1047", 60, 9999, "ReportFipsMode", false, -1},
+      {"ValidateDB",
+       [](const CertificatePaths &p) { return quietly([&] { return qValidateKeyDatabase(&p, kHost, kPort); }); },
+       "000041041", "1041", 300, 9169, "ValidateDB"},
+      {"ImportSymKey",
+       [](const CertificatePaths &p) {
+         return qImportSymKey(&p, kHost, kPort, "K1", "Cert1", nullptr, std::string(256, 'v').data());
+       },
+       import_key_request(), "1023", 60, 9999, "ImportSymKey"},
+      {"ExportSymKey",
+       [](const CertificatePaths &p) { return qExportSymKey(&p, kHost, kPort, "K1", "I1", "Cert1", nullptr, nullptr); },
+       // Five bytes more than the length digits count.
+       "00136"
+       "1025" +
+           padded("K1", 40) + padded("I1", 24) + "RSA" + padded("Cert1", 64) + "2" + zeros(5),
+       "1025", 60, 9124, "ExportSymKey"},
+      {"ImportCertificate",
+       [](const CertificatePaths &p) {
+         return qImportCertificate(&p, kHost, kPort, file_to_import().c_str(), "Cert1", 1);
+       },
+       "00075"
+       "1139"
+       "C" +
+           padded("Cert1", 64) + "Y" + "00017",
+       "1139", 60, 9999, "ImportCertificate", false, 0, kFileContent, false},
+      {"ImportPrivateKey",
+       [](const CertificatePaths &p) { return qImportPrivateKey(&p, kHost, kPort, file_to_import().c_str(), "Key1"); },
+       "00074"
+       "1143" +
+           padded("Key1", 64) + "Y" + "00017",
+       "1143", 60, 9999, "ImportPrivateKey", false, 0, kFileContent, false},
+      {"ExportCertificate",
+       [](const CertificatePaths &p) { return qExportCertificate(&p, kHost, kPort, "Cert1", 'C', "/dev/null"); },
+       "00069"
+       "1153"
+       "C" +
+           padded("Cert1", 64),
+       "1153", 60, 9124, "ExportCertificate", true},
+      {"DeleteCertificate",
+       [](const CertificatePaths &p) { return qDeleteCertificate(&p, kHost, kPort, "Cert1", 'C'); },
+       "00069"
+       "1141"
+       "C" +
+           padded("Cert1", 64),
+       "1141", 60, 9999, "DeleteCertificate"},
+      {"DeletePrivateKey", [](const CertificatePaths &p) { return qDeletePrivateKey(&p, kHost, kPort, "Key1"); },
+       "00068"
+       "1145" +
+           padded("Key1", 64),
+       "1145", 60, 9999, "DeletePrivateKey"},
+      {"GetCertificateList",
+       [](const CertificatePaths &p) { return qGetCertificateList_as_ll(&p, kHost, kPort, 'C', &list); }, "000051049C",
+       "1049", 60, 9261, "GetCertificateList", true, 0, nullptr, true, true},
+      {"GetPrivateKeyList", [](const CertificatePaths &p) { return qGetPrivateKeyList_as_ll(&p, kHost, kPort, &list); },
+       "000041119", "1119", 60, 9261, "GetP:rivateKeyList", true, 0, nullptr, true, true},
   };
   return calls;
 }

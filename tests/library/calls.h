@@ -15,8 +15,11 @@ struct CallCase {
   int reply_timeout;
   int oversize_status;
   const char *oversize_name;
-  bool paged = false;       // a reply is a page with a block behind it
-  int status_of_empty = 0;  // of a reply of length 0
+  bool paged = false;                // a reply is a page with a block behind it
+  int status_of_empty = 0;           // of a reply of length 0
+  const char *payload = nullptr;     // what a second write sends behind the request, if there is one
+  bool traces_header = true;         // the reply's length and identifier too, not only its return code
+  bool ignores_return_code = false;  // it never becomes the status
 };
 
 // Key name "K1", instance "I1", constant "TEMPLATE0000001".

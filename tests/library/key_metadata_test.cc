@@ -86,9 +86,9 @@ TEST_F(SetMetadataTest, RefusesAddressesThatShareNoBit) {
     return mmap(reinterpret_cast<void *>(address), 4096, PROT_READ | PROT_WRITE,
                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
   };
-  void *const low = page_at(0x100000000), *const high = page_at(0x200000000);
-  ASSERT_EQ(low, reinterpret_cast<void *>(0x100000000));
-  ASSERT_EQ(high, reinterpret_cast<void *>(0x200000000));
+  void *const low = page_at(0x10000000), *const high = page_at(0x20000000);
+  ASSERT_EQ(low, reinterpret_cast<void *>(0x10000000));
+  ASSERT_EQ(high, reinterpret_cast<void *>(0x20000000));
   Fields f;
   f.fill(static_cast<const char *>(low));
   f[7] = static_cast<const char *>(high);

@@ -24,6 +24,12 @@ class TemporaryFile {
   std::string folder() const { return folder_; }
   bool exists() const { return std::filesystem::exists(path()); }
 
+  // Writes the file. Returns its path.
+  std::string fill(const std::string &bytes) const {
+    std::ofstream(path(), std::ios::binary) << bytes;
+    return path();
+  }
+
   std::string contents() const {
     std::ifstream file(path(), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};

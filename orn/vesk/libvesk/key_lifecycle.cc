@@ -1,22 +1,12 @@
 #include "orn/vesk/wire/key_lifecycle.h"
 
 #include "orn/vesk/libvesk/call_frame.h"
+#include "orn/vesk/libvesk/default_policy.h"
 #include "orn/vesk/libvesk/template_fields.h"
 
 using namespace vesk;
 
 namespace {
-
-// The policy that every key is created with.
-void put_default_policy(RequestFields &request) {
-  wire::put_padded(request.caKeySizeBits, "0256");
-  wire::put_padded(request.caActivationDate, "00000000");
-  wire::put_padded(request.caExpirationDate, "00000000");
-  wire::put_padded(request.caRolloverCode, "N");
-  wire::put_padded(request.caRolloverDays, "0000");
-  wire::put_padded(request.caDeletable, "Y");
-  wire::put_padded(request.caUserGroupFlag, "1");
-}
 
 // What six hexadecimal digits count.
 constexpr uint32_t kMaxKeyCount = 0xFFFFFF;
@@ -30,6 +20,7 @@ int qCreateSymKey(const CertificatePaths *paths, const char *host, uint32_t port
       [&](RequestFields &request) {
         LIBVESK_TRACE("Create Key Name: <%-40s>", wire::text_or_empty(keyName));
         put_default_policy(request);
+        wire::put_padded(request.caUserGroupFlag, "1");
         wire::put_padded(request.caKeyName, keyName);
         wire::put_padded(request.caMirrorKey, cMirrorKey == 'Y' ? "Y" : "N");
         wire::put_padded(request.caUser, "User1");
@@ -46,6 +37,7 @@ int qAutoGenKeys(const CertificatePaths *paths, const char *host, uint32_t port,
       {paths, host, port}, wire::kAutoGenKeys,
       [&](RequestFields &request) {
         put_default_policy(request);
+        wire::put_padded(request.caUserGroupFlag, "1");
         put_template(request, constant);
         wire::put_number(request.caKeyCount, "%05u", count);  // a sixth digit is lost
         wire::put_padded(request.caGenMode, cGenMode == 'a' ? "A" : "I");

@@ -10,11 +10,14 @@ void begin(Session &session, const Transaction &transaction) {
   SKEYS_TRACE("F: %s", transaction.function);
 }
 
-bool send_bytes(Session &session, std::span<const char> request) {
-  const int count = static_cast<int>(request.size());
-  DumpBuffer(0, SKEYS_PATH, __LINE__, request.data(), count, "caReqBuf");
-  session.iStatus = TLSWrite(session.hTls, request.data(), count);
+bool send_payload(Session &session, std::span<const char> payload) {
+  session.iStatus = TLSWrite(session.hTls, payload.data(), static_cast<int>(payload.size()));
   return session.iStatus == 0;
+}
+
+bool send_bytes(Session &session, std::span<const char> request) {
+  DumpBuffer(0, SKEYS_PATH, __LINE__, request.data(), static_cast<int>(request.size()), "caReqBuf");
+  return send_payload(session, request);
 }
 
 bool read_bytes(Session &session, std::span<char> room, int timeout_seconds) {
@@ -22,6 +25,12 @@ bool read_bytes(Session &session, std::span<char> room, int timeout_seconds) {
   session.iStatus =
       TLSRead(session.hTls, session.hTlsRead, room.data(), static_cast<int>(room.size()), timeout_seconds, &bytes_read);
   return session.iStatus == 0;
+}
+
+void trace_received(const Session &session) {
+  SKEYS_TRACE("iBytesRead <%d>", session.iBytesRead);
+  DumpBuffer(0, SKEYS_PATH, __LINE__, session.caRspBuf, session.iBytesRead + static_cast<int>(wire::kLengthDigits),
+             "Response buffer");
 }
 
 std::optional<std::string_view> receive(Session &session, const Transaction &transaction) {
@@ -44,10 +53,7 @@ std::optional<std::string_view> receive(Session &session, const Transaction &tra
   const std::size_t length = static_cast<std::size_t>(std::max(declared, 0));
   if (!read_bytes(session, buffer.subspan(digits.size(), length), wire::kReadTimeoutSeconds)) return std::nullopt;
 
-  // iBytesRead stays 0, so the dump shows the length digits alone: a reply may carry a key value.
-  SKEYS_TRACE("iBytesRead <%d>", session.iBytesRead);
-  DumpBuffer(0, SKEYS_PATH, __LINE__, session.caRspBuf, session.iBytesRead + static_cast<int>(digits.size()),
-             "Response buffer");
+  trace_received(session);
   return std::string_view(buffer.data(), digits.size() + length);
 }
 

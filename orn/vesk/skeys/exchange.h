@@ -22,6 +22,9 @@ using RequestBuffer = std::array<char, wire::kMaxRequestBytes>;
 // Clears iStatus and announces the transaction in the trace.
 void begin(Session &session, const Transaction &transaction);
 
+// Sends what stands behind a request, which is in no dump.
+bool send_payload(Session &session, std::span<const char> payload);
+
 // Dumps a request and sends it.
 bool send_bytes(Session &session, std::span<const char> request);
 
@@ -38,6 +41,10 @@ bool send_request(Session &session, const wire::Table<RequestFields, kRows> &tab
   const std::size_t count = length == SendLength::kFixed ? wire_size(table) : request.length();
   return send_bytes(session, std::span(*buffer).first(count));
 }
+
+// Shows in the trace that something was read into caRspBuf. iBytesRead stays 0, so the dump shows the length digits
+// alone: a reply may carry a key value.
+void trace_received(const Session &session);
 
 // Reads one length-prefixed reply into caRspBuf. Returns what arrived, length digits included, or nothing when iStatus
 // says why. A reply above the size limit is refused before its body is read.

@@ -1,10 +1,13 @@
 // The file that a transaction writes what it receives to.
 #pragma once
 
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
 #include <string_view>
+
+#include "orn/vesk/wiped.h"
 
 namespace vesk::skeys {
 
@@ -13,6 +16,7 @@ class OutputFile {
   // Creates or truncates. Returns whether the file could be opened.
   bool open(const char *path) {
     file_.reset(std::fopen(path, "we"));
+    if (is_open()) std::setvbuf(file_.get(), buffer_->data(), _IOFBF, buffer_->size());
     return is_open();
   }
   bool is_open() const { return file_ != nullptr; }
@@ -29,6 +33,10 @@ class OutputFile {
     return written;
   }
 
+  // The stream's indicators.
+  int error_indicator() const { return std::ferror(file_.get()); }
+  int end_indicator() const { return std::feof(file_.get()); }
+
   // Writes what is still buffered. Returns whether all of it went out; the file is closed either way.
   bool close() { return std::fclose(file_.release()) == 0; }
 
@@ -36,6 +44,7 @@ class OutputFile {
   struct Closer {
     void operator()(std::FILE *file) const { std::fclose(file); }
   };
+  Wiped<std::array<char, 4096>> buffer_;  // the stream's, which may pass key values; outlives it
   std::unique_ptr<std::FILE, Closer> file_;
 };
 

@@ -44,6 +44,15 @@ bool in_pieces(Session &session, std::size_t page_bytes, int block_length, std::
   return true;
 }
 
+// Reads a piece of a block that holds no secrets, and shows it in the trace.
+inline bool read_and_dump(Session &session, std::span<char> piece) {
+  if (!read_bytes(session, piece, wire::kReadTimeoutSeconds)) return false;
+  const int count = static_cast<int>(piece.size());
+  SKEYS_TRACE("iBytesRead <%d>", count);
+  DumpBuffer(0, SKEYS_PATH, __LINE__, piece.data(), count, "Response buffer");
+  return true;
+}
+
 // Hands each whole entry of a piece to use(std::string_view), which says whether to go on. What is left over is
 // dropped.
 template <typename Use>
