@@ -1,0 +1,223 @@
+#include "tests/server/mirror_servers.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <random>
+#include <stdexcept>
+
+namespace veskd::test {
+
+using namespace std::chrono_literals;
+
+bool eventually(const std::function<bool()> &condition) {
+  const auto end = std::chrono::steady_clock::now() + 20s;
+  do {
+    if (condition()) return true;
+    std::this_thread::yield();
+  } while (std::chrono::steady_clock::now() < end);
+  return false;
+}
+
+ReplicationTimes short_times() {
+  return {.first_retry = 2ms, .longest_retry = 20ms, .exchange = 5s, .compare_every = 60s, .compare_pause = 20ms};
+}
+
+namespace {
+
+ServerOptions options_for(const DevEnvironment &environment, std::uint16_t port) {
+  ServerOptions options;
+  options.tls = environment.tls_files();
+  options.machine.store_directory = environment.directory();
+  options.port = port;
+  options.limits.num_threads = 2;
+  return options;
+}
+
+}  // namespace
+
+MirrorServer::Running::Running(MirrorServer &owner)
+    : environment(owner.directory(), {}, owner.log_, owner.authority_from_),
+      store(environment.store_path(), environment.master_key(), owner.log_),
+      server(options_for(environment, owner.port_), store, owner.log_),
+      replicator(environment.mirror_tls_files(), store, owner.log_, owner.times_),
+      thread([this] { server.run(); }) {}
+
+MirrorServer::Running::~Running() {
+  server.stop();
+  thread.join();
+}
+
+MirrorServer::MirrorServer(const std::filesystem::path &authority_from, const ReplicationTimes &times)
+    : authority_from_(authority_from), times_(times) {
+  start();
+  port_ = running_->server.port();
+  paths_ = client_paths(directory());
+}
+
+MirrorServer::~MirrorServer() = default;
+
+Store &MirrorServer::store() {
+  return running_->store;
+}
+
+void MirrorServer::stop() {
+  running_.reset();
+}
+
+void MirrorServer::start() {
+  running_ = std::make_unique<Running>(*this);
+}
+
+void MirrorServer::lose_store() {
+  for (const char *name : {"store.db", "store.db-wal", "store.db-shm", "master.key"})
+    std::filesystem::remove(directory() / name);
+}
+
+void MirrorServer::create_mirror_key(const std::string &name) const {
+  ASSERT_EQ(call(qCreateSymKey, name.c_str(), 'Y'), 0) << name;
+}
+
+std::string MirrorServer::value_of(const std::string &name) const {
+  KeyRecord record{};
+  return call(qRetrieveKey, name.c_str(), "", &record) == 0 ? std::string(record.caKeyValue, 32) : std::string();
+}
+
+int MirrorServer::set_metadata(const std::string &name, const std::string &text) const {
+  KeyMetadataValues values{};
+  std::strncpy(values.md[0], text.c_str(), sizeof values.md[0] - 1);
+  const auto &md = values.md;
+  return call(qSetMetadata, name.c_str(), "", md[0], md[1], md[2], md[3], md[4], md[5], md[6], md[7], md[8], md[9],
+              md[10], md[11], md[12], md[13], md[14], md[15]);
+}
+
+std::string MirrorServer::metadata_of(const std::string &name) const {
+  KeyMetadataValues values{};
+  if (call(qRetrieveKeyMetadata, name.c_str(), &values) != 0) return "no such key";
+  std::string text = values.md[0];
+  return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+void MirrorServer::add_mirror(const std::string &name, std::uint16_t port) const {
+  ASSERT_EQ(call(qSetMirrorAddress, name.c_str(), "127.0.0.1", port), 0);
+}
+
+Mirror MirrorServer::mirror(const std::string &name) {
+  Store::Reader reader(store());
+  return find_mirror(*reader, name).value();
+}
+
+int MirrorServer::queue_size(const std::string &name) const {
+  std::int32_t size = -1;
+  EXPECT_EQ(call(qGetQueueSize, name.c_str(), &size), 0);
+  return size;
+}
+
+bool MirrorServer::agrees_with(const std::string &name) const {
+  return eventually([&] {
+    std::int32_t faults = 0;
+    char status = 0, same = 0;
+    EXPECT_EQ(call(qGetMirrorStatus, name.c_str(), 1, &faults, &status, &same), 0);
+    return same == 'Y' && status == 'U';
+  });
+}
+
+namespace {
+
+sockaddr_in loopback(std::uint16_t port, const std::string &host = "127.0.0.1") {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = inet_addr(host.c_str());
+  return address;
+}
+
+// Whether bytes went over, which must fit the budget.
+bool pass_on(int from, int to, std::size_t &budget) {
+  char buffer[16384];
+  const ssize_t count = ::recv(from, buffer, std::min(sizeof buffer, budget), 0);
+  if (count <= 0) return false;
+  budget -= static_cast<std::size_t>(count);
+  return ::send(to, buffer, static_cast<std::size_t>(count), MSG_NOSIGNAL) == count && budget > 0;
+}
+
+void reset(int socket) {
+  const linger at_once{1, 0};
+  ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+}
+
+}  // namespace
+
+Line::Line(std::uint16_t target, const std::string &address_text) : target_(target) {
+  listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  stop_ = ::eventfd(0, EFD_CLOEXEC);
+  sockaddr_in address = loopback(0, address_text);
+  socklen_t length = sizeof address;
+  if (::bind(listener_, reinterpret_cast<sockaddr *>(&address), length) != 0 || ::listen(listener_, 64) != 0 ||
+      ::getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length) != 0)
+    throw std::runtime_error("no line");
+  port_ = ntohs(address.sin_port);
+  thread_ = std::thread([this] { accept_connections(); });
+}
+
+Line::~Line() {
+  ::eventfd_write(stop_, 1);
+  thread_.join();
+  ::close(listener_);
+  ::close(stop_);
+}
+
+void Line::accept_connections() {
+  std::minstd_rand random(7);
+  for (;;) {
+    pollfd ready[2] = {{listener_, POLLIN, 0}, {stop_, POLLIN, 0}};
+    ::poll(ready, 2, -1);
+    if (ready[1].revents != 0) break;
+    const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client < 0) continue;
+    ++num_connections_;
+    const Mode mode = mode_;
+    const std::size_t budget = mode == Mode::kResets ? 1 + random() % 12000 : SIZE_MAX;
+    carriers_.emplace_back([=, this] { carry(client, mode, budget); });
+  }
+  for (std::thread &carrier : carriers_) carrier.join();
+}
+
+void Line::carry(int client, Mode mode, std::size_t budget) const {
+  const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in address = loopback(target_);
+  bool open = ::connect(server, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+  while (open) {
+    const short wanted = mode == Mode::kHolds ? 0 : POLLIN;
+    pollfd ready[3] = {{client, wanted, 0}, {server, wanted, 0}, {stop_, POLLIN, 0}};
+    ::poll(ready, 3, -1);
+    if (ready[2].revents != 0 || (mode == Mode::kHolds && (ready[0].revents | ready[1].revents) != 0)) break;
+    if (ready[0].revents != 0) open = pass_on(client, server, budget);
+    if (open && ready[1].revents != 0) open = pass_on(server, client, budget);
+  }
+  if (budget == 0) {
+    reset(client);
+    reset(server);
+  }
+  ::close(client);
+  ::close(server);
+}
+
+RawOptions mirror_options(const std::filesystem::path &directory) {
+  return {directory / "mirror.pem", directory / "mirror-key.pem", directory / "authority.pem", 0};
+}
+
+std::string ask_as(const RawOptions &options, std::uint16_t port, const std::string &request) {
+  RawConnection connection(port);
+  EXPECT_TRUE(connection.handshake(options));
+  connection.send(request);
+  return connection.receive_all();
+}
+
+}  // namespace veskd::test

@@ -1,0 +1,248 @@
+// The store, the sealing of key values, and the files that they live in.
+#include "veskd/store.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <future>
+#include <latch>
+
+#include "tests/server/test_server.h"
+#include "veskd/dates.h"
+#include "veskd/key_records.h"
+
+namespace veskd::test {
+namespace {
+
+const KeyPolicy kPolicy{"00000000", "00000000", "N", "0000", "Y", "N", "1", "User1", "Group1"};
+const Log kLog(true);
+
+void write_text(const std::filesystem::path &path, const std::string &text, std::filesystem::perms mode) {
+  std::ofstream(path) << text;
+  std::filesystem::permissions(path, mode);
+}
+
+// Runs a change and waits for its outcome.
+bool change(Store &store, const std::function<bool(StoreConnection &)> &apply) {
+  std::promise<bool> outcome;
+  store.change({apply, [&](bool durable) { outcome.set_value(durable); }});
+  return outcome.get_future().get();
+}
+
+std::array<std::uint8_t, kKeyBytes> value_of(Store &store, const std::string &name) {
+  Store::Reader reader(store);
+  const Key key = find_key(*reader, name).value();
+  KeyValue value;
+  read_key_value(*reader, key, key.current_instance, value);
+  return *value;
+}
+
+// ---- Sealing ----
+
+class Sealing : public testing::Test {
+ protected:
+  TemporaryDirectory directory;
+  std::unique_ptr<MasterKey> master = MasterKey::create(directory / "master.key");
+  Sealer sealer{*master};
+  const std::vector<std::uint8_t> value = {1, 2, 3, 4};
+  std::vector<std::uint8_t> opened = std::vector<std::uint8_t>(4);
+};
+
+TEST_F(Sealing, WhatWasSealedOpens) {
+  const auto sealed = sealer.seal(value, "context");
+  EXPECT_EQ(sealed.size(), 4u + 28u);
+  ASSERT_TRUE(sealer.unseal(sealed, "context", opened));
+  EXPECT_EQ(opened, value);
+}
+
+TEST_F(Sealing, NoTwoSealsAreAlike) {
+  EXPECT_NE(sealer.seal(value, "context"), sealer.seal(value, "context"));
+}
+
+TEST_F(Sealing, EveryFlippedBitIsNoticed) {
+  const auto sealed = sealer.seal(value, "context");
+  for (std::size_t bit = 0; bit < sealed.size() * 8; ++bit) {
+    auto tampered = sealed;
+    tampered[bit / 8] = static_cast<std::uint8_t>(tampered[bit / 8] ^ (1u << (bit % 8)));
+    opened = value;
+    EXPECT_FALSE(sealer.unseal(tampered, "context", opened)) << bit;
+    EXPECT_EQ(opened, std::vector<std::uint8_t>(4)) << bit;
+  }
+}
+
+TEST_F(Sealing, AnotherLengthIsNoticed) {
+  auto sealed = sealer.seal(value, "context");
+  sealed.pop_back();
+  EXPECT_FALSE(sealer.unseal(sealed, "context", opened));
+  EXPECT_FALSE(sealer.unseal({}, "context", opened));
+}
+
+TEST_F(Sealing, AnotherContextIsNoticed) {
+  EXPECT_FALSE(sealer.unseal(sealer.seal(value, "context"), "contexT", opened));
+}
+
+TEST_F(Sealing, AnotherMasterKeyIsNoticed) {
+  const auto other = MasterKey::create(directory / "other.key");
+  EXPECT_FALSE(Sealer(*other).unseal(sealer.seal(value, "context"), "context", opened));
+}
+
+TEST_F(Sealing, TheMasterKeyIsReadBackFromItsPrivateFile) {
+  EXPECT_EQ(mode_of(directory / "master.key"), 0600u);
+  const auto again = MasterKey::read(directory / "master.key");
+  ASSERT_TRUE(Sealer(*again).unseal(sealer.seal(value, "context"), "context", opened));
+  EXPECT_EQ(opened, value);
+}
+
+TEST_F(Sealing, TheMasterKeyIsNeverReplaced) {
+  EXPECT_THAT(start_error([&] { MasterKey::create(directory / "master.key"); }), testing::HasSubstr("exists"));
+}
+
+TEST_F(Sealing, AMasterKeyFileThatIsNoneIsRefused) {
+  using std::filesystem::perms;
+  const perms priv = perms::owner_read | perms::owner_write;
+  const std::string digits(64, 'a');
+  for (const std::string &text :
+       {std::string(), digits, digits + "\n\n", digits + "a\n", std::string(63, 'a') + "g\n"}) {
+    write_text(directory / "bad.key", text, priv);
+    EXPECT_THAT(start_error([&] { MasterKey::read(directory / "bad.key"); }), testing::HasSubstr("not a master key"));
+  }
+  write_text(directory / "bad.key", digits + "\n", priv | perms::group_read);
+  EXPECT_THAT(start_error([&] { MasterKey::read(directory / "bad.key"); }), testing::HasSubstr("chmod 600"));
+}
+
+// ---- The store ----
+
+class StoreTest : public testing::Test {
+ protected:
+  TemporaryDirectory directory;
+  std::filesystem::path path = directory / "store.db";
+  std::unique_ptr<MasterKey> master = MasterKey::create(directory / "master.key");
+};
+
+TEST_F(StoreTest, KeysOutliveTheStoreObject) {
+  std::array<std::uint8_t, kKeyBytes> before;
+  {
+    Store store(path, *master, kLog);
+    ASSERT_TRUE(change(store, [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); }));
+    before = value_of(store, "K1");
+  }
+  Store store(path, *master, kLog);
+  EXPECT_EQ(value_of(store, "K1"), before);
+}
+
+TEST_F(StoreTest, ItsFilesArePrivate) {
+  Store store(path, *master, kLog);
+  ASSERT_TRUE(change(store, [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); }));
+  EXPECT_EQ(mode_of(path), 0600u);
+  EXPECT_EQ(mode_of(directory / "store.db-wal"), 0600u);
+}
+
+TEST_F(StoreTest, NoKeyValueStandsInItsFiles) {
+  Store store(path, *master, kLog);
+  ASSERT_TRUE(change(store, [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); }));
+  const auto value = value_of(store, "K1");
+  for (const char *name : {"store.db", "store.db-wal"}) {
+    std::ifstream file(directory / name, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    EXPECT_EQ(content.find(std::string(value.begin(), value.end())), std::string::npos) << name;
+  }
+}
+
+TEST_F(StoreTest, AnotherMasterKeyIsRecognised) {
+  { Store store(path, *master, kLog); }
+  const auto other = MasterKey::create(directory / "other.key");
+  EXPECT_THAT(start_error([&] { Store store(path, *other, kLog); }),
+              testing::HasSubstr("the master key does not belong to the key store"));
+}
+
+TEST_F(StoreTest, AStoreOfANewerVersionIsLeftAlone) {
+  { Store store(path, *master, kLog); }
+  Database(path).execute("PRAGMA user_version = 1000");
+  EXPECT_THAT(start_error([&] { Store store(path, *master, kLog); }), testing::HasSubstr("use a newer veskd"));
+}
+
+TEST_F(StoreTest, AFileThatIsNoStoreIsRefused) {
+  std::ofstream(path) << std::string(4096, 'x');
+  EXPECT_THAT(start_error([&] { Store store(path, *master, kLog); }), testing::HasSubstr("cannot use the key store"));
+}
+
+TEST_F(StoreTest, ARefusedChangeIsUndoneAndTheOthersOfItsCommitStand) {
+  Store store(path, *master, kLog);
+  std::latch queued(1);
+  std::promise<bool> first, second, third;
+  store.change({[&](StoreConnection &c) {
+                  queued.wait();
+                  return !create_key(c, "K1", kPolicy).empty();
+                },
+                [&](bool durable) { first.set_value(durable); }});
+  store.change({[](StoreConnection &c) { return create_key(c, "K2", kPolicy).empty(); },
+                [&](bool durable) { second.set_value(durable); }});
+  store.change({[](StoreConnection &c) -> bool { throw DatabaseError(create_key(c, "K3", kPolicy)); },
+                [&](bool durable) { third.set_value(durable); }});
+  queued.count_down();
+  EXPECT_TRUE(first.get_future().get());
+  EXPECT_TRUE(second.get_future().get());
+  EXPECT_FALSE(third.get_future().get());
+  Store::Reader reader(store);
+  EXPECT_TRUE(find_key(*reader, "K1").has_value());
+  EXPECT_FALSE(find_key(*reader, "K2").has_value());
+  EXPECT_FALSE(find_key(*reader, "K3").has_value());
+}
+
+TEST_F(StoreTest, WhenTheCommitFailsEveryChangeInItHasFailed) {
+  Store store(path, *master, kLog);
+  std::latch entered(1), queued(1);
+  std::promise<bool> blocker, good, bad;
+  // While the first change is held up, the other two queue up for one commit.
+  store.change({[&](StoreConnection &) {
+                  entered.count_down();
+                  queued.wait();
+                  return true;
+                },
+                [&](bool durable) { blocker.set_value(durable); }});
+  entered.wait();
+  store.change({[](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); },
+                [&](bool durable) { good.set_value(durable); }});
+  store.change({[](StoreConnection &c) {
+                  c.database.execute("PRAGMA defer_foreign_keys = ON");
+                  c.database.execute("INSERT INTO instances VALUES (4711, 'of no key', x'00')");
+                  return true;
+                },
+                [&](bool durable) { bad.set_value(durable); }});
+  queued.count_down();
+  EXPECT_TRUE(blocker.get_future().get());
+  EXPECT_FALSE(good.get_future().get());
+  EXPECT_FALSE(bad.get_future().get());
+  EXPECT_TRUE(change(store, [](StoreConnection &c) { return !find_key(c, "K1").has_value(); }));
+}
+
+TEST_F(StoreTest, ChangesThatWaitAreMadeBeforeTheStoreCloses) {
+  int num_durable = 0;
+  {
+    Store store(path, *master, kLog);
+    for (int i = 0; i < 1000; ++i)
+      store.change({[i](StoreConnection &c) { return !create_key(c, "K" + std::to_string(i), kPolicy).empty(); },
+                    [&](bool durable) { num_durable += durable ? 1 : 0; }});
+  }
+  EXPECT_EQ(num_durable, 1000);
+}
+
+TEST_F(StoreTest, AReaderCannotChangeAnything) {
+  Store store(path, *master, kLog);
+  Store::Reader reader(store);
+  EXPECT_THROW(create_key(*reader, "K1", kPolicy), DatabaseError);
+}
+
+// ---- Dates ----
+
+TEST(Dates, AreDaysOfTheCalendar) {
+  for (const char *date : {"20260101", "20240229", "99991231", "00010101"}) EXPECT_TRUE(is_date(date)) << date;
+  for (const char *date :
+       {"", "00000000", "20260229", "20261301", "20260100", "2026011", "202601010", "2026 101", "-0260101", "2026O101"})
+    EXPECT_FALSE(is_date(date)) << date;
+  EXPECT_TRUE(is_date(today()));
+}
+
+}  // namespace
+}  // namespace veskd::test

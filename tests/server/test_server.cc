@@ -1,0 +1,157 @@
+#include "tests/server/test_server.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <openssl/err.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "veskd/errors.h"
+
+namespace veskd::test {
+
+TemporaryDirectory::TemporaryDirectory() {
+  std::string name = (std::filesystem::temp_directory_path() / "veskd-test-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
+  path_ = name;
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+CertificatePaths client_paths(const std::filesystem::path &directory) {
+  CertificatePaths paths{};
+  if (SetupCertificates(&paths, directory.c_str(), "authority.pem", "client.pem", "client-key.pem") != 0)
+    throw std::runtime_error("the certificate paths are too long");
+  return paths;
+}
+
+namespace {
+
+ServerOptions options_for(const DevEnvironment &environment, const Limits &limits, const Machine &machine) {
+  ServerOptions options;
+  options.tls = environment.tls_files();
+  options.limits = limits;
+  options.machine = machine;
+  return options;
+}
+
+}  // namespace
+
+TestServer::TestServer(const Limits &limits, const Machine &machine)
+    : environment_(directory_.path(), {}, log_),
+      store_(environment_.store_path(), environment_.master_key(), log_),
+      server_(options_for(environment_, limits, machine), store_, log_),
+      paths_(client_paths(directory_.path())),
+      thread_([this] { server_.run(); }) {}
+
+TestServer::~TestServer() {
+  stop();
+}
+
+void TestServer::stop() {
+  if (!thread_.joinable()) return;
+  server_.stop();
+  thread_.join();
+}
+
+RawOptions raw_options(const std::filesystem::path &directory) {
+  return {directory / "client.pem", directory / "client-key.pem", directory / "authority.pem", 0};
+}
+
+RawConnection::RawConnection(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const timeval patience{10, 0};
+  const int on = 1;
+  ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  if (::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+    throw std::runtime_error("no connection");
+}
+
+RawConnection::~RawConnection() {
+  tls_.reset();
+  ::close(socket_);
+}
+
+bool RawConnection::handshake(const RawOptions &options, SSL_SESSION *session) {
+  context_.reset(SSL_CTX_new(TLS_client_method()));
+  SSL_CTX_set_security_level(context_.get(), 0);
+  SSL_CTX_set_min_proto_version(context_.get(), TLS1_VERSION);
+  SSL_CTX_set_max_proto_version(context_.get(), options.max_version);
+  SSL_CTX_load_verify_file(context_.get(), options.authority.c_str());
+  SSL_CTX_set_verify(context_.get(), SSL_VERIFY_PEER, nullptr);
+  if (!options.certificate.empty()) {
+    SSL_CTX_use_certificate_chain_file(context_.get(), options.certificate.c_str());
+    SSL_CTX_use_PrivateKey_file(context_.get(), options.key.c_str(), SSL_FILETYPE_PEM);
+  }
+  tls_.reset(SSL_new(context_.get()));
+  if (session != nullptr) SSL_set_session(tls_.get(), session);
+  SSL_set_fd(tls_.get(), socket_);
+  const bool done = SSL_connect(tls_.get()) == 1;
+  ERR_clear_error();
+  return done;
+}
+
+void RawConnection::send(const std::string &bytes) {
+  SSL_write(tls_.get(), bytes.data(), static_cast<int>(bytes.size()));
+  ERR_clear_error();
+}
+
+std::string RawConnection::receive_all() {
+  std::string received;
+  char buffer[4096];
+  int count = 0;
+  while ((count = SSL_read(tls_.get(), buffer, sizeof buffer)) > 0) received.append(buffer, count);
+  closed_cleanly_ = SSL_get_error(tls_.get(), count) == SSL_ERROR_ZERO_RETURN;
+  ERR_clear_error();
+  return received;
+}
+
+bool RawConnection::is_closed_by_peer() {
+  char byte = 0;
+  ssize_t count = 0;
+  while ((count = ::recv(socket_, &byte, 1, 0)) > 0) {
+  }
+  return count == 0 || errno == ECONNRESET;
+}
+
+std::string ask(const TestServer &server, const std::string &request) {
+  RawConnection connection(server.port());
+  EXPECT_TRUE(connection.handshake(raw_options(server.directory())));
+  connection.send(request);
+  return connection.receive_all();
+}
+
+std::string start_error(const std::function<void()> &action) {
+  try {
+    action();
+  } catch (const StartError &error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+mode_t mode_of(const std::filesystem::path &path) {
+  struct stat status {};
+  EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+  return status.st_mode & 0777;
+}
+
+std::string padded(const std::string &text, std::size_t width) {
+  return text + std::string(width - text.size(), ' ');
+}
+
+}  // namespace veskd::test

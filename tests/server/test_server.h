@@ -1,0 +1,123 @@
+// A server in the test's own process, on a directory of its own, and clients for it.
+#pragma once
+
+#include <openssl/ssl.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "orn/vesk.h"
+#include "veskd/dev_environment.h"
+#include "veskd/log.h"
+#include "veskd/server.h"
+#include "veskd/store.h"
+
+namespace veskd::test {
+
+// Removed with all that is in it.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory &) = delete;
+  TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
+
+  const std::filesystem::path &path() const { return path_; }
+  std::filesystem::path operator/(const std::string &name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// The three files of a client in a server's directory.
+CertificatePaths client_paths(const std::filesystem::path &directory);
+
+class TestServer {
+ public:
+  explicit TestServer(const Limits &limits = {}, const Machine &machine = {});
+  ~TestServer();
+  TestServer(const TestServer &) = delete;
+  TestServer &operator=(const TestServer &) = delete;
+
+  const char *host() const { return "127.0.0.1"; }
+  std::uint16_t port() const { return server_.port(); }
+  const std::filesystem::path &directory() const { return directory_.path(); }
+  const CertificatePaths *paths() const { return &paths_; }
+  Store &store() { return store_; }
+
+  // Tells the server to stop and waits until it has.
+  void stop();
+
+  int ping() const { return qAdminNoop(paths(), host(), port()); }
+
+ private:
+  TemporaryDirectory directory_;
+  Log log_{true};
+  DevEnvironment environment_;
+  Store store_;
+  Server server_;
+  CertificatePaths paths_;
+  std::thread thread_;
+};
+
+// What a raw connection shows and demands.
+struct RawOptions {
+  std::filesystem::path certificate;  // none when empty
+  std::filesystem::path key;
+  std::filesystem::path authority;
+  int max_version = 0;  // 0: the newest
+};
+
+RawOptions raw_options(const std::filesystem::path &directory);
+
+// A TLS connection that sends what it is told, well-formed or not. Its reads give up after ten seconds.
+class RawConnection {
+ public:
+  // Connects without a word.
+  explicit RawConnection(std::uint16_t port);
+  ~RawConnection();
+  RawConnection(const RawConnection &) = delete;
+  RawConnection &operator=(const RawConnection &) = delete;
+
+  // False when the handshake fails on this side.
+  bool handshake(const RawOptions &options, SSL_SESSION *session = nullptr);
+  void send(const std::string &bytes);
+
+  // Everything up to the end of the connection; whether it ended in good order is in closed_cleanly.
+  std::string receive_all();
+  bool closed_cleanly() const { return closed_cleanly_; }
+
+  // Whether the other end closes before the reads give up. Without a handshake.
+  bool is_closed_by_peer();
+
+  SSL *tls() { return tls_.get(); }
+
+ private:
+  struct Free {
+    void operator()(SSL *tls) const { SSL_free(tls); }
+    void operator()(SSL_CTX *context) const { SSL_CTX_free(context); }
+  };
+  int socket_;
+  std::unique_ptr<SSL_CTX, Free> context_;
+  std::unique_ptr<SSL, Free> tls_;
+  bool closed_cleanly_ = false;
+};
+
+// Sends a request on a connection of its own and returns all of the reply.
+std::string ask(const TestServer &server, const std::string &request);
+
+// The message of the StartError that the action throws.
+std::string start_error(const std::function<void()> &action);
+
+// The permissions of a file.
+mode_t mode_of(const std::filesystem::path &path);
+
+std::string padded(const std::string &text, std::size_t width);
+
+}  // namespace veskd::test

@@ -1,0 +1,52 @@
+// A directory that holds all a server needs: certificates, master key, store. What is missing is made.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "veskd/files.h"
+#include "veskd/log.h"
+#include "veskd/sealing.h"
+#include "veskd/server.h"
+
+namespace veskd {
+
+class DevEnvironment {
+ public:
+  // Locks the directory, making it and what is missing in it. Throws StartError: another veskd has it, half of a pair
+  // is missing, a file is not what it should be. authority_from is the directory of another server whose authority this
+  // one shares, so that the two trust one another; empty for an authority of its own.
+  DevEnvironment(const std::filesystem::path &directory, const std::vector<std::string> &host_names, const Log &log,
+                 const std::filesystem::path &authority_from = {});
+
+  // Also takes the ready file away.
+  ~DevEnvironment();
+  DevEnvironment(const DevEnvironment &) = delete;
+  DevEnvironment &operator=(const DevEnvironment &) = delete;
+
+  const std::filesystem::path &directory() const { return directory_; }
+  const MasterKey &master_key() const { return *master_; }
+  std::filesystem::path store_path() const { return directory_ / "store.db"; }
+  TlsFiles tls_files() const;
+  TlsFiles mirror_tls_files() const;  // that this server shows to its mirrors
+
+  // Tells scripts that the server listens, and where.
+  void write_ready_file(const std::string &host, std::uint16_t port) const;
+
+  // The command to type next.
+  std::string next_command(const std::string &host, std::uint16_t port) const;
+
+ private:
+  void make_certificates(const std::vector<std::string> &host_names, const Log &log);
+  void open_master_key();
+  void remove_ready_file() const;
+
+  std::filesystem::path directory_;
+  Descriptor lock_;
+  std::unique_ptr<MasterKey> master_;
+};
+
+}  // namespace veskd

@@ -1,0 +1,213 @@
+// The receiver's side of replication.
+#include <fmt/format.h>
+#include <openssl/crypto.h>
+
+#include <charconv>
+
+#include "orn/vesk/wire/codec.h"
+#include "veskd/dates.h"
+#include "veskd/fields.h"
+#include "veskd/key_records.h"
+#include "veskd/metadata_records.h"
+#include "veskd/mirror_records.h"
+#include "veskd/replicated_keys.h"
+
+namespace veskd {
+namespace {
+
+using namespace vesk::wire;
+using namespace veskd::wire;
+
+// While it exists, what is changed is not queued for the mirrors of this server. An undone change undoes it as well.
+class Receiving {
+ public:
+  explicit Receiving(StoreConnection &store) : store_(store) { set(1); }
+  void end() { set(0); }
+
+ private:
+  void set(std::int64_t receiving) { Query(store_.database, "UPDATE replication SET receiving = ?1", receiving).run(); }
+  StoreConnection &store_;
+};
+
+// Nothing when the number is none of a queue.
+std::optional<std::int64_t> number_of(const ReplicatedChange &change) {
+  const std::string_view digits = text_in(change.caNumber);
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (error != std::errc() || end != digits.data() + digits.size() || number < 1) return std::nullopt;
+  return number;
+}
+
+bool is_date_or_none(std::string_view text) {
+  return text == kNoDate || is_date(text);
+}
+
+bool is_flag(std::string_view text) {
+  return text == "Y" || text == "N";
+}
+
+bool has_printable_text(std::string_view bytes) {
+  for (const auto &row : kReplicatedChange) {
+    if (row.kind == RowKind::kText && !is_printable(bytes.substr(row.offset, row.width))) return false;
+  }
+  return true;
+}
+
+bool is_valid(const ReplicatedChange &change) {
+  if (!number_of(change) || !is_name(trimmed(change.caKeyName)) || !is_name(trimmed(change.caInstance))) return false;
+  if (change.caKind[0] == kDeletionKind) return true;
+  return change.caKind[0] == kKeyKind && trimmed(change.caKeySizeBits) == fmt::format("{:04}", kKeySizeBits) &&
+         is_date(trimmed(change.caKeyCreationDate)) && is_date_or_none(trimmed(change.caActivationDate)) &&
+         is_date_or_none(trimmed(change.caExpirationDate)) && is_date_or_none(trimmed(change.caLastRolledDate)) &&
+         is_date_or_none(trimmed(change.caRevokedDate)) && is_flag(text_in(change.caDeletable)) &&
+         is_all_digits(text_in(change.caRolloverDays));
+}
+
+std::string_view change_bytes(std::string_view received, std::size_t index) {
+  return received.substr(kChangesOffset + index * kChangeBytes, kChangeBytes);
+}
+
+KeyPolicy policy_of(const ReplicatedChange &change) {
+  return {.activation_date = trimmed(change.caActivationDate),
+          .expiration_date = trimmed(change.caExpirationDate),
+          .rollover_code = trimmed(change.caRolloverCode),
+          .rollover_days = trimmed(change.caRolloverDays),
+          .deletable = trimmed(change.caDeletable),
+          .mirror = "Y",
+          .user_group_flag = trimmed(change.caUserGroupFlag),
+          .user = trimmed(change.caUser),
+          .group = trimmed(change.caGroup)};
+}
+
+void copy_value(const ReplicatedChange &change, KeyValue &value) {
+  std::memcpy(value->data(), change.caKeyValue, value->size());
+}
+
+// Whether the stored key is the one that arrived. A stored value that does not open is replaced by the one that did.
+bool is_same_key(StoreConnection &store, const Key &key, const ReplicatedChange &change) {
+  if (key.mirror != "Y" || key.current_instance != trimmed(change.caInstance)) return false;
+  KeyValue arrived;
+  copy_value(change, arrived);
+  KeyValue stored;
+  try {
+    read_key_value(store, key, key.current_instance, stored);
+  } catch (const DamagedKey &) {
+    replace_key_value(store, key, key.current_instance, arrived);
+    return true;
+  }
+  return CRYPTO_memcmp(stored->data(), arrived->data(), stored->size()) == 0;
+}
+
+void insert_arrived_key(StoreConnection &store, const ReplicatedChange &change) {
+  KeyValue value;
+  copy_value(change, value);
+  insert_key(store, trimmed(change.caKeyName), trimmed(change.caInstance), policy_of(change), value);
+}
+
+void write_arrived_metadata(StoreConnection &store, const Key &key, const ReplicatedChange &change) {
+  const std::string text = trimmed(change.caMetadata);
+  if (text == read_metadata(store, key)) return;
+  MetadataFields fields{};
+  put_metadata(text, fields);
+  write_metadata(store, key, fields);
+}
+
+// What is deletable stays so, whatever the other server says.
+void update_key(StoreConnection &store, const Key &key, const ReplicatedChange &change) {
+  const KeyPolicy policy = policy_of(change);
+  Query(store.database,
+        "UPDATE keys SET creation_date = ?2, activation_date = ?3, expiration_date = ?4, last_rollover_date = ?5, "
+        "revoked_date = ?6, deletable = max(deletable, ?7) WHERE id = ?1",
+        key.id, trimmed(change.caKeyCreationDate), policy.activation_date, policy.expiration_date,
+        trimmed(change.caLastRolledDate), trimmed(change.caRevokedDate), policy.deletable)
+      .run();
+  write_arrived_metadata(store, key, change);
+}
+
+// On a conflict the receiver keeps what it has: it may have handed it out.
+ReturnCode apply_key(StoreConnection &store, const ReplicatedChange &change) {
+  const std::string name = trimmed(change.caKeyName);
+  if (was_deleted(store, name)) return RC_MIRROR_KEY_DELETED;
+  auto key = find_key(store, name);
+  if (key && !is_same_key(store, *key, change)) return RC_MIRROR_CONFLICT;
+  if (!key) {
+    insert_arrived_key(store, change);
+    key = find_key(store, name);
+  }
+  update_key(store, key.value(), change);
+  return RC_SUCCESS;
+}
+
+// A key that never arrived is remembered as deleted too, so that its name is not given to another.
+ReturnCode apply_deletion(StoreConnection &store, const ReplicatedChange &change, const std::string &caller) {
+  const std::string name = trimmed(change.caKeyName);
+  const std::string instance = trimmed(change.caInstance);
+  if (was_deleted(store, name)) return RC_SUCCESS;
+  if (const auto key = find_key(store, name)) {
+    if (key->mirror != "Y" || key->current_instance != instance) return RC_MIRROR_CONFLICT;
+    delete_key(store, *key, caller);
+    return RC_SUCCESS;
+  }
+  Query(store.database, "INSERT INTO deleted_keys VALUES (?1, ?2, ?3, ?4)", name, instance, timestamp(), caller).run();
+  Query(store.database, "INSERT OR IGNORE INTO deleted_mirror_keys VALUES (?1)", name).run();
+  return RC_SUCCESS;
+}
+
+std::int64_t last_applied(StoreConnection &store, std::string_view origin) {
+  Query query(store.database, "SELECT number FROM applied_changes WHERE origin = ?1", origin);
+  return query.next() ? query.number(0) : 0;
+}
+
+ReturnCode apply(const Call &call, std::string_view origin, const ReplicatedChange &change) {
+  const std::int64_t number = number_of(change).value();
+  // It was applied, and the reply did not arrive.
+  if (number <= last_applied(call.store, origin)) return RC_SUCCESS;
+  const ReturnCode code = change.caKind[0] == kDeletionKind ? apply_deletion(call.store, change, call.caller)
+                                                            : apply_key(call.store, change);
+  if (code != RC_SUCCESS) return code;
+  Query(call.store.database,
+        "INSERT INTO applied_changes VALUES (?1, ?2) ON CONFLICT (origin) DO UPDATE SET number = ?2", origin, number)
+      .run();
+  return code;
+}
+
+}  // namespace
+
+bool parse_replicate_keys(std::string_view received, RequestFields &fields) {
+  if (received.size() <= kChangesOffset || (received.size() - kChangesOffset) % kChangeBytes != 0) return false;
+  const std::size_t num_changes = (received.size() - kChangesOffset) / kChangeBytes;
+  if (num_changes > kMaxChanges || !is_name(received.substr(0, kChangesOffset))) return false;
+  for (std::size_t i = 0; i < num_changes; ++i) {
+    Wiped<ReplicatedChange> change;
+    read_fields(kReplicatedChange, change_bytes(received, i), *change);
+    if (!has_printable_text(change_bytes(received, i)) || !is_valid(*change)) return false;
+  }
+  put_padded(fields.caTranId, kReplicateKeys.tran_id);
+  return true;
+}
+
+Reply replicate_keys(const Call &call) {
+  const std::string_view origin = call.text.substr(kOriginOffset, kOriginBytes);
+  const std::size_t num_changes = (call.text.size() - kChangesOffset) / kChangeBytes;
+  Receiving receiving(call.store);
+  std::string codes;
+  for (std::size_t i = 0; i < num_changes; ++i) {
+    Wiped<ReplicatedChange> change;
+    read_fields(kReplicatedChange, change_bytes(call.text, i), *change);
+    codes += return_code_text(apply(call, origin, *change));
+  }
+  receiving.end();
+  Reply reply;
+  reply.bytes = WipedText(fmt::format("{:05}{}{}{}", kChangeCodesOffset - kLengthDigits + codes.size(),
+                                      kReplicateKeys.tran_id, return_code_text(RC_SUCCESS), codes));
+  return reply;
+}
+
+ReturnCode compare_keys(const Call &call, CompareKeysReply &reply) {
+  const MirrorDigest digest = digest_of_mirror_keys(call.store);
+  put_padded(reply.caDigest, digest.hexadecimal);
+  put_padded(reply.caNumKeys, fmt::format("{:010}", digest.num_keys));
+  return RC_SUCCESS;
+}
+
+}  // namespace veskd

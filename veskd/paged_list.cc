@@ -1,0 +1,69 @@
+#include "veskd/paged_list.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace veskd {
+namespace {
+
+// Rows that are looked at before others get their turn, though they make up no page.
+constexpr int kMaxRowsAtOnce = 2000;
+
+class PagedList : public std::enable_shared_from_this<PagedList> {
+ public:
+  PagedList(std::unique_ptr<Store::ListReader> reader, std::string_view sql, ListForm form, std::size_t max_page_bytes)
+      : reader_(std::move(reader)),
+        rows_((**reader_).database, sql),
+        form_(std::move(form)),
+        page_entry_bytes_(whole_entries(std::min(max_page_bytes, form_.max_block_bytes))) {}
+
+  // The next page, or a reply without bytes when there is more to look at before there is one. That a page is the last
+  // is known when no row is left for another.
+  Reply go_on() {
+    for (int looked_at = 0; looked_at < kMaxRowsAtOnce; ++looked_at) {
+      if (!rows_.next()) return page(false);
+      std::optional<std::string> entry = form_.entry(rows_);
+      if (!entry) continue;
+      if (entries_.size() == page_entry_bytes_) {
+        Reply full = page(true);
+        entries_ = std::move(*entry);
+        return full;
+      }
+      entries_ += *entry;
+    }
+    return to_be_continued();
+  }
+
+ private:
+  std::size_t whole_entries(std::size_t bytes) const {
+    return std::max<std::size_t>(bytes / form_.entry_bytes, 1) * form_.entry_bytes;
+  }
+
+  Reply page(bool more) {
+    Reply reply = more ? to_be_continued() : Reply();
+    reply.bytes = WipedText(form_.header(entries_.size(), more) + entries_);
+    return reply;
+  }
+
+  Reply to_be_continued() {
+    Reply reply;
+    reply.next_page = [self = shared_from_this()](StoreConnection &) { return self->go_on(); };
+    return reply;
+  }
+
+  const std::unique_ptr<Store::ListReader> reader_;
+  Query rows_;  // as long as it is not done, its first step holds the store as it was then
+  const ListForm form_;
+  const std::size_t page_entry_bytes_;
+  std::string entries_;  // of the page under way
+};
+
+}  // namespace
+
+Reply start_list(const Call &call, std::string_view sql, ListForm form) {
+  auto reader = Store::ListReader::take(call.lists);
+  if (!reader) return refusal(form.tran_id, RC_TOO_MANY_LISTS);
+  return std::make_shared<PagedList>(std::move(reader), sql, std::move(form), call.max_page_bytes)->go_on();
+}
+
+}  // namespace veskd

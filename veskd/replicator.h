@@ -1,0 +1,59 @@
+// Keeps the mirrors up to date: a task for each mirror of the address book sends it what waits in its queue, tries
+// again when that fails, and compares the stores when nothing waits.
+#pragma once
+
+#include <asio/awaitable.hpp>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/ssl/context.hpp>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <unordered_map>
+
+#include "veskd/log.h"
+#include "veskd/store.h"
+#include "veskd/tls.h"
+
+namespace veskd {
+
+struct ReplicationTimes {
+  std::chrono::milliseconds first_retry{500};
+  std::chrono::milliseconds longest_retry{30000};  // retries double up to this, each shortened at random
+  std::chrono::milliseconds exchange{30000};       // from connecting to the end of the reply
+  std::chrono::milliseconds compare_every{60000};  // while nothing changes
+  std::chrono::milliseconds compare_pause{5000};   // between comparisons at least, while things change
+};
+
+class Replicator {
+ public:
+  // Begins. Throws StartError. The store and the log must outlive the replicator.
+  Replicator(const TlsFiles &files, Store &store, const Log &log, const ReplicationTimes &times = {});
+
+  // Ends what is under way; the queues keep what was not delivered.
+  ~Replicator();
+  Replicator(const Replicator &) = delete;
+  Replicator &operator=(const Replicator &) = delete;
+
+ private:
+  class Task;
+
+  void run_thread();
+  // Gives every mirror of the book its task, and has each look at its queue.
+  void look_around();
+  void start_missing_tasks();
+
+  Store &store_;
+  const Log &log_;
+  const ReplicationTimes times_;
+  asio::ssl::context tls_;
+  asio::io_context io_;
+  asio::executor_work_guard<asio::io_context::executor_type> work_;
+  std::atomic<bool> look_is_due_ = false;
+  std::unordered_map<std::int64_t, std::shared_ptr<Task>> tasks_;  // by mirror; touched on the thread alone
+  std::thread thread_;
+};
+
+}  // namespace veskd

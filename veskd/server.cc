@@ -1,0 +1,166 @@
+#include "veskd/server.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <asio/bind_executor.hpp>
+#include <asio/co_spawn.hpp>
+#include <asio/post.hpp>
+#include <asio/redirect_error.hpp>
+#include <asio/use_awaitable.hpp>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "veskd/errors.h"
+#include "veskd/peer.h"
+
+namespace veskd {
+namespace {
+
+// After an accept that failed for want of descriptors or memory: time for a connection to end.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+constexpr std::size_t kMinThreads = 2;
+
+void log_failure(const Log &log, std::string_view what, std::exception_ptr failure) {
+  try {
+    if (failure) std::rethrow_exception(failure);
+  } catch (const std::exception &error) {
+    log.error(fmt::format("{}: {}", what, error.what()));
+  }
+}
+
+}  // namespace
+
+Server::Server(const ServerOptions &options, Store &store, const Log &log)
+    : work_(asio::make_work_guard(io_)),
+      strand_(asio::make_strand(io_)),
+      acceptor_(strand_),
+      room_(strand_),
+      stop_timer_(strand_),
+      signals_(strand_),
+      store_(store),
+      log_(log),
+      limits_(options.limits),
+      machine_(options.machine),
+      tls_(make_tls_context(options.tls)) {
+  listen(options);
+  start_accepting();
+}
+
+void Server::listen(const ServerOptions &options) {
+  asio::error_code error;
+  const asio::ip::tcp::endpoint endpoint(asio::ip::make_address(options.address, error), options.port);
+  if (!error) acceptor_.open(endpoint.protocol(), error);
+  if (!error) acceptor_.set_option(asio::ip::tcp::acceptor::reuse_address(true), error);
+  if (!error) acceptor_.bind(endpoint, error);
+  if (!error) acceptor_.listen(asio::ip::tcp::acceptor::max_listen_connections, error);
+  if (error)
+    throw StartError(fmt::format("cannot listen on {} port {}: {}", options.address, options.port, error.message()));
+  port_ = acceptor_.local_endpoint().port();
+}
+
+void Server::run() {
+  const std::size_t wanted = limits_.num_threads != 0 ? limits_.num_threads : std::thread::hardware_concurrency();
+  std::vector<std::thread> threads(std::max(wanted, kMinThreads) - 1);
+  for (std::thread &thread : threads) thread = std::thread([this] { run_thread(); });
+  run_thread();
+  for (std::thread &thread : threads) thread.join();
+  // A change under way resumes a connection of this server when it is done.
+  store_.wait_until_idle();
+}
+
+void Server::run_thread() {
+  for (;;) {
+    try {
+      io_.run();
+      return;
+    } catch (const std::exception &error) {
+      log_.error(fmt::format("internal failure: {}", error.what()));
+    }
+  }
+}
+
+// Whatever goes wrong, want of memory included, accepting goes on.
+void Server::start_accepting() {
+  asio::co_spawn(strand_, accept_connections(), [this](std::exception_ptr failure) {
+    log_failure(log_, "accepting connections failed", failure);
+    if (!stopping_) start_accepting();
+  });
+}
+
+asio::awaitable<void> Server::accept_connections() {
+  while (!stopping_) {
+    if (num_connections_ >= limits_.max_connections) {
+      co_await wait_for_room();
+      continue;
+    }
+    asio::error_code error;
+    asio::ip::tcp::socket socket = co_await acceptor_.async_accept(asio::any_io_executor(asio::make_strand(io_)),
+                                                                   asio::redirect_error(asio::use_awaitable, error));
+    if (stopping_) break;
+    if (error) {
+      co_await pause_after(error);
+    } else {
+      start_connection(std::move(socket));
+    }
+  }
+}
+
+// A timer that never runs out: the end of a connection cancels it.
+asio::awaitable<void> Server::wait_for_room() {
+  asio::error_code cancelled;
+  room_.expires_at(asio::steady_timer::time_point::max());
+  co_await room_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+}
+
+asio::awaitable<void> Server::pause_after(const asio::error_code &error) {
+  if (error == asio::error::connection_aborted) co_return;
+  log_.warning(fmt::format("a connection could not be accepted: {}", error.message()));
+  asio::error_code cancelled;
+  room_.expires_after(kAcceptPause);
+  co_await room_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+}
+
+void Server::start_connection(asio::ip::tcp::socket socket) {
+  const asio::any_io_executor executor = socket.get_executor();
+  auto peer = std::make_shared<Peer>(std::move(socket), tls_, limits_, store_, machine_, log_);
+  ++num_connections_;
+  asio::co_spawn(
+      executor, [peer]() -> asio::awaitable<void> { return peer->serve(); },
+      asio::bind_executor(strand_, [this](std::exception_ptr failure) { end_connection(failure); }));
+}
+
+void Server::end_connection(std::exception_ptr failure) {
+  --num_connections_;
+  room_.cancel();
+  log_failure(log_, "a connection failed", failure);
+  if (stopping_ && num_connections_ == 0) io_.stop();
+}
+
+void Server::stop() {
+  asio::post(strand_, [this] { begin_stop(); });
+}
+
+void Server::stop_on_signals(std::initializer_list<int> signals) {
+  for (const int signal : signals) signals_.add(signal);
+  signals_.async_wait([this](const asio::error_code &error, int) {
+    if (!error) begin_stop();
+  });
+}
+
+void Server::begin_stop() {
+  if (std::exchange(stopping_, true)) return;
+  asio::error_code ignored;
+  acceptor_.close(ignored);
+  room_.cancel();
+  if (num_connections_ == 0) return io_.stop();
+  stop_timer_.expires_after(limits_.stopping);
+  stop_timer_.async_wait([this](const asio::error_code &error) {
+    if (!error) io_.stop();
+  });
+}
+
+}  // namespace veskd

@@ -1,0 +1,91 @@
+// The listener: accepts connections, bounds their number, and stops cleanly.
+#pragma once
+
+#include <asio/any_io_executor.hpp>
+#include <asio/awaitable.hpp>
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+#include <asio/signal_set.hpp>
+#include <asio/ssl/context.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/strand.hpp>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <initializer_list>
+#include <string>
+
+#include "veskd/log.h"
+#include "veskd/sensors.h"
+#include "veskd/store.h"
+#include "veskd/tls.h"
+
+namespace veskd {
+
+// How long a peer may take for each stage of its connection, and how much of the server it may use.
+struct Limits {
+  std::chrono::milliseconds handshake{10000};
+  std::chrono::milliseconds request{30000};
+  std::chrono::milliseconds reply{30000};  // of each page
+  std::chrono::milliseconds list{600000};  // of all pages
+  std::chrono::milliseconds closing{2000};
+  std::chrono::milliseconds stopping{5000};  // what runs when the server is told to stop may take this long
+  std::size_t max_connections = 512;         // more wait in the accept queue
+  std::size_t max_page_bytes = 16384;        // of the entries on a page of a list
+  std::size_t num_threads = 0;               // 0: as many as the machine has processors, but two at least
+};
+
+struct ServerOptions {
+  TlsFiles tls;
+  std::string address = "127.0.0.1";
+  std::uint16_t port = 0;  // 0: a free one
+  Machine machine;
+  Limits limits;
+};
+
+class Server {
+ public:
+  // Listens; throws StartError. The store and the log must outlive the server.
+  Server(const ServerOptions &options, Store &store, const Log &log);
+
+  std::uint16_t port() const { return port_; }
+
+  // Serves until told to stop. Call it once.
+  void run();
+
+  // Tells run() to return: no connection is accepted any more, those that run are finished within Limits::stopping.
+  void stop();
+  void stop_on_signals(std::initializer_list<int> signals);
+
+ private:
+  void listen(const ServerOptions &options);
+  void start_accepting();
+  asio::awaitable<void> accept_connections();
+  asio::awaitable<void> wait_for_room();
+  asio::awaitable<void> pause_after(const asio::error_code &error);
+  void start_connection(asio::ip::tcp::socket socket);
+  void end_connection(std::exception_ptr failure);
+  void begin_stop();
+  void run_thread();
+
+  // Kept first: what waits for an event goes when the context goes, after everything else.
+  asio::io_context io_;
+  asio::executor_work_guard<asio::io_context::executor_type> work_;
+  // The members below, up to the store, are touched on this strand alone.
+  asio::any_io_executor strand_;
+  asio::ip::tcp::acceptor acceptor_;
+  asio::steady_timer room_;
+  asio::steady_timer stop_timer_;
+  asio::signal_set signals_;
+  std::size_t num_connections_ = 0;
+  bool stopping_ = false;
+
+  Store &store_;
+  const Log &log_;
+  const Limits limits_;
+  const Machine machine_;
+  asio::ssl::context tls_;
+  std::uint16_t port_ = 0;
+};
+
+}  // namespace veskd

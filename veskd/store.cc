@@ -1,0 +1,234 @@
+#include "veskd/store.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "veskd/errors.h"
+#include "veskd/files.h"
+#include "veskd/schema.h"
+
+namespace veskd {
+namespace {
+
+// Changes of one commit: enough to share the flush among all who wait, few enough that the first need not wait long.
+constexpr std::size_t kMaxChangesPerCommit = 256;
+
+// What is sealed to recognise the master key by.
+constexpr std::array<std::uint8_t, 16> kCheckValue = {'v', 'e', 's', 'k', 'd', ' ', 'm', 'a',
+                                                      's', 't', 'e', 'r', ' ', 'k', 'e', 'y'};
+constexpr std::string_view kCheckContext = "master key check";
+
+// SQLite gives its journals the mode of the database file, so that file is made first.
+Database open_private(const std::filesystem::path &path) {
+  const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateMode));
+  if (!file.is_open())
+    throw StartError(
+        fmt::format("cannot open the key store {}: {}", path.string(), std::generic_category().message(errno)));
+  return Database(path);
+}
+
+// A transaction that is rolled back unless it was committed.
+class Transaction {
+ public:
+  explicit Transaction(Database &database) : database_(database) { database_.execute("BEGIN IMMEDIATE"); }
+  ~Transaction() {
+    if (!committed_) try_rollback();
+  }
+  void commit() {
+    database_.execute("COMMIT");
+    committed_ = true;
+  }
+
+ private:
+  // SQLite may have rolled back by itself, as it does when the disk is full.
+  void try_rollback() noexcept {
+    try {
+      database_.execute("ROLLBACK");
+    } catch (const DatabaseError &) {
+    }
+  }
+
+  Database &database_;
+  bool committed_ = false;
+};
+
+}  // namespace
+
+Store::Store(const std::filesystem::path &path, const MasterKey &master, const Log &log)
+    : path_(path), log_(log), sealer_(master), writer_{open_private(path), sealer_} {
+  try {
+    writer_.database.execute("PRAGMA journal_mode = WAL");
+    writer_.database.execute("PRAGMA synchronous = FULL");
+    migrate();
+    check_master_key();
+  } catch (const DatabaseError &error) {
+    throw StartError(fmt::format("cannot use the key store {}: {}", path.string(), error.what()));
+  }
+  writer_thread_ = std::thread([this] { write_changes(); });
+}
+
+Store::~Store() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  writer_thread_.join();
+}
+
+void Store::migrate() {
+  Transaction transaction(writer_.database);
+  std::int64_t version = 0;
+  {
+    Query query(writer_.database, "PRAGMA user_version");
+    if (query.next()) version = query.number(0);
+  }
+  if (version < 0 || version > std::ssize(kMigrations))
+    throw StartError(
+        fmt::format("the key store {} has version {}, this veskd knows versions up to {}: use a newer veskd",
+                    path_.string(), version, kMigrations.size()));
+  for (; version < std::ssize(kMigrations); ++version)
+    writer_.database.execute(kMigrations[static_cast<std::size_t>(version)]);
+  writer_.database.execute(fmt::format("PRAGMA user_version = {}", version).c_str());
+  transaction.commit();
+}
+
+void Store::check_master_key() {
+  Query query(writer_.database, "SELECT sealed FROM master_key_check");
+  if (!query.next()) {
+    const std::vector<std::uint8_t> sealed = sealer_.seal(kCheckValue, kCheckContext);
+    Query(writer_.database, "INSERT INTO master_key_check VALUES (?1)", std::span(sealed)).run();
+    return;
+  }
+  std::array<std::uint8_t, kCheckValue.size()> value;
+  if (!sealer_.unseal(query.blob(0), kCheckContext, value) || value != kCheckValue)
+    throw StartError(
+        fmt::format("the master key does not belong to the key store {}: restore the master key file that "
+                    "was made with this store",
+                    path_.string()));
+}
+
+std::unique_ptr<StoreConnection> Store::take_reader() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (!readers_.empty()) {
+      auto reader = std::move(readers_.back());
+      readers_.pop_back();
+      return reader;
+    }
+  }
+  auto reader = std::make_unique<StoreConnection>(Database(path_), sealer_);
+  reader->database.execute("PRAGMA query_only = ON");
+  return reader;
+}
+
+void Store::give_back(std::unique_ptr<StoreConnection> connection) {
+  const std::lock_guard lock(mutex_);
+  readers_.push_back(std::move(connection));
+}
+
+class Store::ListReader::Place {
+ public:
+  static std::unique_ptr<Place> take(Store &store) {
+    const std::lock_guard lock(store.mutex_);
+    if (store.num_lists_ == kMaxLists) return nullptr;
+    return std::unique_ptr<Place>(new Place(store));
+  }
+  ~Place() {
+    const std::lock_guard lock(store_.mutex_);
+    --store_.num_lists_;
+  }
+
+ private:
+  explicit Place(Store &store) : store_(store) { ++store.num_lists_; }
+  Store &store_;
+};
+
+std::unique_ptr<Store::ListReader> Store::ListReader::take(Store &store) {
+  auto place = Place::take(store);
+  if (!place) return nullptr;
+  return std::unique_ptr<ListReader>(new ListReader(std::move(place), store));
+}
+
+Store::ListReader::ListReader(std::unique_ptr<Place> place, Store &store) : place_(std::move(place)), reader_(store) {}
+
+Store::ListReader::~ListReader() = default;
+
+void Store::change(Change change) {
+  {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(change));
+  }
+  changed_.notify_all();
+}
+
+void Store::on_commit(std::function<void()> listener) {
+  const std::lock_guard lock(listener_mutex_);
+  listener_ = std::move(listener);
+}
+
+void Store::wait_until_idle() {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [this] { return waiting_.empty() && !writing_; });
+}
+
+void Store::write_changes() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    changed_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
+    if (waiting_.empty()) return;
+    std::deque<Change> changes;
+    while (!waiting_.empty() && changes.size() < kMaxChangesPerCommit) {
+      changes.push_back(std::move(waiting_.front()));
+      waiting_.pop_front();
+    }
+    writing_ = true;
+    lock.unlock();
+    commit(changes);
+    changes.clear();
+    lock.lock();
+    writing_ = false;
+    changed_.notify_all();
+  }
+}
+
+// When the commit fails, everything in it has failed, refusals included: they may rest on what was undone.
+void Store::commit(std::deque<Change> &changes) {
+  std::vector<bool> applied(changes.size(), false);
+  try {
+    Transaction transaction(writer_.database);
+    std::transform(changes.begin(), changes.end(), applied.begin(),
+                   [this](const Change &change) { return try_apply(change); });
+    transaction.commit();
+  } catch (const DatabaseError &error) {
+    log_.error(fmt::format("the key store could not be changed: {}", error.what()));
+    applied.assign(changes.size(), false);
+  }
+  for (std::size_t i = 0; i < changes.size(); ++i) changes[i].done(applied[i]);
+  const std::lock_guard lock(listener_mutex_);
+  if (listener_) listener_();
+}
+
+bool Store::try_apply(const Change &change) {
+  writer_.database.execute("SAVEPOINT change");
+  bool failed = false;
+  try {
+    if (change.apply(writer_)) {
+      writer_.database.execute("RELEASE change");
+      return true;
+    }
+  } catch (const std::exception &error) {
+    log_.error(fmt::format("a change of the key store failed: {}", error.what()));
+    failed = true;
+  }
+  writer_.database.execute("ROLLBACK TO change");
+  writer_.database.execute("RELEASE change");
+  return !failed;
+}
+
+}  // namespace veskd

@@ -1,0 +1,121 @@
+// The store of keys: one SQLite database, many readers, one writer.
+//
+// Making a change durable costs a flush to the disk, whatever the number of changes. So changes queue up for a single
+// writer, which takes all that wait, runs each in a savepoint of its own, and commits them together. A change is
+// reported done only when it is on the disk.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "veskd/database.h"
+#include "veskd/log.h"
+#include "veskd/sealing.h"
+
+namespace veskd {
+
+// What a handler works with: the records, and what opens and closes their sealed values.
+struct StoreConnection {
+  Database database;
+  const Sealer &sealer;
+};
+
+struct Change {
+  // Runs on the writer's thread; false undoes what it did. So does throwing, and then the change has failed.
+  std::function<bool(StoreConnection &)> apply;
+  // Called on the writer's thread once the change is durable or undone; false when it has failed.
+  std::function<void(bool durable)> done;
+};
+
+class Store {
+ public:
+  // Opens the store, making it if there is none. Throws StartError when it cannot, and when the store was sealed under
+  // another master key.
+  Store(const std::filesystem::path &path, const MasterKey &master, const Log &log);
+
+  // Changes that wait are made first.
+  ~Store();
+
+  // Queues a change.
+  void change(Change change);
+
+  // Has a function called, on the writer's thread, after each commit; an empty one ends that, and when it has returned
+  // no call is under way.
+  void on_commit(std::function<void()> listener);
+
+  // Returns when no change is waiting or under way.
+  void wait_until_idle();
+
+  // A reader for the time of one call.
+  class Reader {
+   public:
+    explicit Reader(Store &store) : store_(store), connection_(store.take_reader()) {}
+    ~Reader() { store_.give_back(std::move(connection_)); }
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+    StoreConnection &operator*() { return *connection_; }
+
+   private:
+    Store &store_;
+    std::unique_ptr<StoreConnection> connection_;
+  };
+
+  // How many lists may be told at once. Each keeps what is changed meanwhile from being merged into the database, and
+  // holds open files.
+  static constexpr std::size_t kMaxLists = 32;
+
+  // A reader for the time of a list, which lasts as long as its peer takes to read it.
+  class ListReader {
+   public:
+    // Null when kMaxLists are taken.
+    static std::unique_ptr<ListReader> take(Store &store);
+    ~ListReader();
+    ListReader(const ListReader &) = delete;
+    ListReader &operator=(const ListReader &) = delete;
+    StoreConnection &operator*() { return *reader_; }
+
+   private:
+    // One of the kMaxLists.
+    class Place;
+    ListReader(std::unique_ptr<Place> place, Store &store);
+
+    const std::unique_ptr<Place> place_;
+    Reader reader_;
+  };
+
+ private:
+  std::unique_ptr<StoreConnection> take_reader();
+  void give_back(std::unique_ptr<StoreConnection> connection);
+
+  void migrate();
+  void check_master_key();
+  void write_changes();
+  void commit(std::deque<Change> &changes);
+  bool try_apply(const Change &change);
+
+  const std::filesystem::path path_;
+  const Log &log_;
+  const Sealer sealer_;
+  StoreConnection writer_;
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Change> waiting_;
+  bool writing_ = false;
+  bool stopping_ = false;
+  std::vector<std::unique_ptr<StoreConnection>> readers_;
+  std::size_t num_lists_ = 0;
+
+  std::mutex listener_mutex_;
+  std::function<void()> listener_;
+
+  std::thread writer_thread_;
+};
+
+}  // namespace veskd

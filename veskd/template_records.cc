@@ -1,0 +1,95 @@
+#include "veskd/template_records.h"
+
+#include <fmt/format.h>
+
+#include "veskd/dates.h"
+
+namespace veskd {
+
+std::string increment_text(std::int64_t increment) {
+  return fmt::format("{:06X}", increment);
+}
+
+std::optional<Template> find_template(StoreConnection &store, std::string_view constant) {
+  Query query(store.database,
+              "SELECT id, constant, num_generated, next_increment, first_unserved, removed_date FROM templates "
+              "WHERE constant = ?1",
+              constant);
+  if (!query.next()) return std::nullopt;
+  return Template{query.number(0), query.text(1), query.number(2), query.number(3), query.number(4), !query.is_null(5)};
+}
+
+Template create_template(StoreConnection &store, std::string_view constant) {
+  Query(store.database,
+        "INSERT INTO templates (constant, num_generated, next_increment, first_unserved) VALUES (?1, 0, 0, 0)",
+        constant)
+      .run();
+  return find_template(store, constant).value();
+}
+
+// Names of increments sort as their numbers do; what sorts between them without being one of them does not count.
+bool has_collision(StoreConnection &store, const Template &family, std::int64_t count) {
+  const std::string first = family.constant + increment_text(family.num_generated);
+  const std::string last = family.constant + increment_text(family.num_generated + count - 1);
+  return Query(store.database,
+               "SELECT 1 FROM (SELECT name FROM keys WHERE name BETWEEN ?1 AND ?2 "
+               "UNION ALL SELECT name FROM deleted_keys WHERE name BETWEEN ?1 AND ?2) "
+               "WHERE length(name) = length(?1) AND substr(name, ?3) NOT GLOB '*[^0-9A-F]*'",
+               first, last, static_cast<std::int64_t>(kConstantLength + 1))
+      .next();
+}
+
+void generate_keys(StoreConnection &store, const Template &family, std::int64_t count, const KeyPolicy &policy) {
+  const std::int64_t end = family.num_generated + count;
+  for (std::int64_t increment = family.num_generated; increment < end; ++increment)
+    create_key(store, family.constant + increment_text(increment), policy, {family.id, increment});
+  Query(store.database, "UPDATE templates SET num_generated = ?1 WHERE id = ?2", end, family.id).run();
+}
+
+std::optional<NextKey> find_next_key(StoreConnection &store, const Template &family) {
+  Query query(store.database,
+              "SELECT name, increment FROM keys WHERE template = ?1 AND increment >= ?2 ORDER BY increment LIMIT 1",
+              family.id, family.next_increment);
+  if (!query.next()) return std::nullopt;
+  return NextKey{query.text(0), query.number(1)};
+}
+
+void mark_served(StoreConnection &store, const Template &family, std::int64_t increment) {
+  Query(store.database, "UPDATE keys SET served_date = ?1 WHERE template = ?2 AND increment = ?3", today(), family.id,
+        increment)
+      .run();
+  Query(store.database, "UPDATE templates SET next_increment = ?1, first_unserved = ?1 WHERE id = ?2", increment + 1,
+        family.id)
+      .run();
+}
+
+void set_next_increment(StoreConnection &store, const Template &family, std::int64_t increment) {
+  Query(store.database, "UPDATE templates SET next_increment = ?1 WHERE id = ?2", increment, family.id).run();
+}
+
+bool is_removable(StoreConnection &store, const Template &family) {
+  return !Query(store.database, "SELECT 1 FROM keys WHERE template = ?1 AND served_date IS NULL AND deletable = 'N'",
+                family.id)
+              .next();
+}
+
+void remove_template(StoreConnection &store, const Template &family, std::string_view removed_by) {
+  Query(store.database,
+        "INSERT INTO deleted_keys SELECT name, current_instance, ?2, ?3 FROM keys "
+        "WHERE template = ?1 AND served_date IS NULL",
+        family.id, timestamp(), removed_by)
+      .run();
+  Query(store.database, "DELETE FROM keys WHERE template = ?1 AND served_date IS NULL", family.id).run();
+  Query(store.database, "UPDATE templates SET removed_date = ?1 WHERE id = ?2", today(), family.id).run();
+}
+
+std::vector<std::string> list_constants(StoreConnection &store, std::string_view behind, std::size_t count) {
+  Query query(store.database,
+              "SELECT constant FROM templates WHERE constant > ?1 AND removed_date IS NULL ORDER BY constant LIMIT ?2",
+              behind, static_cast<std::int64_t>(count));
+  std::vector<std::string> constants;
+  while (query.next()) constants.push_back(query.text(0));
+  return constants;
+}
+
+}  // namespace veskd
