@@ -1,0 +1,134 @@
+// Keys and their lifecycle, as an administrator sees them.
+#include <nlohmann/json.hpp>
+
+#include "tests/command/command_test.h"
+
+namespace command_test {
+namespace {
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::StartsWith;
+using testing::StrEq;
+
+class Keys : public ServedCommandTest {};
+
+TEST_F(Keys, PingSaysThatTheServerAnswers) {
+  EXPECT_THAT(vesk({"ping"}), Ends(0, MatchesRegex("127\\.0\\.0\\.1:[0-9]+ answers \\([0-9]+ ms\\)\n"), IsEmpty()));
+  const Outcome outcome = vesk({"ping", "--output", "json"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(json::parse(outcome.out).at("server"), "127.0.0.1:" + server_.port());
+}
+
+TEST_F(Keys, AKeyIsCreatedOnce) {
+  EXPECT_THAT(vesk({"key", "create", "K1"}), Ends(0, StrEq("created key K1\n"), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "create", "K1"}),
+              Ends(3, IsEmpty(),
+                   StrEq("vesk: key create: key K1: a key of that name exists already (return code 0202 RC_KEY_EXISTS "
+                         "from 127.0.0.1:" +
+                         server_.port() + ")\nhint: choose another name; what there is: vesk key get NAME\n")));
+}
+
+TEST_F(Keys, AMirrorKeyIsCalledOne) {
+  EXPECT_THAT(vesk({"key", "create", "M1", "--mirror"}), Ends(0, StrEq("created mirror key M1\n"), IsEmpty()));
+  const Outcome outcome = vesk({"key", "create", "M2", "--mirror", "--output", "json"});
+  EXPECT_EQ(json::parse(outcome.out), json({{"created", "M2"}, {"mirror", true}}));
+}
+
+TEST_F(Keys, TheFactsOfAKeyAreShownWithoutItsValue) {
+  vesk({"key", "create", "K1"});
+  EXPECT_THAT(vesk({"key", "get", "K1"}), Ends(0,
+                                               MatchesRegex("name          K1\n"
+                                                            "instance      [-0-9A-FT]+\n"
+                                                            "size in bits  256\n"
+                                                            "format        BIN\n"
+                                                            "last rolled   none\n"
+                                                            "expires       none\n"),
+                                               IsEmpty()));
+  const Outcome outcome = vesk({"key", "get", "K1", "--output", "json"});
+  json document = json::parse(outcome.out);
+  EXPECT_TRUE(document.at("instance").is_string());
+  document.erase("instance");
+  EXPECT_EQ(
+      document,
+      json({{"name", "K1"}, {"size_bits", 256}, {"format", "BIN"}, {"last_rolled", nullptr}, {"expires", nullptr}}));
+}
+
+TEST_F(Keys, AnInstanceIsFetchedByItsName) {
+  vesk({"key", "create", "K1"});
+  const std::string instance = json::parse(vesk({"key", "get", "K1", "--output", "json"}).out).at("instance");
+  EXPECT_THAT(vesk({"key", "get", "K1", "--instance", instance}), Ends(0, HasSubstr(instance), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "get", "K1", "--instance", "other"}),
+              Ends(4, IsEmpty(),
+                   StartsWith("vesk: key get: key K1, instance other: the key has no such instance (return code 0205 "
+                              "RC_INSTANCE_UNKNOWN from ")));
+}
+
+TEST_F(Keys, AKeyThatIsNotThereIsNotFound) {
+  EXPECT_THAT(vesk({"key", "get", "K1"}),
+              Ends(4, IsEmpty(),
+                   AllOf(StartsWith("vesk: key get: key K1: there is no key of that name (return code 0204 "),
+                         HasSubstr("\nhint: names are case-sensitive"))));
+  for (const char *command : {"policy", "make-deletable"}) {
+    EXPECT_THAT(vesk({"key", command, "K1"}), Ends(4, IsEmpty(), HasSubstr("RC_KEY_UNKNOWN"))) << command;
+  }
+}
+
+TEST_F(Keys, NamesThatLookLikeCommandsOrOptionsAreNames) {
+  for (const std::string name : {"ping", "key", "get", "--help", "-"}) {
+    EXPECT_THAT(vesk({"key", "create", "--", name}), Ends(0, StrEq("created key " + name + "\n"), IsEmpty()));
+  }
+  EXPECT_THAT(vesk({"key", "get", "ping"}), Ends(0, HasSubstr("ping\n"), IsEmpty()));
+}
+
+TEST_F(Keys, ANameWithCharactersThatTheServerDoesNotTakeIsShownEscaped) {
+  EXPECT_THAT(vesk({"key", "create", "\xc3\xa9"}),
+              Ends(3, IsEmpty(), StartsWith("vesk: key create: key \\xc3\\xa9: the key name is blank or holds")));
+}
+
+TEST_F(Keys, ThePolicyShowsTheSixteenMetadataFields) {
+  vesk({"key", "create", "K1"});
+  const Outcome table = vesk({"key", "policy", "K1"});
+  EXPECT_THAT(table, Ends(0, AllOf(StartsWith("MD01  "), HasSubstr("\nMD16  ")), IsEmpty()));
+  EXPECT_EQ(std::count(table.out.begin(), table.out.end(), '\n'), 16);
+  const json document = json::parse(vesk({"key", "policy", "K1", "--output", "json"}).out);
+  EXPECT_EQ(document.at("name"), "K1");
+  EXPECT_EQ(document.at("metadata").size(), 16U);
+  EXPECT_EQ(document.at("metadata").at("MD16"), "");
+}
+
+TEST_F(Keys, MakeDeletableSaysWhatHolds) {
+  vesk({"key", "create", "K1"});
+  EXPECT_THAT(vesk({"key", "make-deletable", "K1"}), Ends(0, StrEq("key K1 may be deleted now\n"), IsEmpty()));
+}
+
+TEST_F(Keys, DeletedKeysAreGoneAndTheirNamesUsedUp) {
+  vesk({"key", "create", "K1"});
+  vesk({"key", "create", "K2"});
+  EXPECT_THAT(vesk({"key", "delete", "K1", "K2", "--yes"}),
+              Ends(0, StrEq("deleted key K1\ndeleted key K2\n"), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "get", "K1"}), Ends(4, IsEmpty(), HasSubstr("RC_KEY_UNKNOWN")));
+  EXPECT_THAT(vesk({"key", "create", "K1"}), Ends(3, IsEmpty(), HasSubstr("RC_KEY_NAME_USED")));
+}
+
+TEST_F(Keys, DeletionStopsAtTheFirstFailureAndSaysHowFarItCame) {
+  for (const char *name : {"K1", "K3"}) vesk({"key", "create", name});
+  EXPECT_THAT(vesk({"key", "delete", "K1", "K2", "K3", "K4", "--yes"}),
+              Ends(4, StrEq("deleted key K1\n"),
+                   AllOf(StartsWith("vesk: key delete: key K2: "), HasSubstr("\ndetail: not tried: K3, K4\n"))));
+  const Outcome outcome = vesk({"key", "delete", "K3", "K4", "--yes", "--output", "json"});
+  EXPECT_EQ(outcome.exit_code, 4);
+  EXPECT_EQ(json::parse(outcome.out), json({{"deleted", {"K3"}}}));
+}
+
+TEST_F(Keys, CreatingTheKeyDatabaseKeepsWhatIsThere) {
+  vesk({"key", "create", "K1"});
+  EXPECT_THAT(vesk({"database", "create"}), Ends(0, StartsWith("created the key database of 127.0.0.1:"), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "get", "K1"}), Ends(0, HasSubstr("K1"), IsEmpty()));
+}
+
+}  // namespace
+}  // namespace command_test

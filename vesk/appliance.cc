@@ -1,0 +1,170 @@
+// vesk appliance
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+#include "vesk/commands.h"
+#include "vesk/connection.h"
+#include "vesk/failure.h"
+#include "vesk/health.h"
+#include "vesk/memory_file.h"
+#include "vesk/output.h"
+#include "vesk/progress.h"
+#include "vesk/silence.h"
+#include "vesk/text.h"
+
+namespace command {
+namespace {
+
+struct SystemStatus {
+  int status = 0;  // 0 or ERR_HARDWARE_FAULT
+  char application[5] = {};
+  char core[9] = {};
+  char disk[9] = {};
+  char voltage[9] = {};
+  char battery[3] = {};
+  char fan[5] = {};
+  char temperature[9] = {};
+};
+
+// The library prints a line of its own to standard output.
+SystemStatus read_status(const Connection &connection, const std::string &sensor_data_path) {
+  SystemStatus read;
+  {
+    const Silence silence;
+    read.status = connection.call(qGetSystemStatus, read.application, read.core, read.disk, read.voltage, read.battery,
+                                  read.fan, read.temperature, sensor_data_path.c_str());
+  }
+  if (read.status != ERR_HARDWARE_FAULT) connection.require(read.status, {});
+  return read;
+}
+
+// The characters that the library takes for a fault.
+bool is_fault(std::string_view states) {
+  return states.find_first_of("18") != std::string_view::npos;
+}
+
+HealthFact fact(const char *label, const char *member, std::string_view field) {
+  const std::string states = trimmed(field);
+  const bool nothing = states.find_first_not_of('-') == std::string::npos;
+  if (is_fault(states)) return {label, member, states, Health::kFault, "fault"};
+  if (nothing) return {label, member, states, Health::kPlain, "nothing to measure"};
+  return {label, member, states, Health::kGood, "in order"};
+}
+
+void status(const Settings &settings) {
+  const Connection connection(settings);
+  const SystemStatus read = read_status(connection, "");
+  const std::vector<HealthFact> facts = {fact("application", "application", read.application),
+                                         fact("core", "core", read.core),
+                                         fact("disk", "disk", read.disk),
+                                         fact("voltage", "voltage", read.voltage),
+                                         fact("battery", "battery", read.battery),
+                                         fact("fan", "fan", read.fan),
+                                         fact("temperature", "temperature", read.temperature)};
+  show_health(settings, facts);
+  if (read.status == 0) return;
+  std::string faulty;
+  for (const HealthFact &shown : facts) {
+    if (shown.health == Health::kFault) faulty += fmt::format("{}{}", faulty.empty() ? "" : ", ", shown.label);
+  }
+  report_fault(fmt::format("{}: fault in {}", connection.server(), faulty),
+               "the readings themselves: vesk appliance sensors");
+}
+
+void write_file(const std::string &path, const std::string &content) {
+  errno = 0;
+  std::ofstream file(path, std::ios::binary);
+  file << content;
+  file.close();
+  if (file) return;
+  throw Failure(ExitCode::kOther,
+                fmt::format("cannot write {}: {}", printable(path), std::generic_category().message(errno)));
+}
+
+void sensors(const Settings &settings, const std::string &out) {
+  const Connection connection(settings);
+  const MemoryFile data;
+  const SystemStatus read = read_status(connection, data.path());
+  const std::string readings = data.content();
+  if (!out.empty()) {
+    write_file(out, readings);
+    show(settings, fmt::format("wrote the readings to {}", printable(out)), {{"file", out}});
+  } else if (settings.json()) {
+    show(settings, {}, {{"readings", readings}});
+  } else {
+    write_standard_output(readings);
+  }
+  if (read.status != 0)
+    report_fault(fmt::format("{}: a reading is out of its limits", connection.server()),
+                 "which one: vesk appliance status");
+}
+
+void fips(const Settings &settings) {
+  const Connection connection(settings);
+  char version[33] = {};
+  const int status = connection.call(qReportFipsMode, version);
+  if (status != -1) connection.require(status, {});
+  const bool on = status == 0;
+  show_health(settings, {{"FIPS mode", "fips_mode", on, on ? Health::kGood : Health::kFault},
+                         {"version", "version", trimmed(version)}});
+  if (!on) report_fault(fmt::format("{} is not in FIPS mode", connection.server()));
+}
+
+void validate(const Settings &settings) {
+  const Connection connection(settings);
+  int status = 0;
+  {
+    const Progress progress("validating the key database");
+    const Silence silence;
+    status = connection.call(qValidateKeyDatabase);
+  }
+  if (status != ERR_DATABASE_INVALID) connection.require(status, {});
+  const bool valid = status == 0;
+  show_health(settings, {{"key database", "valid", valid, valid ? Health::kGood : Health::kFault}});
+  if (!valid)
+    report_fault(fmt::format("{}: the key database holds values that do not open", connection.server()),
+                 "which keys: vesk appliance validate --trace -");
+}
+
+void add_plain(CLI::App &group, Settings &settings, const char *name, const char *description, const char *footer,
+               void (*run)(const Settings &)) {
+  CLI::App *command = group.add_subcommand(name, description);
+  command->footer(footer);
+  command->final_callback([&settings, run] { settings.action = [&, run] { run(settings); }; });
+}
+
+void add_sensors(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("sensors", "Show the readings of the server's sensors");
+  auto out = std::make_shared<std::string>();
+  command->add_option("--out", *out, "write them to a file, made or replaced")->option_text("FILE");
+  command->footer(
+      "A line for each reading: kind, name, value, lowest and highest value that are in order. Exit code 7 when one is "
+      "out\nof its limits.\n\nExample:\n  vesk appliance sensors --out readings");
+  command->final_callback([&settings, out] { settings.action = [&, out] { sensors(settings, *out); }; });
+}
+
+}  // namespace
+
+void add_appliance(CLI::App &app, Settings &settings) {
+  CLI::App *group = app.add_subcommand("appliance", "Watch the machine that the server runs on");
+  group->require_subcommand(1);
+  add_plain(*group, settings, "status", "Show the health of the machine",
+            "A character for each part: 0 in order, 1 a fault, 8 not readable, - nothing there; for temperatures N "
+            "normal and\nW warm. Exit code 7 when there is a fault.\n\nExample:\n  vesk appliance status --output json",
+            status);
+  add_sensors(*group, settings);
+  add_plain(*group, settings, "fips", "Show whether the server is in FIPS mode, and its version",
+            "Exit code 7 when it is not.\n\nExample:\n  vesk appliance fips", fips);
+  add_plain(*group, settings, "validate", "Have the server check every key value that it keeps",
+            "Exit code 7 when one does not open. Waits up to 5 minutes for each page of the list.\n\n"
+            "Example:\n  vesk appliance validate",
+            validate);
+}
+
+}  // namespace command

@@ -1,0 +1,72 @@
+#include "vesk/input_file.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "vesk/failure.h"
+#include "vesk/text.h"
+
+namespace command {
+namespace {
+
+class Input {
+ public:
+  explicit Input(const std::string &path)
+      : is_file_(path != "-"),
+        name_(is_file_ ? printable(path) : "standard input"),
+        descriptor_(is_file_ ? open(path.c_str(), O_RDONLY | O_CLOEXEC) : STDIN_FILENO) {
+    if (descriptor_ < 0) throw failed();
+  }
+  ~Input() {
+    if (is_file_) close(descriptor_);
+  }
+  Input(const Input &) = delete;
+  Input &operator=(const Input &) = delete;
+
+  // Returns the number of bytes; 0 at the end.
+  std::size_t read(char *room, std::size_t size) {
+    for (;;) {
+      const ssize_t count = ::read(descriptor_, room, size);
+      if (count >= 0) return static_cast<std::size_t>(count);
+      if (errno != EINTR) throw failed();
+    }
+  }
+
+  const std::string &name() const { return name_; }
+
+ private:
+  Failure failed() const {
+    return Failure(ExitCode::kOther, fmt::format("cannot read {}: {}", name_, std::generic_category().message(errno)));
+  }
+
+  bool is_file_;
+  std::string name_;
+  int descriptor_;
+};
+
+}  // namespace
+
+veskd::WipedText read_input(const std::string &path, std::size_t max_bytes, const char *what) {
+  Input input(path);
+  // One byte more than allowed tells that there are too many.
+  veskd::WipedText content(std::string(max_bytes + 1, '\0'));
+  std::string &text = content.text();
+  std::size_t length = 0;
+  while (length < text.size()) {
+    const std::size_t count = input.read(text.data() + length, text.size() - length);
+    if (count == 0) break;
+    length += count;
+  }
+  if (length > max_bytes) {
+    throw Failure(ExitCode::kOther,
+                  fmt::format("{} has more than {} bytes, the most that a {} may have", input.name(), max_bytes, what));
+  }
+  text.resize(length);
+  return content;
+}
+
+}  // namespace command

@@ -1,0 +1,237 @@
+// vesk mirror
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+
+#include "vesk/ask.h"
+#include "vesk/commands.h"
+#include "vesk/connection.h"
+#include "vesk/failure.h"
+#include "vesk/health.h"
+#include "vesk/output.h"
+#include "vesk/store_names.h"
+#include "vesk/text.h"
+
+namespace command {
+namespace {
+
+constexpr std::uint32_t kLastPort = 65535;
+constexpr std::size_t kMaxNameLength = 40;
+constexpr std::size_t kMaxHostLength = 256;
+
+struct SetOptions {
+  std::string name;
+  std::string host;
+  std::string port;
+};
+
+struct RemoveOptions {
+  std::string name;
+  bool yes = false;
+};
+
+struct SyncOptions {
+  std::string name;
+  bool all = false;
+  std::string key;
+};
+
+std::string mirror_subject(const std::string &name) {
+  return fmt::format("mirror {}", printable(name));
+}
+
+// The protocol would cut what is longer, and the name or host would be another.
+void check_text(std::string_view what, const std::string &text, std::size_t most) {
+  const bool plain = std::all_of(text.begin(), text.end(), [](unsigned char c) { return c >= 0x20 && c < 0x7f; });
+  if (text.empty()) throw Failure(ExitCode::kUsage, fmt::format("the {} is empty", what));
+  if (text.size() > most) {
+    throw Failure(ExitCode::kUsage, fmt::format("the {} {} is {} bytes long; at most {} are allowed", what,
+                                                printable(text), text.size(), most));
+  }
+  if (!plain || text.back() == ' ') {
+    throw Failure(ExitCode::kUsage, fmt::format("the {} {} holds a character that is not printable ASCII or ends in a "
+                                                "blank",
+                                                what, printable(text)));
+  }
+}
+
+void check_mirror_name(const std::string &name) {
+  check_text("mirror name", name, kMaxNameLength);
+}
+
+void set(const Settings &settings, const SetOptions &options) {
+  check_mirror_name(options.name);
+  check_text("mirror's host", options.host, kMaxHostLength);
+  const std::uint32_t port = parse_number("mirror's port", options.port, 1, kLastPort);
+  const Connection connection(settings);
+  connection.run(mirror_subject(options.name), qSetMirrorAddress, options.name.c_str(), options.host.c_str(), port);
+  show(settings, fmt::format("mirror {} is at {} port {}", printable(options.name), printable(options.host), port),
+       {{"mirror", options.name}, {"host", options.host}, {"port", port}});
+}
+
+void get(const Settings &settings, const std::string &name) {
+  check_mirror_name(name);
+  const Connection connection(settings);
+  // One byte more than the library uses for the host and its terminator.
+  char host[kMaxHostLength + 1] = {};
+  std::uint32_t port = 0;
+  connection.run(mirror_subject(name), qGetMirrorAddress, name.c_str(), host, static_cast<std::uint32_t>(sizeof host),
+                 &port);
+  show_facts(settings, {{"mirror", "mirror", name}, {"host", "host", host}, {"port", "port", port}});
+}
+
+void remove(const Settings &settings, const RemoveOptions &options) {
+  check_mirror_name(options.name);
+  const Connection connection(settings);
+  if (!options.yes) {
+    ask_yes(fmt::format("Remove mirror {}? What waits for it is not delivered any more.", printable(options.name)),
+            "nothing was removed");
+  }
+  connection.run(mirror_subject(options.name), qRemoveMirrorAddress, options.name.c_str());
+  show(settings, fmt::format("removed mirror {}", printable(options.name)), {{"removed", options.name}});
+}
+
+void list(const Settings &settings) {
+  const Connection connection(settings);
+  show_store_names(settings, "mirrors",
+                   store_names([&](LinkedList *names) { connection.run({}, qListMirrorNames, names); }));
+}
+
+struct Meaning {
+  char character;
+  const char *word;
+  Health health;
+};
+
+constexpr Meaning kStates[] = {{'U', "up", Health::kGood},
+                               {'N', "not tried yet", Health::kUnknown},
+                               {'D', "down", Health::kFault},
+                               {'R', "refuses this server", Health::kFault}};
+constexpr Meaning kData[] = {{'Y', "the same keys", Health::kGood},
+                             {'?', "not known to be the same", Health::kUnknown},
+                             {'N', "other keys", Health::kFault}};
+
+template <std::size_t kCount>
+Meaning meaning_of(const Meaning (&meanings)[kCount], char character) {
+  for (const Meaning &meaning : meanings) {
+    if (meaning.character == character) return meaning;
+  }
+  return {character, "a state that this command does not know", Health::kUnknown};
+}
+
+// Asking has the server try the mirror at once; what it tells is what it knew before.
+void status(const Settings &settings, const std::string &name) {
+  check_mirror_name(name);
+  const Connection connection(settings);
+  std::int32_t num_faults = 0;
+  char state = 0;
+  char data = 0;
+  connection.run(mirror_subject(name), qGetMirrorStatus, name.c_str(), 1, &num_faults, &state, &data);
+  std::int32_t num_waiting = 0;
+  connection.run(mirror_subject(name), qGetQueueSize, name.c_str(), &num_waiting);
+  const Meaning state_meaning = meaning_of(kStates, state);
+  const Meaning data_meaning = meaning_of(kData, data);
+  show_health(settings, {{"mirror", "mirror", name},
+                         {"state", "state", state_meaning.word, state_meaning.health},
+                         {"data", "data", data_meaning.word, data_meaning.health},
+                         {"faults", "faults", num_faults},
+                         {"changes waiting", "queue_size", num_waiting}});
+  if (state_meaning.health == Health::kFault)
+    report_fault(fmt::format("{}: {}", mirror_subject(name), state_meaning.word), "the server's log says why");
+  if (data_meaning.health == Health::kFault)
+    report_fault(fmt::format("{} holds {}", mirror_subject(name), data_meaning.word),
+                 "send it what it lacks: vesk mirror sync NAME --all");
+}
+
+void queue(const Settings &settings, const std::string &name) {
+  check_mirror_name(name);
+  const Connection connection(settings);
+  std::int32_t size = 0;
+  connection.run(mirror_subject(name), qGetQueueSize, name.c_str(), &size);
+  show_facts(settings, {{"mirror", "mirror", name}, {"changes waiting", "queue_size", size}});
+}
+
+void sync(const Settings &settings, const SyncOptions &options) {
+  check_mirror_name(options.name);
+  if (options.all == !options.key.empty())
+    throw Failure(ExitCode::kUsage, "which keys? give either --all or --only KEY");
+  if (!options.all) check_key_name(options.key);
+  const Connection connection(settings);
+  const std::string what = options.all ? "all mirror keys" : fmt::format("key {}", printable(options.key));
+  connection.run(fmt::format("{}, {}", mirror_subject(options.name), what), qForceKeySync, options.name.c_str(),
+                 options.all ? nullptr : options.key.c_str());
+  show(settings, fmt::format("{} will be sent to mirror {}", what, printable(options.name)),
+       {{"mirror", options.name}, {"key", options.all ? Json() : Json(options.key)}});
+}
+
+// A command whose only argument is the mirror's name.
+void add_named(CLI::App &group, Settings &settings, const char *command_name, const char *description,
+               const char *footer, void (*run)(const Settings &, const std::string &)) {
+  CLI::App *command = group.add_subcommand(command_name, description);
+  auto name = std::make_shared<std::string>();
+  command->add_option("NAME", *name, "the mirror's name, at most 40 bytes")->option_text(" ")->required();
+  command->footer(footer);
+  command->final_callback([&settings, name, run] { settings.action = [&, name, run] { run(settings, *name); }; });
+}
+
+void add_set(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("set", "Add a mirror or give it another address");
+  auto options = std::make_shared<SetOptions>();
+  command->add_option("NAME", options->name, "the mirror's name, at most 40 bytes")->option_text(" ")->required();
+  command->add_option("HOST", options->host, "its host name or numeric address")->option_text(" ")->required();
+  command->add_option("PORT", options->port, "its port, 1 to 65535")->option_text(" ")->required();
+  command->footer(
+      "A new mirror gets the changes from now on; send it what there is with: vesk mirror sync NAME --all\n\n"
+      "Example:\n  vesk mirror set west kms-west.example 4000");
+  command->final_callback([&settings, options] { settings.action = [&, options] { set(settings, *options); }; });
+}
+
+void add_remove(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("remove", "Take a mirror from the address book");
+  auto options = std::make_shared<RemoveOptions>();
+  command->add_option("NAME", options->name, "the mirror's name")->option_text(" ")->required();
+  command->add_flag("--yes", options->yes, "do not ask");
+  command->footer("Asks on a terminal and needs --yes elsewhere.\n\nExample:\n  vesk mirror remove west");
+  command->final_callback([&settings, options] { settings.action = [&, options] { remove(settings, *options); }; });
+}
+
+void add_list(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("list", "List the names of all mirrors, one a line");
+  command->footer("Example:\n  vesk mirror list --output json");
+  command->final_callback([&settings] { settings.action = [&] { list(settings); }; });
+}
+
+void add_sync(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("sync", "Send a mirror all mirror keys again, or one of them");
+  auto options = std::make_shared<SyncOptions>();
+  command->add_option("NAME", options->name, "the mirror's name")->option_text(" ")->required();
+  command->add_flag("--all", options->all, "all mirror keys");
+  command->add_option("--only", options->key, "one key")->option_text("KEY");
+  command->footer(
+      "Returns when the keys are queued; vesk mirror queue NAME tells how many are still to be sent.\n\n"
+      "Examples:\n  vesk mirror sync west --all\n  vesk mirror sync west --only backup-2026");
+  command->final_callback([&settings, options] { settings.action = [&, options] { sync(settings, *options); }; });
+}
+
+}  // namespace
+
+void add_mirror(CLI::App &app, Settings &settings) {
+  CLI::App *group = app.add_subcommand("mirror", "Name the servers that keys are replicated to, and watch them");
+  group->require_subcommand(1);
+  add_set(*group, settings);
+  add_named(*group, settings, "get", "Show a mirror's address", "Example:\n  vesk mirror get west", get);
+  add_remove(*group, settings);
+  add_list(*group, settings);
+  add_named(
+      *group, settings, "status", "Show a mirror's health",
+      "Has the server try the mirror at once and shows what it knew before. Exit code 7 when the mirror is down,\n"
+      "refuses this server or holds other keys.\n\nExample:\n  vesk mirror status west",
+      status);
+  add_named(*group, settings, "queue", "Show how many changes wait for a mirror", "Example:\n  vesk mirror queue west",
+            queue);
+  add_sync(*group, settings);
+}
+
+}  // namespace command

@@ -1,0 +1,70 @@
+#include "vesk/name_stream.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "vesk/failure.h"
+#include "vesk/text.h"
+
+namespace command {
+namespace {
+
+// A line of the library's file: the name at its full width and a line end.
+constexpr std::size_t kNameBytes = 40;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  Descriptor(Descriptor &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  ~Descriptor() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  int get() const { return descriptor_; }
+  int release() { return std::exchange(descriptor_, -1); }
+
+ private:
+  int descriptor_;
+};
+
+Failure no_pipe() {
+  return Failure(ExitCode::kOther, fmt::format("cannot make a pipe: {}", std::generic_category().message(errno)));
+}
+
+}  // namespace
+
+NameStream::NameStream(const Connection &connection, const std::string &prefix) : connection_(connection) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw no_pipe();
+  Descriptor from(ends[0]);
+  Descriptor to(ends[1]);
+  names_.reset(fdopen(from.get(), "r"));
+  if (!names_) throw no_pipe();
+  from.release();
+  // The library opens the pipe by its name; when the thread has closed this end as well, the names are at their end.
+  call_ = std::jthread([this, prefix, to = std::move(to)]() mutable {
+    const std::string path = fmt::format("/dev/fd/{}", to.get());
+    status_ = connection_.call(qRetrieveKeyNameListFiltered, path.c_str(), prefix.c_str(), &highest_sequence_);
+    const Descriptor closed(std::move(to));
+  });
+}
+
+bool NameStream::next(std::string &name) {
+  std::array<char, kNameBytes + 1> line;
+  if (std::fread(line.data(), line.size(), 1, names_.get()) != 1) return false;
+  name = trimmed({line.data(), kNameBytes});
+  return true;
+}
+
+std::uint32_t NameStream::finish() {
+  call_.join();
+  connection_.require(status_, {});
+  return highest_sequence_;
+}
+
+}  // namespace command

@@ -1,0 +1,123 @@
+// vesk private-key
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+
+#include "orn/vesk/wire/certificates.h"
+#include "vesk/ask.h"
+#include "vesk/commands.h"
+#include "vesk/connection.h"
+#include "vesk/failure.h"
+#include "vesk/input_file.h"
+#include "vesk/memory_file.h"
+#include "vesk/output.h"
+#include "vesk/store_names.h"
+#include "vesk/text.h"
+
+namespace command {
+namespace {
+
+struct ImportOptions {
+  std::string name;
+  std::string file;
+  bool replace = false;
+};
+
+struct DeleteOptions {
+  std::string name;
+  bool yes = false;
+};
+
+std::string subject_of(const std::string &name) {
+  return "private key " + printable(name);
+}
+
+std::vector<std::string> names_of(const Connection &connection) {
+  return store_names([&](LinkedList *names) { connection.run("private keys", qGetPrivateKeyList_as_ll, names); });
+}
+
+// The library's import replaces what is there, always: whoever does not want that looks first.
+void refuse_if_there(const Connection &connection, const std::string &name) {
+  const std::vector<std::string> names = names_of(connection);
+  if (std::find(names.begin(), names.end(), name) == names.end()) return;
+  throw Failure(ExitCode::kRefused, subject_of(name) + ": a private key of that name exists already",
+                "replace it with --replace");
+}
+
+void import(const Settings &settings, const ImportOptions &options) {
+  check_private_key_name(options.name);
+  const veskd::WipedText bytes = read_input(options.file, vesk::wire::kMaxPrivateKeyBytes, "private key");
+  const Connection connection(settings);
+  if (!options.replace) refuse_if_there(connection, options.name);
+  const MemoryFile file(bytes.text());
+  connection.run(subject_of(options.name), qImportPrivateKey, file.path().c_str(), options.name.c_str());
+  show(settings, fmt::format("imported private key {}", printable(options.name)), {{"imported", options.name}});
+}
+
+void remove(const Settings &settings, const DeleteOptions &options) {
+  check_private_key_name(options.name);
+  const Connection connection(settings);
+  if (!options.yes) {
+    ask_yes(fmt::format("Delete private key {}? Keys that are wrapped for it can be imported no more.",
+                        printable(options.name)),
+            "nothing was deleted");
+  }
+  connection.run(subject_of(options.name), qDeletePrivateKey, options.name.c_str());
+  show(settings, fmt::format("deleted private key {}", printable(options.name)), {{"deleted", options.name}});
+}
+
+void list(const Settings &settings) {
+  const Connection connection(settings);
+  show_store_names(settings, "private_keys", names_of(connection));
+}
+
+void add_private_key_name(CLI::App &command, std::string &name) {
+  command.add_option("NAME", name, "the private key's name, at most 64 bytes: that of its certificate")
+      ->option_text(" ")
+      ->required();
+}
+
+void add_import(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("import", "Send a private key to the server, which never gives it back");
+  auto options = std::make_shared<ImportOptions>();
+  add_private_key_name(*command, options->name);
+  command->add_option("FILE", options->file, "the private key, PEM or DER, not encrypted; - for standard input")
+      ->option_text(" ")
+      ->required();
+  command->add_flag("--replace", options->replace, "replace the private key of that name if there is one");
+  command->footer(
+      "The key is an RSA key of 2048 bits. It unwraps what is imported under the certificate of its name.\n\n"
+      "Example:\n  vesk private-key import head-office head-office-key.pem");
+  command->final_callback([&settings, options] { settings.action = [&, options] { import(settings, *options); }; });
+}
+
+void add_delete(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("delete", "Delete a private key for good");
+  auto options = std::make_shared<DeleteOptions>();
+  add_private_key_name(*command, options->name);
+  command->add_flag("--yes", options->yes, "do not ask");
+  command->footer(
+      "Asks on a terminal and needs --yes elsewhere.\n\n"
+      "Example:\n  vesk private-key delete head-office --yes");
+  command->final_callback([&settings, options] { settings.action = [&, options] { remove(settings, *options); }; });
+}
+
+void add_list(CLI::App &group, Settings &settings) {
+  CLI::App *command = group.add_subcommand("list", "List the names of the private keys, one a line");
+  command->footer("Example:\n  vesk private-key list");
+  command->final_callback([&settings] { settings.action = [&] { list(settings); }; });
+}
+
+}  // namespace
+
+void add_private_key(CLI::App &app, Settings &settings) {
+  CLI::App *group = app.add_subcommand("private-key", "Keep the private keys that unwrap imported keys");
+  group->require_subcommand(1);
+  add_import(*group, settings);
+  add_delete(*group, settings);
+  add_list(*group, settings);
+}
+
+}  // namespace command

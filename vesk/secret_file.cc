@@ -1,0 +1,126 @@
+#include "vesk/secret_file.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "vesk/failure.h"
+#include "vesk/text.h"
+
+namespace command {
+namespace {
+
+Failure failed(std::string_view step, const std::string &path) {
+  return Failure(ExitCode::kOther,
+                 fmt::format("cannot {} {}: {}", step, printable(path), std::generic_category().message(errno)));
+}
+
+Failure exists(const std::string &path) {
+  return Failure(ExitCode::kOther, fmt::format("{} exists already and was left as it is", printable(path)),
+                 "give another name, or replace it with --force");
+}
+
+std::string directory_of(const std::string &path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Holds back the signals by which users end programs, so that no temporary file outlives the command.
+class SignalsHeldBack {
+ public:
+  SignalsHeldBack() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&signals, signal);
+    pthread_sigmask(SIG_BLOCK, &signals, &before_);
+  }
+  ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsHeldBack(const SignalsHeldBack &) = delete;
+  SignalsHeldBack &operator=(const SignalsHeldBack &) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+// A file of mode 0600 beside the one to be; gone with its owner unless it was renamed.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(const std::string &path) : name_(directory_of(path) + "/.vesk-key-XXXXXX") {
+    descriptor_ = mkostemp(name_.data(), O_CLOEXEC);
+    if (descriptor_ < 0) throw failed("make a file beside", path);
+  }
+  ~TemporaryFile() {
+    if (descriptor_ >= 0) close(descriptor_);
+    if (!was_renamed_) unlink(name_.c_str());
+  }
+  TemporaryFile(const TemporaryFile &) = delete;
+  TemporaryFile &operator=(const TemporaryFile &) = delete;
+
+  void write(std::string_view bytes, const std::string &path) {
+    while (!bytes.empty()) {
+      const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+      if (written < 0 && errno == EINTR) continue;
+      if (written < 0) throw failed("write", path);
+      bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    if (fsync(descriptor_) != 0) throw failed("write", path);
+  }
+
+  // A link is made only where nothing is; a rename replaces.
+  void become(const std::string &path, bool replace) {
+    if (replace) {
+      if (rename(name_.c_str(), path.c_str()) != 0) throw failed("replace", path);
+      was_renamed_ = true;
+    } else if (link(name_.c_str(), path.c_str()) != 0) {
+      throw errno == EEXIST ? exists(path) : failed("create", path);
+    }
+  }
+
+ private:
+  std::string name_;
+  int descriptor_ = -1;
+  bool was_renamed_ = false;
+};
+
+void flush_directory(const std::string &path) {
+  const int directory = open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool flushed = directory >= 0 && fsync(directory) == 0;
+  const int error = errno;
+  if (directory >= 0) close(directory);
+  errno = error;
+  if (!flushed) throw failed("flush the directory of", path);
+}
+
+}  // namespace
+
+void check_secret_file(const std::string &path, bool force) {
+  if (path.empty()) throw Failure(ExitCode::kUsage, "the name of the file for the key is empty");
+  struct stat there {};
+  if (lstat(path.c_str(), &there) == 0) {
+    if (!force) throw exists(path);
+    if (!S_ISREG(there.st_mode))
+      throw Failure(ExitCode::kOther, fmt::format("{} is not a regular file and was left as it is", printable(path)));
+  } else if (errno != ENOENT) {
+    throw failed("create", path);
+  }
+  if (access(directory_of(path).c_str(), W_OK | X_OK) != 0) throw failed("create", path);
+}
+
+void write_secret_file(const std::string &path, std::string_view bytes, bool force) {
+  const SignalsHeldBack no_interruption;
+  {
+    TemporaryFile file(path);
+    file.write(bytes, path);
+    file.become(path, force);
+  }
+  flush_directory(path);
+}
+
+}  // namespace command

@@ -1,0 +1,16 @@
+// Files that hold a key: mode 0600, whole or not there, and never in the place of another file by accident.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace command {
+
+// Refuses a path at which write_secret_file would fail: something exists there (with force, something that is not a
+// regular file), or its directory cannot be written.
+void check_secret_file(const std::string &path, bool force);
+
+// Writes to a temporary file beside path, flushes it to the disk and then gives it the name.
+void write_secret_file(const std::string &path, std::string_view bytes, bool force);
+
+}  // namespace command

@@ -1,0 +1,80 @@
+#include "vesk/stored_certificate.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+
+#include "orn/vesk/wire/certificates.h"
+#include "vesk/failure.h"
+#include "vesk/input_file.h"
+#include "vesk/memory_file.h"
+#include "vesk/text.h"
+#include "veskd/key_pairs.h"
+
+namespace command {
+namespace {
+
+constexpr int kWarningDays = 30;
+
+// Whole days from now, which end on the side of now.
+int days_until(const ASN1_TIME *time) {
+  int days = 0;
+  int seconds = 0;
+  if (ASN1_TIME_diff(&days, &seconds, nullptr, time) != 1) return 0;
+  return days;
+}
+
+bool has_passed(const ASN1_TIME *time) {
+  return X509_cmp_current_time(time) < 0;
+}
+
+std::string date_of(const ASN1_TIME *time) {
+  tm utc{};
+  if (ASN1_TIME_to_tm(time, &utc) != 1) return "a date that cannot be read";
+  return fmt::format("{:04}-{:02}-{:02}", utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday);
+}
+
+}  // namespace
+
+std::string certificate_subject(const std::string &name) {
+  return "certificate " + printable(name);
+}
+
+std::string fetch_certificate(const Connection &connection, const std::string &name) {
+  const MemoryFile file;
+  connection.run(certificate_subject(name), qExportCertificate, name.c_str(), kCertificateType, file.path().c_str());
+  std::string bytes = file.content();
+  // The server keeps nothing else, and the library tells of a last write that failed in its trace alone.
+  if (!veskd::parse_certificate(bytes))
+    throw Failure(ExitCode::kOther, certificate_subject(name) + " did not arrive whole");
+  return bytes;
+}
+
+veskd::CertificatePtr wrapping_certificate(const Connection &connection, const std::string &name,
+                                           const std::string *file) {
+  const std::string bytes = file ? read_input(*file, vesk::wire::kMaxCertificateBytes, "certificate").text()
+                                 : fetch_certificate(connection, name);
+  const std::string subject = file ? printable(*file) : certificate_subject(name);
+  veskd::CertificatePtr certificate = veskd::parse_certificate(bytes);
+  if (!certificate) throw Failure(ExitCode::kOther, subject + ": this is not one certificate, PEM or DER");
+  if (!veskd::is_wrapping_key(X509_get0_pubkey(certificate.get())))
+    throw Failure(ExitCode::kOther, subject + ": keys are wrapped under RSA keys of 2048 bits, this has another");
+  if (has_passed(X509_get0_notAfter(certificate.get())) || !has_passed(X509_get0_notBefore(certificate.get())))
+    throw Failure(ExitCode::kOther,
+                  fmt::format("{}: it is valid from {} to {}", subject, date_of(X509_get0_notBefore(certificate.get())),
+                              date_of(X509_get0_notAfter(certificate.get()))));
+  warn_of_expiry(certificate.get(), name);
+  return certificate;
+}
+
+void warn_of_expiry(const X509 *certificate, const std::string &name) {
+  const ASN1_TIME *end = X509_get0_notAfter(certificate);
+  if (has_passed(end)) {
+    fmt::print(stderr, "warning: certificate {} expired on {}\n", printable(name), date_of(end));
+  } else if (const int days = days_until(end); days < kWarningDays) {
+    fmt::print(stderr, "warning: certificate {} expires on {}, in {} {}\n", printable(name), date_of(end), days,
+               days == 1 ? "day" : "days");
+  }
+}
+
+}  // namespace command

@@ -1,0 +1,80 @@
+#include "vesk/trace.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+#include <system_error>
+
+#include "orn/support.h"
+#include "vesk/failure.h"
+#include "vesk/text.h"
+
+namespace command {
+namespace {
+
+constexpr std::string_view kConnectionLayer = " orn/support:";
+constexpr std::size_t kMaxDetails = 8;
+
+std::vector<std::string> details;
+
+// A line is time, thread, path:line and message, with a blank between them.
+void keep_detail(std::string_view line) {
+  const std::size_t layer = line.find(kConnectionLayer);
+  if (layer == std::string_view::npos || details.size() == kMaxDetails) return;
+  const std::size_t blank = line.find(' ', layer + kConnectionLayer.size());
+  if (blank == std::string_view::npos) return;
+  const std::string_view message = line.substr(blank + 1);
+  // These repeat what the error says anyway.
+  if (message.starts_with("connected to ") || message.starts_with("no connection to ")) return;
+  details.emplace_back(message);
+}
+
+bool is_openssl_reason(const std::string &detail) {
+  return detail.starts_with("OpenSSL: ");
+}
+
+std::FILE *open_for_append(const std::string &path) {
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600);
+  std::FILE *file = descriptor < 0 ? nullptr : fdopen(descriptor, "a");
+  if (file) return file;
+  const int error = errno;
+  if (descriptor >= 0) close(descriptor);
+  throw Failure(ExitCode::kOther, fmt::format("cannot open the trace file {}: {}", printable(path),
+                                              std::generic_category().message(error)));
+}
+
+}  // namespace
+
+Trace::Trace(const std::string &path) {
+  if (!path.empty() && path != "-") file_.reset(open_for_append(path));
+  stream_ = path == "-" ? stderr : file_.get();
+  TraceToCallback(receive, this);
+}
+
+Trace::~Trace() {
+  TraceOff();
+}
+
+void Trace::receive(void *trace, const char *line) {
+  keep_detail(line);
+  std::FILE *stream = static_cast<Trace *>(trace)->stream_;
+  if (!stream) return;
+  // Each line at once: a trace is read when something went wrong.
+  std::fprintf(stream, "%s\n", line);
+  std::fflush(stream);
+}
+
+std::vector<std::string> Trace::take_connection_details() {
+  std::vector<std::string> taken;
+  taken.swap(details);
+  // OpenSSL's own words are for when there are no better ones.
+  const bool only_openssl = std::all_of(taken.begin(), taken.end(), is_openssl_reason);
+  if (!only_openssl) std::erase_if(taken, is_openssl_reason);
+  return taken;
+}
+
+}  // namespace command
