@@ -51,7 +51,8 @@ typedef struct KeyMetadataValues {
   char md[16][65];
 } KeyMetadataValues;
 
-/* What a metadata query tells of a key: 496 bytes, without trailing blanks, tabs and newlines. */
+/* What a metadata query tells of a key: 496 bytes, without trailing blanks, tabs and newlines; a field of blanks
+ * alone keeps them. */
 typedef struct KeyMetadataSummary {
   char caKeyName[41];
   char md[7][65]; /* MD01 to MD07 */

@@ -23,8 +23,6 @@ using namespace vesk::wire;
 
 namespace {
 
-constexpr std::size_t kMaxListCount = 99999;
-
 std::optional<std::vector<Reading>> read_sensor_file(const std::filesystem::path &path) {
   std::ifstream file(path);
   if (!file) return std::nullopt;

@@ -8,6 +8,7 @@
 #include "veskd/fields.h"
 #include "veskd/handlers.h"
 #include "veskd/key_pairs.h"
+#include "veskd/paged_list.h"
 
 namespace veskd {
 
@@ -17,8 +18,6 @@ namespace {
 
 // The one certificate type: a certificate to wrap keys under.
 constexpr std::string_view kWrappingCertificate = "C";
-
-constexpr std::size_t kMaxListCount = 99999;
 
 ReturnCode check_name(const Call &call) {
   return is_name(trimmed(call.fields.caCertName)) ? RC_SUCCESS : RC_CERTIFICATE_NAME_INVALID;
@@ -51,12 +50,7 @@ ReturnCode return_code_of(KeyFault fault) {
 
 // A page, of which the return code is a field: callers read on until a page says that it is the last.
 std::string page_of(std::string_view tran_id, ReturnCode code, const std::vector<std::string> &names, bool more) {
-  ListPage page{};
-  put_padded(page.caTranId, tran_id);
-  put_padded(page.caReturnCode, return_code_text(code));
-  put_padded(page.caMoreFlag, more ? "Y" : "N");
-  put_padded(page.caListCount, fmt::format("{:05}", names.size() * kCertificateNameBytes));
-  std::string bytes = write_reply(kListPage, page);
+  std::string bytes = list_page(tran_id, code, names.size() * kCertificateNameBytes, more);
   for (const std::string &name : names) bytes += fmt::format("{:<{}}", name, kCertificateNameBytes);
   return bytes;
 }

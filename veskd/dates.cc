@@ -34,4 +34,8 @@ bool is_date(std::string_view text) {
   return date.ok() && date.year() >= year(1);
 }
 
+bool is_date_or_none(std::string_view text) {
+  return text == kNoDate || is_date(text);
+}
+
 }  // namespace veskd

@@ -17,5 +17,6 @@ std::string timestamp();
 
 // Whether the text is a day of the calendar as YYYYMMDD.
 bool is_date(std::string_view text);
+bool is_date_or_none(std::string_view text);
 
 }  // namespace veskd

@@ -24,6 +24,10 @@ inline bool is_name(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c <= 0x7e; });
 }
 
+inline bool is_flag(std::string_view text) {
+  return text == "Y" || text == "N";
+}
+
 inline bool is_all_digits(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }

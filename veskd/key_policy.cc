@@ -6,17 +6,6 @@
 #include "veskd/fields.h"
 
 namespace veskd {
-namespace {
-
-bool is_flag(std::string_view text) {
-  return text == "Y" || text == "N";
-}
-
-bool is_date_or_none(std::string_view text) {
-  return text == kNoDate || is_date(text);
-}
-
-}  // namespace
 
 KeyPolicy policy_of(const RequestFields &fields) {
   return {trimmed(fields.caActivationDate), trimmed(fields.caExpirationDate), trimmed(fields.caRolloverCode),

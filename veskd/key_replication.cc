@@ -38,14 +38,6 @@ std::optional<std::int64_t> number_of(const ReplicatedChange &change) {
   return number;
 }
 
-bool is_date_or_none(std::string_view text) {
-  return text == kNoDate || is_date(text);
-}
-
-bool is_flag(std::string_view text) {
-  return text == "Y" || text == "N";
-}
-
 bool has_printable_text(std::string_view bytes) {
   for (const auto &row : kReplicatedChange) {
     if (row.kind == RowKind::kText && !is_printable(bytes.substr(row.offset, row.width))) return false;

@@ -6,13 +6,12 @@
 
 #include "orn/vesk/wire/codec.h"
 #include "veskd/handlers.h"
+#include "veskd/paged_list.h"
 #include "veskd/template_fields.h"
 #include "veskd/template_records.h"
 
 namespace veskd {
 
-using vesk::wire::kTemplateEntryBytes;
-using vesk::wire::ListPage;
 using vesk::wire::put_padded;
 
 namespace {
@@ -35,28 +34,6 @@ std::optional<std::uint32_t> parse_increment(const std::string &text) {
   return value;
 }
 
-// A page of the constants behind the one given. Whether another follows is known by asking for one more.
-Reply template_page(StoreConnection &store, std::size_t max_entries, const std::string &behind) {
-  std::vector<std::string> constants = list_constants(store, behind, max_entries + 1);
-  const bool more = constants.size() > max_entries;
-  if (more) constants.pop_back();
-  ListPage page{};
-  put_padded(page.caTranId, vesk::wire::kGetTemplateList.tran_id);
-  put_padded(page.caReturnCode, return_code_text(RC_SUCCESS));
-  put_padded(page.caMoreFlag, more ? "Y" : "N");
-  put_padded(page.caListCount, fmt::format("{:05}", constants.size() * kTemplateEntryBytes));
-  std::string bytes = write_reply(vesk::wire::kListPage, page);
-  for (const std::string &constant : constants) bytes += fmt::format("{:<{}}", constant, kTemplateEntryBytes);
-  Reply reply;
-  reply.bytes = WipedText(std::move(bytes));
-  if (more) {
-    reply.next_page = [max_entries, last = constants.back()](StoreConnection &reader) {
-      return template_page(reader, max_entries, last);
-    };
-  }
-  return reply;
-}
-
 }  // namespace
 
 ReturnCode get_template_depth(const Call &call, TemplateDepth &reply) {
@@ -75,7 +52,9 @@ ReturnCode get_template_depth(const Call &call, TemplateDepth &reply) {
 }
 
 Reply get_template_list(const Call &call) {
-  return template_page(call.store, std::max<std::size_t>(call.max_page_bytes / kTemplateEntryBytes, 1), "");
+  return start_name_list(call, vesk::wire::kGetTemplateList.tran_id,
+                         "SELECT constant FROM templates WHERE removed_date IS NULL ORDER BY constant",
+                         vesk::wire::kTemplateEntryBytes);
 }
 
 ReturnCode remove_template(const Call &call, KeyRecord &) {

@@ -18,7 +18,6 @@ using namespace vesk::wire;
 
 namespace {
 
-constexpr std::size_t kMaxListCount = 99999;
 constexpr int kMaxPort = 65535;
 constexpr std::int64_t kMaxCount = 9999999999;  // ten digits
 
@@ -33,15 +32,6 @@ bool is_host(std::string_view text) {
 
 std::optional<Mirror> named_mirror(const Call &call) {
   return find_mirror(call.store, trimmed(call.fields.caMirrorName));
-}
-
-std::string name_page_header(std::size_t block_bytes, bool more) {
-  ListPage page{};
-  put_padded(page.caTranId, kListMirrorNames.tran_id);
-  put_padded(page.caReturnCode, return_code_text(RC_SUCCESS));
-  put_padded(page.caMoreFlag, more ? "Y" : "N");
-  put_padded(page.caListCount, fmt::format("{:05}", block_bytes));
-  return write_reply(kListPage, page);
 }
 
 }  // namespace
@@ -74,12 +64,7 @@ ReturnCode remove_mirror_address(const Call &call, KeyRecord &) {
 }
 
 Reply list_mirror_names(const Call &call) {
-  return start_list(call, "SELECT name FROM mirrors ORDER BY name",
-                    {.tran_id = kListMirrorNames.tran_id,
-                     .entry_bytes = kMirrorNameBytes,
-                     .max_block_bytes = kMaxListCount,
-                     .entry = [](const Query &row) { return fmt::format("{:<{}}", row.text(0), kMirrorNameBytes); },
-                     .header = name_page_header});
+  return start_name_list(call, kListMirrorNames.tran_id, "SELECT name FROM mirrors ORDER BY name", kMirrorNameBytes);
 }
 
 // The status flag Y has the mirror tried at once; the reply tells what is known so far. While changes wait for a

@@ -1,7 +1,12 @@
 #include "veskd/paged_list.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <memory>
+
+#include "orn/vesk/wire/codec.h"
+#include "orn/vesk/wire/list_page.h"
 
 namespace veskd {
 namespace {
@@ -59,6 +64,25 @@ class PagedList : public std::enable_shared_from_this<PagedList> {
 };
 
 }  // namespace
+
+std::string list_page(std::string_view tran_id, ReturnCode code, std::size_t block_bytes, bool more) {
+  vesk::wire::ListPage page{};
+  vesk::wire::put_padded(page.caTranId, tran_id);
+  vesk::wire::put_padded(page.caReturnCode, return_code_text(code));
+  vesk::wire::put_padded(page.caMoreFlag, more ? "Y" : "N");
+  vesk::wire::put_padded(page.caListCount, fmt::format("{:05}", block_bytes));
+  return write_reply(vesk::wire::kListPage, page);
+}
+
+Reply start_name_list(const Call &call, const char *tran_id, std::string_view sql, std::size_t entry_bytes) {
+  return start_list(call, sql,
+                    {.tran_id = tran_id,
+                     .entry_bytes = entry_bytes,
+                     .max_block_bytes = kMaxListCount,
+                     .entry = [=](const Query &row) { return fmt::format("{:<{}}", row.text(0), entry_bytes); },
+                     .header = [=](std::size_t block_bytes,
+                                   bool more) { return list_page(tran_id, RC_SUCCESS, block_bytes, more); }});
+}
 
 Reply start_list(const Call &call, std::string_view sql, ListForm form) {
   auto reader = Store::ListReader::take(call.lists);

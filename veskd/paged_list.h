@@ -22,8 +22,17 @@ struct ListForm {
   std::function<std::string(std::size_t block_bytes, bool more)> header;
 };
 
+// What the five digits of a List Count can tell.
+inline constexpr std::size_t kMaxListCount = 99999;
+
+// The common page of a list, as it stands before a block of that many bytes.
+std::string list_page(std::string_view tran_id, ReturnCode code, std::size_t block_bytes, bool more);
+
 // The first page. sql is a string literal without parameters, and orders its rows by an index, so that none of them
 // wait in memory.
 Reply start_list(const Call &call, std::string_view sql, ListForm form);
+
+// The same for a list of the names that the rows begin with, padded to entry_bytes each, on common pages.
+Reply start_name_list(const Call &call, const char *tran_id, std::string_view sql, std::size_t entry_bytes);
 
 }  // namespace veskd

@@ -8,25 +8,11 @@
 #include <string>
 #include <utility>
 
+#include "orn/vesk/wiped.h"
+
 namespace veskd {
 
-// A fixed number of secret bytes, or a plain record that holds some. Zero at first.
-template <typename Value>
-class Wiped {
- public:
-  Wiped() = default;
-  Wiped(const Wiped &) = delete;
-  Wiped &operator=(const Wiped &) = delete;
-  ~Wiped() { OPENSSL_cleanse(&value_, sizeof value_); }
-
-  Value &operator*() { return value_; }
-  const Value &operator*() const { return value_; }
-  Value *operator->() { return &value_; }
-  const Value *operator->() const { return &value_; }
-
- private:
-  Value value_{};
-};
+using vesk::Wiped;
 
 inline constexpr std::size_t kKeyBytes = 32;
 using KeyValue = Wiped<std::array<std::uint8_t, kKeyBytes>>;

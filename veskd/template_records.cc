@@ -83,13 +83,4 @@ void remove_template(StoreConnection &store, const Template &family, std::string
   Query(store.database, "UPDATE templates SET removed_date = ?1 WHERE id = ?2", today(), family.id).run();
 }
 
-std::vector<std::string> list_constants(StoreConnection &store, std::string_view behind, std::size_t count) {
-  Query query(store.database,
-              "SELECT constant FROM templates WHERE constant > ?1 AND removed_date IS NULL ORDER BY constant LIMIT ?2",
-              behind, static_cast<std::int64_t>(count));
-  std::vector<std::string> constants;
-  while (query.next()) constants.push_back(query.text(0));
-  return constants;
-}
-
 }  // namespace veskd

@@ -56,7 +56,4 @@ bool is_removable(StoreConnection &store, const Template &family);
 // Deletes the keys that were not served and records who did so. The constant stays taken.
 void remove_template(StoreConnection &store, const Template &family, std::string_view removed_by);
 
-// At most count constants behind the one given, in order, of templates that were not removed.
-std::vector<std::string> list_constants(StoreConnection &store, std::string_view behind, std::size_t count);
-
 }  // namespace veskd

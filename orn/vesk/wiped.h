@@ -19,7 +19,9 @@ class Wiped {
   ~Wiped() { OPENSSL_cleanse(&record_, sizeof record_); }
 
   Record &operator*() { return record_; }
+  const Record &operator*() const { return record_; }
   Record *operator->() { return &record_; }
+  const Record *operator->() const { return &record_; }
 
  private:
   Record record_{};

@@ -2,7 +2,7 @@
 // deletable.
 #pragma once
 
-#include "orn/vesk/wire/row.h"
+#include "orn/vesk/wire/policy_fields.h"
 
 namespace vesk::wire {
 
@@ -10,17 +10,7 @@ inline constexpr Transaction kCreateSymKey = transaction("CreateSymKey");
 
 inline constexpr auto kCreateSymKeyRequest = request(
     kCreateSymKey,
-    field<&RequestFields::caKeyName>(9, 40),
-    field<&RequestFields::caKeySizeBits>(49, 4),
-    field<&RequestFields::caActivationDate>(53, 8),
-    field<&RequestFields::caExpirationDate>(61, 8),
-    field<&RequestFields::caRolloverCode>(69, 1),
-    field<&RequestFields::caRolloverDays>(70, 4),
-    field<&RequestFields::caDeletable>(74, 1),
-    field<&RequestFields::caMirrorKey>(75, 1),
-    field<&RequestFields::caUserGroupFlag>(76, 1),
-    field<&RequestFields::caUser>(77, 256),
-    field<&RequestFields::caGroup>(333, 256));
+    joined(record<RequestFields>(field<&RequestFields::caKeyName>(9, 40)), kPolicyFields<49>, kOwnerFields<76>));
 
 inline constexpr auto kCreateSymKeyReply = reply<KeyRecord>(
     field<&KeyRecord::caKeyName>(13, 40, "Key Name"), field<&KeyRecord::caInstance>(53, 24, "Instance"));
@@ -29,22 +19,16 @@ inline constexpr Transaction kAutoGenKeys = transaction("AutoGenKeys");
 
 inline constexpr auto kAutoGenKeysRequest = request(
     kAutoGenKeys,
-    field<&RequestFields::caConstant>(9, 39),
-    field<&RequestFields::caIncrementLen>(48, 2),
-    field<&RequestFields::caIncrementCode>(50, 1),
-    field<&RequestFields::caConstantLen>(51, 2),
-    field<&RequestFields::caKeyCount>(53, 5),
-    field<&RequestFields::caGenMode>(58, 1),
-    field<&RequestFields::caKeySizeBits>(59, 4),
-    field<&RequestFields::caActivationDate>(63, 8),
-    field<&RequestFields::caExpirationDate>(71, 8),
-    field<&RequestFields::caRolloverCode>(79, 1),
-    field<&RequestFields::caRolloverDays>(80, 4),
-    field<&RequestFields::caDeletable>(84, 1),
-    field<&RequestFields::caMirrorKey>(85, 1),
-    field<&RequestFields::caUserGroupFlag>(86, 1),
-    field<&RequestFields::caUser>(87, 256),
-    field<&RequestFields::caGroup>(343, 256));
+    joined(
+        record<RequestFields>(
+            field<&RequestFields::caConstant>(9, 39),
+            field<&RequestFields::caIncrementLen>(48, 2),
+            field<&RequestFields::caIncrementCode>(50, 1),
+            field<&RequestFields::caConstantLen>(51, 2),
+            field<&RequestFields::caKeyCount>(53, 5),
+            field<&RequestFields::caGenMode>(58, 1)),
+        kPolicyFields<59>,
+        kOwnerFields<86>));
 
 inline constexpr auto kAutoGenKeysReply = reply<KeyRecord>();
 

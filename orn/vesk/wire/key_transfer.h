@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "orn/vesk/wire/row.h"
+#include "orn/vesk/wire/policy_fields.h"
 #include "orn/vesk/wire/text.h"
 
 namespace vesk::wire {
@@ -51,21 +51,17 @@ inline constexpr std::array kBlanks = [] {
 // Imported keys belong to no user and no group.
 inline constexpr auto kImportSymKeyRequest = request(
     kImportSymKey,
-    field<&RequestFields::caKeyName>(9, 40),
-    field<&RequestFields::caKeySizeBits>(49, 4),
-    field<&RequestFields::caActivationDate>(53, 8),
-    field<&RequestFields::caExpirationDate>(61, 8),
-    field<&RequestFields::caRolloverCode>(69, 1),
-    field<&RequestFields::caRolloverDays>(70, 4),
-    field<&RequestFields::caDeletable>(74, 1),
-    field<&RequestFields::caMirrorKey>(75, 1),
-    lit(76, "1"),
-    lit(77, {kBlanks.data(), 256}),
-    lit(333, {kBlanks.data(), 256}),
-    field<&RequestFields::caKeyFormat>(589, 3),
-    field<&RequestFields::caCertificateName>(592, 64),
-    field<&RequestFields::caRSAPaddingMode>(656, 1),
-    bytes<&RequestFields::caKeyValue>(657, kTransferValueBytes));
+    joined(
+        record<RequestFields>(field<&RequestFields::caKeyName>(9, 40)),
+        kPolicyFields<49>,
+        record<RequestFields>(
+            lit(76, "1"),
+            lit(77, {kBlanks.data(), 256}),
+            lit(333, {kBlanks.data(), 256}),
+            field<&RequestFields::caKeyFormat>(589, 3),
+            field<&RequestFields::caCertificateName>(592, 64),
+            field<&RequestFields::caRSAPaddingMode>(656, 1),
+            bytes<&RequestFields::caKeyValue>(657, kTransferValueBytes))));
 
 // What stands before the value, which takes as many bytes as its format says.
 inline constexpr auto kImportSymKeyHead = without_last(kImportSymKeyRequest);
