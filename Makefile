@@ -12,7 +12,7 @@ PACKAGES := $(shell sed 's/\#.*//' packages.txt)
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
 
-.PHONY: all demo test bench format check-format packages build-% test-% clean
+.PHONY: all demo test bench tidy format check-format packages build-% test-% clean
 
 all: build-release
 
@@ -42,6 +42,10 @@ test: check-format test-release test-asan test-tsan
 
 bench: build-bench
 	@bench/run.sh build/bench
+
+# Slow, and its findings are for a reader to judge, so no part of the tests.
+tidy: build-release
+	@clang-tidy -p build/release --quiet $(filter orn/%.cc vesk/%.cc veskd/%.cc,$(SOURCES))
 
 check-format: packages
 	@clang-format --dry-run --Werror $(SOURCES)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,11 @@ struct CallCase {
   bool traces_header = true;         // the reply's length and identifier too, not only its return code
   bool ignores_return_code = false;  // it never becomes the status
 };
+
+// How a test's parameter is shown.
+inline void PrintTo(const CallCase &call, std::ostream *out) {
+  *out << call.function;
+}
 
 // Key name "K1", instance "I1", constant "TEMPLATE0000001".
 const std::vector<CallCase> &all_calls();

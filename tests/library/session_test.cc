@@ -11,6 +11,10 @@ struct PathCase {
   std::string expected_directory;
 };
 
+void PrintTo(const PathCase &path, std::ostream *out) {
+  *out << path.rule;
+}
+
 class CertificatePathsTest : public testing::TestWithParam<PathCase> {};
 
 TEST_P(CertificatePathsTest, Rule) {

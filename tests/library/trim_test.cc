@@ -7,6 +7,10 @@ struct TrimCase {
   const char *rule, *source, *expected;
 };
 
+void PrintTo(const TrimCase &trim, std::ostream *out) {
+  *out << trim.rule;
+}
+
 class TrimTest : public testing::TestWithParam<TrimCase> {};
 
 TEST_P(TrimTest, Rule) {
