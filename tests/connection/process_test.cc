@@ -72,7 +72,24 @@ TEST(Process, Descriptor0IsOneLikeAnyOther) {
   EXPECT_EQ(0, state);
 }
 
+// The process's soft limit on descriptors, for as long as it lives: a login's own is often 1024.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(rlim_t limit) {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit changed = {limit, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &changed);
+  }
+  DescriptorLimit(const DescriptorLimit &) = delete;
+  DescriptorLimit &operator=(const DescriptorLimit &) = delete;
+  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
 TEST(Process, DescriptorsAbove1024Work) {
+  const DescriptorLimit enough(2048);
   TlsServer server(echo(world().settings()));
   TakenDescriptors taken(1100);
   Client client;
@@ -84,16 +101,11 @@ TEST(Process, DescriptorsAbove1024Work) {
 
 TEST(Process, WithoutDescriptorsTheStatusSaysSo) {
   TlsServer server(echo(world().settings()));
-  rlimit before{};
-  getrlimit(RLIMIT_NOFILE, &before);
-  rlimit low = before;
-  low.rlim_cur = 64;
-  setrlimit(RLIMIT_NOFILE, &low);
   {
+    const DescriptorLimit low(64);
     TakenDescriptors taken(64);
     EXPECT_STATUS(CONN_ERR_RESOURCES, exchange(server));
   }
-  setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_STATUS(0, exchange(server));
 }
 
