@@ -39,7 +39,7 @@
   X(ERR_TRANSACTION_SIZE, 9999, "the reply is longer than 16384 bytes, or metadata field MD01 is not 64 characters") \
   X(ERR_LIST_FILE, 11000, "the key-name data file could not be opened")                                              \
   X(ERR_KEY_NAME_MISMATCH, 20000, "the key returned does not carry the name asked for")                              \
-  X(ERR_NULL_ARGUMENT, 20001, "an output pointer of the caller is null; nothing was sent")                           \
+  X(ERR_NULL_ARGUMENT, 20001, "a pointer that the call cannot do without is null; nothing was sent")                 \
   X(ERR_CERT_PATH_LENGTH, 20003, "a certificate path would exceed 100 characters")                                   \
   X(ERR_CERT_DIR_FORM, 20004, "the certificate directory does not end in '/'")                                       \
   X(ERR_METADATA_ARGUMENT, 20005, "a metadata argument is missing or out of range; nothing was sent")                \

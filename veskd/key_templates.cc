@@ -1,7 +1,5 @@
 #include "orn/vesk/wire/key_templates.h"
 
-#include <fmt/format.h>
-
 #include <charconv>
 
 #include "orn/vesk/wire/codec.h"
