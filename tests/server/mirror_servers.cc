@@ -16,15 +16,6 @@ namespace veskd::test {
 
 using namespace std::chrono_literals;
 
-bool eventually(const std::function<bool()> &condition) {
-  const auto end = std::chrono::steady_clock::now() + 20s;
-  do {
-    if (condition()) return true;
-    std::this_thread::yield();
-  } while (std::chrono::steady_clock::now() < end);
-  return false;
-}
-
 ReplicationTimes short_times() {
   return {.first_retry = 2ms, .longest_retry = 20ms, .exchange = 5s, .compare_every = 60s, .compare_pause = 20ms};
 }

@@ -18,9 +18,6 @@
 
 namespace veskd::test {
 
-// Whether the condition comes true within twenty seconds.
-bool eventually(const std::function<bool()> &condition);
-
 // Retries soon, so that tests need not wait.
 ReplicationTimes short_times();
 

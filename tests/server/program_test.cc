@@ -8,7 +8,6 @@
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "orn/vesk.h"
 #include "tests/server/test_server.h"
@@ -157,8 +156,10 @@ TEST_F(DevCommand, LivesOnWhenItRunsOutOfDescriptors) {
   DevServer server(path, 40);
   std::vector<std::unique_ptr<RawConnection>> silent;
   for (int i = 0; i < 100; ++i) silent.push_back(std::make_unique<RawConnection>(server.port()));
-  while (server.program().errors().find("a connection could not be accepted: Too many open files") == std::string::npos)
-    std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] {
+    return server.program().errors().find("a connection could not be accepted: Too many open files") !=
+           std::string::npos;
+  }));
   silent.clear();
   EXPECT_EQ(ping(server), 0);
   EXPECT_EQ(server.stop(), 0);

@@ -10,8 +10,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 
 #include "veskd/errors.h"
 
@@ -110,6 +113,11 @@ void RawConnection::send(const std::string &bytes) {
   ERR_clear_error();
 }
 
+std::size_t RawConnection::receive_some() {
+  char buffer[4096];
+  return static_cast<std::size_t>(std::max(SSL_read(tls_.get(), buffer, sizeof buffer), 0));
+}
+
 std::string RawConnection::receive_all() {
   std::string received;
   char buffer[4096];
@@ -133,6 +141,15 @@ std::string ask(const TestServer &server, const std::string &request) {
   EXPECT_TRUE(connection.handshake(raw_options(server.directory())));
   connection.send(request);
   return connection.receive_all();
+}
+
+bool eventually(const std::function<bool()> &condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  do {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  } while (std::chrono::steady_clock::now() < end);
+  return false;
 }
 
 std::string start_error(const std::function<void()> &action) {

@@ -89,6 +89,8 @@ class RawConnection {
   bool handshake(const RawOptions &options, SSL_SESSION *session = nullptr);
   void send(const std::string &bytes);
 
+  // Reads away what comes next; returns how much it was, 0 at the end.
+  std::size_t receive_some();
   // Everything up to the end of the connection; whether it ended in good order is in closed_cleanly.
   std::string receive_all();
   bool closed_cleanly() const { return closed_cleanly_; }
@@ -111,6 +113,9 @@ class RawConnection {
 
 // Sends a request on a connection of its own and returns all of the reply.
 std::string ask(const TestServer &server, const std::string &request);
+
+// Asks until the condition holds; false when it does not within 20 seconds.
+bool eventually(const std::function<bool()> &condition);
 
 // The message of the StartError that the action throws.
 std::string start_error(const std::function<void()> &action);
