@@ -93,11 +93,12 @@ struct Peer::Request {
   WipedText payload;
 };
 
-Peer::Peer(asio::ip::tcp::socket socket, asio::ssl::context &tls, const Limits &limits, Store &store,
-           const Machine &machine, const Log &log)
-    : stream_(std::move(socket), tls),
+Peer::Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &store, const Machine &machine,
+           const Log &log)
+    : terms_(std::move(terms)),
+      limits_(terms_->limits),
+      stream_(std::move(socket), terms_->tls),
       watchdog_(stream_.get_executor()),
-      limits_(limits),
       store_(store),
       machine_(machine),
       log_(log),
@@ -313,10 +314,15 @@ void Peer::log_request(const Request &request, const Reply &reply, bool sent) co
   const auto duration = std::chrono::steady_clock::now() - request.start;
   const char *function = request.transaction != nullptr ? request.transaction->function : "-";
   const ReturnCodeText *code = find_return_code(reply.code);
-  log_.info(fmt::format("{} {} {} {} {:04} {} {}us{}", address_, subject_, request.tran_id, function,
-                        static_cast<int>(reply.code), code != nullptr ? code->name : "-",
-                        std::chrono::duration_cast<std::chrono::microseconds>(duration).count(),
-                        sent ? "" : " reply not sent"));
+  const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
+  log_.write(LogLevel::kInfo, {{"peer", address_},
+                               {"client", subject_},
+                               {"transaction", request.tran_id},
+                               {"function", function},
+                               {"return_code", return_code_text(reply.code)},
+                               {"return_code_name", code != nullptr ? code->name : "-"},
+                               {"duration", fmt::format("{}us", microseconds)},
+                               {"reply", sent ? "" : "reply not sent"}});
 }
 
 std::string Peer::reason(const asio::error_code &error) const {

@@ -4,7 +4,6 @@
 
 #include <asio/awaitable.hpp>
 #include <asio/ip/tcp.hpp>
-#include <asio/ssl/context.hpp>
 #include <asio/ssl/stream.hpp>
 #include <asio/steady_timer.hpp>
 #include <memory>
@@ -21,8 +20,8 @@ namespace veskd {
 // Runs on the strand of its socket. What it refers to must outlive it.
 class Peer : public std::enable_shared_from_this<Peer> {
  public:
-  Peer(asio::ip::tcp::socket socket, asio::ssl::context &tls, const Limits &limits, Store &store,
-       const Machine &machine, const Log &log);
+  Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &store, const Machine &machine,
+       const Log &log);
 
   // The whole of the connection. Never throws for what the peer does.
   asio::awaitable<void> serve();
@@ -53,10 +52,11 @@ class Peer : public std::enable_shared_from_this<Peer> {
   void log_request(const Request &request, const Reply &reply, bool sent) const;
   std::string reason(const asio::error_code &error) const;
 
+  const std::shared_ptr<Terms> terms_;
+  const Limits &limits_;
   asio::ssl::stream<asio::ip::tcp::socket> stream_;
   asio::steady_timer watchdog_;
   bool timed_out_ = false;
-  const Limits &limits_;
   Store &store_;
   const Machine &machine_;
   const Log &log_;
