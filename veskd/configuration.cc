@@ -87,6 +87,33 @@ void read_log(Section section, LogOptions &log) {
   section.end();
 }
 
+constexpr std::pair<const char *, Mark> kMarks[] = {{"subject", Mark::kSubject}, {"dns", Mark::kDns},
+                                                    {"uri", Mark::kUri},         {"email", Mark::kEmail},
+                                                    {"ip", Mark::kIp},           {"fingerprint", Mark::kFingerprint}};
+
+void read_role(Section section, RoleRules &rules) {
+  RoleRule rule;
+  section.require("role");
+  section.choice<Role>("role", rule.role,
+                       {{"storage-client", kStorageClient},
+                        {"administrator", kAdministrator},
+                        {"auditor", kAuditor},
+                        {"mirror", kMirror}});
+  int num_marks = 0;
+  for (const auto &[key, mark] : kMarks) {
+    std::string value;
+    section.text(key, value);
+    num_marks += section.check(key, [&] { rule.mark = make_mark(mark, value); }) ? 1 : 0;
+  }
+  if (num_marks != 1) section.mistake("role", "needs one of subject, dns, uri, email, ip and fingerprint, and no more");
+  std::vector<std::string> prefixes;
+  section.texts("prefixes", prefixes);
+  if (!prefixes.empty() && rule.role != kStorageClient) section.mistake("prefixes", "are for storage clients");
+  rule.scope = Scope(std::move(prefixes));
+  rules.add(std::move(rule));
+  section.end();
+}
+
 }  // namespace
 
 ServiceSettings read_configuration(const fs::path &file) {
@@ -104,6 +131,7 @@ ServiceSettings read_configuration(const fs::path &file) {
   read_store(root.section("store"), settings);
   read_limits(root.section("limits"), settings.server.limits);
   read_log(root.section("log"), settings.log);
+  for (Section &section : root.sections("roles")) read_role(std::move(section), settings.server.roles);
   root.end();
   configuration.throw_mistakes();
   return settings;

@@ -78,7 +78,10 @@ void Section::texts(std::string_view key, std::vector<std::string> &values) {
   const toml::array *array = node->as_array();
   if (array == nullptr || array->empty() || !array->is_homogeneous<std::string>())
     return mistake(key, "must be a list of texts in quotes, of one at least");
-  for (const toml::node &element : *array) values.push_back(element.as_string()->get());
+  for (const toml::node &element : *array) {
+    values.push_back(element.as_string()->get());
+    if (values.back().empty()) mistake(key, "must hold no empty text");
+  }
 }
 
 void Section::flag(std::string_view key, bool &value) {

@@ -37,6 +37,7 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   veskd::ServiceSettings settings;
   settings.server.tls = environment.tls_files();
   settings.server.port = options.port;
+  settings.server.roles = veskd::development_roles();
   settings.server.machine.sensor_file = options.sensor_file;
   settings.server.machine.store_directory = environment.directory();
   settings.store = environment.store_path();

@@ -11,6 +11,7 @@
 
 #include "veskd/handlers.h"
 #include "veskd/log.h"
+#include "veskd/roles.h"
 #include "veskd/sensors.h"
 #include "veskd/server.h"
 #include "veskd/store.h"
@@ -34,7 +35,9 @@ class Peer : public std::enable_shared_from_this<Peer> {
   asio::awaitable<Request> read_request();
   asio::awaitable<void> read_payload(const Handler &handler, Request &request);
   asio::awaitable<bool> read_exactly(char *bytes, std::size_t count);
+  ReturnCode admit(const Handler &handler, Request &request) const;
   asio::awaitable<Reply> answer(const Request &request);
+  ReturnCode check(const Request &request, RequestFields &fields) const;
   asio::awaitable<Reply> run(const Handler &handler, const Request &request, const RequestFields &fields);
   asio::awaitable<Reply> run_change(const Handler &handler, const Request &request, const RequestFields &fields);
   Call call(const Request &request, const RequestFields &fields, StoreConnection &store) const;
@@ -62,7 +65,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   const Log &log_;
   std::string address_;
   std::string subject_;
-  bool is_mirror_ = false;  // its certificate is that of a server
+  Permissions permissions_;
 };
 
 }  // namespace veskd

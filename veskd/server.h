@@ -19,6 +19,7 @@
 #include <string>
 
 #include "veskd/log.h"
+#include "veskd/roles.h"
 #include "veskd/sensors.h"
 #include "veskd/store.h"
 #include "veskd/tls.h"
@@ -44,12 +45,14 @@ struct ServerOptions {
   std::uint16_t port = 0;  // 0: a free one
   Machine machine;
   Limits limits;
+  RoleRules roles;
 };
 
 // What connections are served under. One keeps those that it began with when others are put in their place.
 struct Terms {
   asio::ssl::context tls;
   Limits limits;
+  RoleRules roles;
 };
 
 // Throws StartError when the files cannot be used.

@@ -111,6 +111,16 @@ TEST_F(Configuration, SaysWhatIsWrong) {
       {"[mirrors]\ncertificate = 'mirror.pem'\nprivate_key = 'client-key.pem'\n", 13, "key values mismatch"},
       {"[mirrors]\ncertificate = 'none.pem'\nprivate_key = 'mirror-key.pem'\n", 12, "none.pem: No such file"},
       {"mirrors = 3\n", 11, "there is no such key"},
+      {"[[roles]]\nrole = 'boss'\nuri = 'u'\n", 12, "roles.role: must be one of \"storage-client\", \"administrator\""},
+      {"[[roles]]\nuri = 'u'\n", 11, "roles.role: is missing"},
+      {"[[roles]]\nrole = 'auditor'\n", 12, "roles.role: needs one of subject, dns"},
+      {"[[roles]]\nrole = 'auditor'\nuri = 'u'\ndns = 'd'\n", 12, "roles.role: needs one of subject, dns"},
+      {"[[roles]]\nrole = 'auditor'\nfingerprint = '00:11'\n", 13, "roles.fingerprint: a SHA-256 fingerprint has 64"},
+      {"[[roles]]\nrole = 'auditor'\nip = 'here'\n", 13, "roles.ip: 'here' is no numeric address"},
+      {"[[roles]]\nrole = 'auditor'\nuri = 'u'\nprefixes = ['A']\n", 14, "roles.prefixes: are for storage clients"},
+      {"[[roles]]\nrole = 'storage-client'\nuri = 'u'\nprefixes = []\n", 14, "roles.prefixes: must be a list"},
+      {"[[roles]]\nrole = 'storage-client'\nuri = 'u'\nprefixes = [5]\n", 14, "roles.prefixes: must be a list"},
+      {"[[roles]]\nrole = 'storage-client'\nuri = 'u'\nprefixes = ['']\n", 14, "roles.prefixes: must hold no empty"},
       {"[log\n", 11, "rror"},
   };
   for (const Mistake &mistake : mistakes) {

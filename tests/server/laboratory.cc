@@ -29,8 +29,8 @@ Laboratory::Laboratory() {
   configure("");
 }
 
-void Laboratory::configure(const std::string &sections) {
-  write("veskd.toml", kEveryServer + sections);
+void Laboratory::configure(const std::string &sections, const std::string &roles) {
+  write("veskd.toml", kEveryServer + sections + roles);
 }
 
 void Laboratory::write(const std::string &name, const std::string &content) const {

@@ -18,8 +18,11 @@ class Laboratory {
   const std::filesystem::path &path() const { return directory_.path(); }
   std::filesystem::path file() const { return directory_ / "veskd.toml"; }
 
-  // The whole configuration, as its parts that every server has and what is behind them.
-  void configure(const std::string &sections);
+  static constexpr const char *kClientIsAdministrator =
+      "[[roles]]\nrole = 'administrator'\nsubject = 'CN=veskd development client,O=veskd dev'\n";
+
+  // The whole configuration: the ten lines that every server has, sections, and who may do what.
+  void configure(const std::string &sections, const std::string &roles = kClientIsAdministrator);
   void write(const std::string &name, const std::string &content) const;
 
  private:

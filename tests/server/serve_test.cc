@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "tests/server/laboratory.h"
+#include "veskd/return_codes.h"
 
 namespace veskd::test {
 namespace {
@@ -100,7 +101,7 @@ TEST_F(Serve, LogsObjectsOnRequest) {
   EXPECT_EQ(request->at("client"), "CN=veskd development client,O=veskd dev");
   EXPECT_EQ(request->at("transaction"), "1043");
   EXPECT_EQ(request->at("function"), "AdminNoop");
-  EXPECT_EQ(request->at("return_code_name").get<std::string>().substr(0, 3), "RC_");
+  EXPECT_EQ(request->at("return_code_name"), "RC_SUCCESS");
   EXPECT_EQ(lines.back().at("text"), "stopped");
 }
 
@@ -113,7 +114,7 @@ TEST_F(Serve, ReadsCertificatesAgainAndKeepsItsConnections) {
   ASSERT_TRUE(server.reload(kReloaded));
   EXPECT_TRUE(eventually([&] { return serial_number(server) != before; }));
   connection.send("000041043");
-  EXPECT_THAT(connection.receive_all(), StartsWith("000081043"));
+  EXPECT_THAT(connection.receive_all(), StartsWith("0000810430000"));
 }
 
 TEST_F(Serve, KeepsItsSettingsWhenTheNewOnesCannotBeUsed) {
@@ -134,6 +135,17 @@ TEST_F(Serve, UsesNewLimitsForNewConnections) {
   ASSERT_TRUE(server.reload(kReloaded));
   EXPECT_TRUE(eventually([&] { return RawConnection(server.port()).is_closed_by_peer(); }));
   EXPECT_TRUE(server.has_logged("no handshake: time-out"));
+}
+
+TEST_F(Serve, NobodyMayDoAnythingUnlessARoleIsGiven) {
+  laboratory.configure("", "");
+  ConfiguredServer server(laboratory);
+  EXPECT_EQ(server.ping(), RC_NO_ROLE);
+  EXPECT_TRUE(server.has_logged("warning 127.0.0.1"));
+  EXPECT_TRUE(server.has_logged("AdminNoop 0111 RC_NO_ROLE"));
+  laboratory.configure("");
+  ASSERT_TRUE(server.reload(kReloaded));
+  EXPECT_TRUE(eventually([&] { return server.ping() == 0; }));
 }
 
 TEST_F(Serve, SaysWhatNeedsARestart) {
