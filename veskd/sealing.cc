@@ -58,6 +58,16 @@ std::unique_ptr<MasterKey> MasterKey::read(const std::filesystem::path &path) {
   return master;
 }
 
+// A store without its master key cannot be read; a new key in its place would only hide that.
+std::unique_ptr<MasterKey> MasterKey::open(const std::filesystem::path &path, const std::filesystem::path &store) {
+  if (std::filesystem::exists(path)) return read(path);
+  if (!std::filesystem::exists(store)) return create(path);
+  throw StartError(
+      fmt::format("the key store {} is there but its master key {} is missing: restore it from a backup; "
+                  "without it no key of the store can be read",
+                  store.string(), path.string()));
+}
+
 std::unique_ptr<MasterKey> MasterKey::create(const std::filesystem::path &path) {
   auto master = std::make_unique<MasterKey>();
   fill_with_secret_random(*master->key_);

@@ -14,7 +14,7 @@ constexpr int kMaxChainDepth = 4;
 constexpr unsigned char kSessionContext[] = "veskd";
 
 void check_file(int result, std::string_view what, const std::filesystem::path &path) {
-  if (result != 1) throw StartError(fmt::format("cannot use the {} {}: {}", what, path.string(), openssl_error()));
+  if (result != 1) throw FileError(path, fmt::format("cannot use the {} {}: {}", what, path.string(), openssl_error()));
 }
 
 void set_versions_and_ciphers(SSL_CTX *tls) {
@@ -35,6 +35,11 @@ void load_files(SSL_CTX *tls, const TlsFiles &files) {
 }
 
 }  // namespace
+
+void check_authority(const std::filesystem::path &file) {
+  asio::ssl::context context(asio::ssl::context::tls_server);
+  check_file(SSL_CTX_load_verify_file(context.native_handle(), file.c_str()), "trusted authority", file);
+}
 
 asio::ssl::context make_tls_context(const TlsFiles &files) {
   asio::ssl::context context(asio::ssl::context::tls_server);

@@ -16,6 +16,9 @@ struct TlsFiles {
 // TLS 1.2 at least, a client certificate always, no renegotiation, no session resumption.
 asio::ssl::context make_tls_context(const TlsFiles &files);
 
+// Throws FileError unless the file holds certificates.
+void check_authority(const std::filesystem::path &file);
+
 // For this server's connections to its mirrors, with the certificate that carries the mirror role.
 asio::ssl::context make_mirror_tls_context(const TlsFiles &files);
 
