@@ -78,6 +78,11 @@ CREATE TABLE certificate_store (
 )sql",
 
     // 4. Mirrors, and the queues of what they have yet to get.
-    kMirrorSchema};
+    kMirrorSchema,
+
+    // 5. The keys under which the store seals and signs, themselves sealed under the master key.
+    R"sql(
+CREATE TABLE store_keys (purpose TEXT PRIMARY KEY, sealed BLOB NOT NULL) STRICT, WITHOUT ROWID;
+)sql"};
 
 }  // namespace veskd

@@ -17,6 +17,7 @@
 #include "veskd/database.h"
 #include "veskd/log.h"
 #include "veskd/sealing.h"
+#include "veskd/store_keys.h"
 
 namespace veskd {
 
@@ -24,6 +25,7 @@ namespace veskd {
 struct StoreConnection {
   Database database;
   const Sealer &sealer;
+  const KeyValue &audit_key;
 };
 
 struct Change {
@@ -93,14 +95,13 @@ class Store {
   std::unique_ptr<StoreConnection> take_reader();
   void give_back(std::unique_ptr<StoreConnection> connection);
 
-  void migrate();
-  void check_master_key();
   void write_changes();
   void commit(std::deque<Change> &changes);
   bool try_apply(const Change &change);
 
   const std::filesystem::path path_;
   const Log &log_;
+  const std::unique_ptr<const StoreKeys> keys_;
   const Sealer sealer_;
   StoreConnection writer_;
 
