@@ -153,7 +153,7 @@ void DevEnvironment::make_certificates(const std::vector<std::string> &host_name
 
 // A store without its master key cannot be read; a new key in its place would only hide that.
 void DevEnvironment::open_master_key() {
-  const fs::path path = directory_ / "master.key";
+  const fs::path path = store_files_in(directory_).master_key;
   if (fs::exists(path)) {
     master_ = MasterKey::read(path);
   } else if (fs::exists(store_path())) {

@@ -11,6 +11,7 @@
 #include "veskd/log.h"
 #include "veskd/sealing.h"
 #include "veskd/server.h"
+#include "veskd/store_file.h"
 
 namespace veskd {
 
@@ -29,7 +30,7 @@ class DevEnvironment {
 
   const std::filesystem::path &directory() const { return directory_; }
   const MasterKey &master_key() const { return *master_; }
-  std::filesystem::path store_path() const { return directory_ / "store.db"; }
+  std::filesystem::path store_path() const { return store_files_in(directory_).store; }
   TlsFiles tls_files() const;
   TlsFiles mirror_tls_files() const;  // that this server shows to its mirrors
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <type_traits>
 
 #include "orn/vesk/wire/appliance.h"
 #include "orn/vesk/wire/certificates.h"
@@ -14,6 +15,7 @@
 #include "orn/vesk/wire/key_serving.h"
 #include "orn/vesk/wire/key_templates.h"
 #include "orn/vesk/wire/mirrors.h"
+#include "veskd/fields.h"
 #include "veskd/replicated_keys.h"
 
 namespace veskd {
@@ -49,6 +51,8 @@ Reply answer(const Call &call) {
   Reply reply;
   reply.code = kFunction(call, *record);
   if (reply.code != RC_SUCCESS) return refusal(text_in(call.fields.caTranId), reply.code);
+  // The request names the template, the reply the key.
+  if constexpr (std::is_same_v<Record, NextKeyBlock>) reply.outcomes = {{trimmed(record->caKeyName), reply.code}};
   put_padded(record->caTranId, text_in(call.fields.caTranId));
   put_padded(record->caReturnCode, return_code_text(reply.code));
   reply.bytes = WipedText(write_reply(kReply, *record));
@@ -56,9 +60,20 @@ Reply answer(const Call &call) {
 }
 
 template <auto kFunction, const auto &kRequest, const auto &kReply>
-constexpr Handler handler(const Transaction &transaction, Access access) {
-  return {transaction, access, parse<kRequest>, answer<kFunction, kReply>};
+constexpr Handler handler(const Transaction &transaction, Access access, AuditedObject audited_object) {
+  return {transaction, access, audited_object, parse<kRequest>, answer<kFunction, kReply>};
 }
+
+template <auto kField>
+std::string text_of(const RequestFields &fields) {
+  return trimmed(fields.*kField);
+}
+
+constexpr AuditedObject kNotAudited = nullptr;
+constexpr AuditedObject kAuditsKey = text_of<&RequestFields::caKeyName>;
+constexpr AuditedObject kAuditsTemplate = text_of<&RequestFields::caConstant>;
+constexpr AuditedObject kAuditsCertificate = text_of<&RequestFields::caCertName>;
+constexpr AuditedObject kAuditsMirror = text_of<&RequestFields::caMirrorName>;
 
 constexpr Handler with_payload(Handler row, std::size_t max_payload_bytes) {
   row.max_payload_bytes = max_payload_bytes;
@@ -71,52 +86,61 @@ constexpr Handler for_mirrors(Handler row) {
 }
 
 constexpr std::array kHandlers = {
-    handler<admin_noop, kAdminNoopRequest, kAdminNoopReply>(kAdminNoop, Access::kReads),
-    handler<create_sym_key, kCreateSymKeyRequest, kCreateSymKeyReply>(kCreateSymKey, Access::kChanges),
-    handler<display_sym_key_policy, kDisplaySymKeyPolicyRequest, kDisplaySymKeyPolicyReply>(kDisplaySymKeyPolicy,
-                                                                                            Access::kReads),
-    handler<change_deletable, kChangeDeletableRequest, kChangeDeletableReply>(kChangeDeletable, Access::kChanges),
-    handler<delete_key, kDeleteKeyRequest, kDeleteKeyReply>(kDeleteKey, Access::kChanges),
-    handler<import_sym_key, kImportSymKeyRequest, kImportSymKeyReply>(kImportSymKey, Access::kChanges),
-    handler<export_sym_key, kExportSymKeyRequest, kExportSymKeyReply>(kExportSymKey, Access::kReads),
-    Handler{kDisplayKeyNameList, Access::kReads, parse<kDisplayKeyNameListRequest>, display_key_name_list},
-    handler<set_metadata, kSetMetadataRequest, kSetMetadataReply>(kSetMetadata, Access::kChanges),
-    Handler{kGetCertificateList, Access::kReads, parse<kGetCertificateListRequest>, get_certificate_list},
-    Handler{kRetrieveMetadata, Access::kReads, parse_metadata_query, retrieve_metadata},
-    handler<create_db, kCreateDBRequest, kCreateDBReply>(kCreateDB, Access::kReads),
-    handler<auto_gen_keys, kAutoGenKeysRequest, kAutoGenKeysReply>(kAutoGenKeys, Access::kChanges),
-    Handler{kGetPrivateKeyList, Access::kReads, parse<kGetPrivateKeyListRequest>, get_private_key_list},
-    handler<get_template_depth, kGetTemplateDepthRequest, kGetTemplateDepthReply>(kGetTemplateDepth, Access::kReads),
-    Handler{kGetTemplateList, Access::kReads, parse<kGetTemplateListRequest>, get_template_list},
-    handler<remove_template, kRemoveTemplateRequest, kRemoveTemplateReply>(kRemoveTemplate, Access::kChanges),
-    with_payload(
-        handler<import_certificate, kImportCertificateRequest, kImportReply>(kImportCertificate, Access::kChanges),
-        kMaxCertificateBytes),
-    handler<delete_certificate, kDeleteCertificateRequest, kDeleteCertificateReply>(kDeleteCertificate,
-                                                                                    Access::kChanges),
-    with_payload(
-        handler<import_private_key, kImportPrivateKeyRequest, kImportReply>(kImportPrivateKey, Access::kChanges),
-        kMaxPrivateKeyBytes),
-    handler<delete_private_key, kDeletePrivateKeyRequest, kDeletePrivateKeyReply>(kDeletePrivateKey, Access::kChanges),
-    Handler{kExportCertificate, Access::kReads, parse<kExportCertificateRequest>, export_certificate},
-    handler<set_next_increment, kSetNextIncrementRequest, kSetNextIncrementReply>(kSetNextIncrement, Access::kChanges),
-    handler<retrieve_key, kRetrieveKeyRequest, kRetrieveKeyReply>(kRetrieveKey, Access::kReads),
-    handler<get_next_key, kGetNextKeyRequest, kGetNextKeyReply>(kGetNextKey, Access::kChanges),
-    handler<set_mirror_address, kSetMirrorAddressRequest, kSetMirrorAddressReply>(kSetMirrorAddress, Access::kChanges),
-    handler<get_mirror_address, kGetMirrorAddressRequest, kGetMirrorAddressReply>(kGetMirrorAddress, Access::kReads),
-    handler<remove_mirror_address, kRemoveMirrorAddressRequest, kRemoveMirrorAddressReply>(kRemoveMirrorAddress,
-                                                                                           Access::kChanges),
-    Handler{kListMirrorNames, Access::kReads, parse<kListMirrorNamesRequest>, list_mirror_names},
-    handler<get_mirror_status, kGetMirrorStatusRequest, kGetMirrorStatusReply>(kGetMirrorStatus, Access::kChanges),
-    handler<get_queue_size, kGetQueueSizeRequest, kGetQueueSizeReply>(kGetQueueSize, Access::kReads),
-    handler<force_key_sync, kForceKeySyncRequest, kForceKeySyncReply>(kForceKeySync, Access::kChanges),
-    Handler{kGetSystemStatus, Access::kReads, parse<kGetSystemStatusRequest>, get_system_status},
-    handler<report_fips_mode, kReportFipsModeRequest, kReportFipsModeReply>(kReportFipsMode, Access::kReads),
-    Handler{kValidateDB, Access::kReads, parse<kValidateDBRequest>, validate_db},
-    Handler{wire::kReplicateKeys, Access::kChanges, parse_replicate_keys, replicate_keys, true,
+    handler<admin_noop, kAdminNoopRequest, kAdminNoopReply>(kAdminNoop, Access::kReads, kNotAudited),
+    handler<create_sym_key, kCreateSymKeyRequest, kCreateSymKeyReply>(kCreateSymKey, Access::kChanges, kAuditsKey),
+    handler<display_sym_key_policy, kDisplaySymKeyPolicyRequest, kDisplaySymKeyPolicyReply>(
+        kDisplaySymKeyPolicy, Access::kReads, kNotAudited),
+    handler<change_deletable, kChangeDeletableRequest, kChangeDeletableReply>(kChangeDeletable, Access::kChanges,
+                                                                              kAuditsKey),
+    handler<delete_key, kDeleteKeyRequest, kDeleteKeyReply>(kDeleteKey, Access::kChanges, kAuditsKey),
+    handler<import_sym_key, kImportSymKeyRequest, kImportSymKeyReply>(kImportSymKey, Access::kChanges, kAuditsKey),
+    handler<export_sym_key, kExportSymKeyRequest, kExportSymKeyReply>(kExportSymKey, Access::kReads, kAuditsKey),
+    Handler{kDisplayKeyNameList, Access::kReads, kNotAudited, parse<kDisplayKeyNameListRequest>, display_key_name_list},
+    handler<set_metadata, kSetMetadataRequest, kSetMetadataReply>(kSetMetadata, Access::kChanges, kAuditsKey),
+    Handler{kGetCertificateList, Access::kReads, kNotAudited, parse<kGetCertificateListRequest>, get_certificate_list},
+    Handler{kRetrieveMetadata, Access::kReads, kNotAudited, parse_metadata_query, retrieve_metadata},
+    handler<create_db, kCreateDBRequest, kCreateDBReply>(kCreateDB, Access::kReads, kNotAudited),
+    handler<auto_gen_keys, kAutoGenKeysRequest, kAutoGenKeysReply>(kAutoGenKeys, Access::kChanges, kAuditsTemplate),
+    Handler{kGetPrivateKeyList, Access::kReads, kNotAudited, parse<kGetPrivateKeyListRequest>, get_private_key_list},
+    handler<get_template_depth, kGetTemplateDepthRequest, kGetTemplateDepthReply>(kGetTemplateDepth, Access::kReads,
+                                                                                  kNotAudited),
+    Handler{kGetTemplateList, Access::kReads, kNotAudited, parse<kGetTemplateListRequest>, get_template_list},
+    handler<remove_template, kRemoveTemplateRequest, kRemoveTemplateReply>(kRemoveTemplate, Access::kChanges,
+                                                                           kAuditsTemplate),
+    with_payload(handler<import_certificate, kImportCertificateRequest, kImportReply>(
+                     kImportCertificate, Access::kChanges, kAuditsCertificate),
+                 kMaxCertificateBytes),
+    handler<delete_certificate, kDeleteCertificateRequest, kDeleteCertificateReply>(
+        kDeleteCertificate, Access::kChanges, kAuditsCertificate),
+    with_payload(handler<import_private_key, kImportPrivateKeyRequest, kImportReply>(
+                     kImportPrivateKey, Access::kChanges, kAuditsCertificate),
+                 kMaxPrivateKeyBytes),
+    handler<delete_private_key, kDeletePrivateKeyRequest, kDeletePrivateKeyReply>(kDeletePrivateKey, Access::kChanges,
+                                                                                  kAuditsCertificate),
+    Handler{kExportCertificate, Access::kReads, kNotAudited, parse<kExportCertificateRequest>, export_certificate},
+    handler<set_next_increment, kSetNextIncrementRequest, kSetNextIncrementReply>(kSetNextIncrement, Access::kChanges,
+                                                                                  kAuditsTemplate),
+    handler<retrieve_key, kRetrieveKeyRequest, kRetrieveKeyReply>(kRetrieveKey, Access::kReads, kAuditsKey),
+    handler<get_next_key, kGetNextKeyRequest, kGetNextKeyReply>(kGetNextKey, Access::kChanges, kAuditsTemplate),
+    handler<set_mirror_address, kSetMirrorAddressRequest, kSetMirrorAddressReply>(kSetMirrorAddress, Access::kChanges,
+                                                                                  kAuditsMirror),
+    handler<get_mirror_address, kGetMirrorAddressRequest, kGetMirrorAddressReply>(kGetMirrorAddress, Access::kReads,
+                                                                                  kNotAudited),
+    handler<remove_mirror_address, kRemoveMirrorAddressRequest, kRemoveMirrorAddressReply>(
+        kRemoveMirrorAddress, Access::kChanges, kAuditsMirror),
+    Handler{kListMirrorNames, Access::kReads, kNotAudited, parse<kListMirrorNamesRequest>, list_mirror_names},
+    handler<get_mirror_status, kGetMirrorStatusRequest, kGetMirrorStatusReply>(kGetMirrorStatus, Access::kChanges,
+                                                                               kNotAudited),
+    handler<get_queue_size, kGetQueueSizeRequest, kGetQueueSizeReply>(kGetQueueSize, Access::kReads, kNotAudited),
+    handler<force_key_sync, kForceKeySyncRequest, kForceKeySyncReply>(kForceKeySync, Access::kChanges, kAuditsMirror),
+    Handler{kGetSystemStatus, Access::kReads, kNotAudited, parse<kGetSystemStatusRequest>, get_system_status},
+    handler<report_fips_mode, kReportFipsModeRequest, kReportFipsModeReply>(kReportFipsMode, Access::kReads,
+                                                                            kNotAudited),
+    Handler{kValidateDB, Access::kReads, kNotAudited, parse<kValidateDBRequest>, validate_db},
+    Handler{wire::kReplicateKeys, Access::kChanges, kAuditsKey, parse_replicate_keys, replicate_keys, true,
             wire::kMaxReplicateKeysBytes},
-    for_mirrors(
-        handler<compare_keys, wire::kCompareKeysRequest, wire::kCompareKeysReply>(wire::kCompareKeys, Access::kReads)),
+    for_mirrors(handler<compare_keys, wire::kCompareKeysRequest, wire::kCompareKeysReply>(wire::kCompareKeys,
+                                                                                          Access::kReads, kNotAudited)),
 };
 
 }  // namespace

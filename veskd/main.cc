@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "veskd/commands.h"
 #include "veskd/dev_environment.h"
 #include "veskd/log.h"
 #include "veskd/replicator.h"
@@ -26,6 +27,7 @@ struct Options {
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  bool audit = false;
   bool quiet = false;
 };
 
@@ -38,6 +40,7 @@ void serve(const Options &options) {
   veskd::ServerOptions server_options;
   server_options.tls = environment.tls_files();
   server_options.port = options.port;
+  server_options.audit_reads = options.audit;
   server_options.machine.sensor_file = options.sensor_file;
   server_options.machine.store_directory = environment.directory();
   veskd::Server server(server_options, store, log);
@@ -66,6 +69,7 @@ void add_dev_options(CLI::App &dev, Options &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
 
@@ -78,13 +82,12 @@ int main(int argc, char **argv) {
   Options options;
   CLI::App *dev = app.add_subcommand("dev", "Serve on 127.0.0.1 from one directory, making what is missing in it");
   add_dev_options(*dev, options);
+  dev->callback([&options] { serve(options); });
+  veskd::add_audit_command(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
-  }
-  try {
-    serve(options);
   } catch (const std::exception &error) {
     std::cerr << "veskd: " << error.what() << std::endl;
     return EXIT_FAILURE;

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <optional>
 
+#include "veskd/audit_records.h"
 #include "veskd/certificates.h"
 #include "veskd/fields.h"
 
@@ -57,6 +58,11 @@ std::string subject_of(SSL *tls) {
   return std::string(bytes, static_cast<std::size_t>(length));
 }
 
+std::string fingerprint_of_peer(SSL *tls) {
+  const CertificatePtr certificate(SSL_get1_peer_certificate(tls));
+  return certificate ? fingerprint_of(certificate.get()) : std::string();
+}
+
 bool shows_mirror_role(SSL *tls) {
   const CertificatePtr certificate(SSL_get1_peer_certificate(tls));
   return certificate && has_mirror_role(certificate.get());
@@ -81,6 +87,18 @@ void acknowledge_at_once(asio::ip::tcp::socket &socket) {
   ::setsockopt(socket.native_handle(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
 }
 
+// As it may stand in the audit, whatever a peer calls things.
+std::string printable(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return !is_name(std::string_view(&c, 1)); }, '?');
+  return text;
+}
+
+// Whether an operation was refused, not something that is none.
+bool is_denial(ReturnCode code) {
+  return code != RC_MALFORMED_REQUEST && code != RC_UNKNOWN_TRANSACTION && code != RC_PAYLOAD_LENGTH;
+}
+
 }  // namespace
 
 struct Peer::Request {
@@ -94,12 +112,13 @@ struct Peer::Request {
 };
 
 Peer::Peer(asio::ip::tcp::socket socket, asio::ssl::context &tls, const Limits &limits, Store &store,
-           const Machine &machine, const Log &log)
+           const Machine &machine, bool audit_reads, const Log &log)
     : stream_(std::move(socket), tls),
       watchdog_(stream_.get_executor()),
       limits_(limits),
       store_(store),
       machine_(machine),
+      audit_reads_(audit_reads),
       log_(log),
       address_(name_of(stream_.next_layer())) {}
 
@@ -133,6 +152,7 @@ asio::awaitable<bool> Peer::do_handshake() {
   }
   acknowledge_at_once(stream_.next_layer());
   subject_ = subject_of(stream_.native_handle());
+  fingerprint_ = fingerprint_of_peer(stream_.native_handle());
   is_mirror_ = shows_mirror_role(stream_.native_handle());
   co_return true;
 }
@@ -201,17 +221,23 @@ asio::awaitable<bool> Peer::read_exactly(char *bytes, std::size_t count) {
 }
 
 asio::awaitable<Reply> Peer::answer(const Request &request) {
-  if (request.refused != RC_SUCCESS) co_return refusal(request.tran_id, request.refused);
-  const Handler &handler = *find_handler(request.tran_id);
   Wiped<RequestFields> fields;
+  if (request.refused != RC_SUCCESS) {
+    Reply reply = refusal(request.tran_id, request.refused);
+    if (is_denial(request.refused)) co_await record(*find_handler(request.tran_id), *fields, reply);
+    co_return reply;
+  }
+  const Handler &handler = *find_handler(request.tran_id);
   if (!handler.parse(request.text.text(), *fields)) co_return refusal(request.tran_id, RC_MALFORMED_REQUEST);
   co_return co_await run(handler, request, *fields);
 }
 
 asio::awaitable<Reply> Peer::run(const Handler &handler, const Request &request, const RequestFields &fields) {
   if (handler.access == Access::kChanges) co_return co_await run_change(handler, request, fields);
-  co_return read(handler.transaction.tran_id,
-                 [&](StoreConnection &store) { return handler.handle(call(request, fields, store)); });
+  Reply reply = read(handler.transaction.tran_id,
+                     [&](StoreConnection &store) { return handler.handle(call(request, fields, store)); });
+  co_await record(handler, fields, reply);
+  co_return reply;
 }
 
 Call Peer::call(const Request &request, const RequestFields &fields, StoreConnection &store) const {
@@ -229,27 +255,65 @@ Reply Peer::read(std::string_view tran_id, const std::function<Reply(StoreConnec
   }
 }
 
-// Waits, without holding a thread, until the writer has made the change durable. The locals live as long as the wait.
 asio::awaitable<Reply> Peer::run_change(const Handler &handler, const Request &request, const RequestFields &fields) {
-  Reply reply;
+  Reply reply = refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+  Change change;
+  change.apply = [&, this](StoreConnection &store) {
+    reply = handler.handle(call(request, fields, store));
+    return reply.code == RC_SUCCESS;
+  };
+  if (is_audited(handler)) {
+    change.record = [&, this](StoreConnection &store) { write_audit(store, handler, fields, reply); };
+  }
+  if (!co_await make_durable(change)) co_return refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+  co_return reply;
+}
+
+asio::awaitable<void> Peer::record(const Handler &handler, const RequestFields &fields, Reply &reply) {
+  if (!is_audited(handler)) co_return;
+  Change change;
+  change.apply = [&, this](StoreConnection &store) {
+    write_audit(store, handler, fields, reply);
+    return true;
+  };
+  if (!co_await make_durable(change)) reply = refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+}
+
+// Waits, without holding a thread, until the writer is done. What the change refers to must live as long as the wait.
+asio::awaitable<bool> Peer::make_durable(Change &change) {
   bool durable = false;
   const auto queue_change = [&](auto resume) {
     const auto resume_later = std::make_shared<decltype(resume)>(std::move(resume));
-    store_.change({.apply =
-                       [&, this](StoreConnection &store) {
-                         reply = handler.handle(call(request, fields, store));
-                         return reply.code == RC_SUCCESS;
-                       },
-                   .done =
-                       [&, resume_later](bool outcome) {
-                         durable = outcome;
-                         const auto executor = asio::get_associated_executor(*resume_later);
-                         asio::post(executor, [resume_later] { (*resume_later)(); });
-                       }});
+    change.done = [&, resume_later](bool outcome) {
+      durable = outcome;
+      const auto executor = asio::get_associated_executor(*resume_later);
+      asio::post(executor, [resume_later] { (*resume_later)(); });
+    };
+    store_.change(std::move(change));
   };
   co_await asio::async_initiate<const asio::use_awaitable_t<> &, void()>(queue_change, asio::use_awaitable);
-  if (!durable) co_return refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
-  co_return reply;
+  co_return durable;
+}
+
+bool Peer::is_audited(const Handler &handler) const {
+  return handler.audited_object != nullptr && (audit_reads_ || handler.access == Access::kChanges);
+}
+
+void Peer::write_audit(StoreConnection &store, const Handler &handler, const RequestFields &fields,
+                       const Reply &reply) const {
+  AuditEvent event{.caller = subject_,
+                   .fingerprint = fingerprint_,
+                   .peer = address_,
+                   .tran_id = handler.transaction.tran_id,
+                   .function = handler.transaction.function,
+                   .object = {},
+                   .return_code = {}};
+  const std::vector<Outcome> whole = {{printable(handler.audited_object(fields)), reply.code}};
+  for (const Outcome &outcome : reply.outcomes.empty() ? whole : reply.outcomes) {
+    event.object = outcome.object;
+    event.return_code = outcome.code;
+    append_audit_entry(store, event);
+  }
 }
 
 asio::awaitable<bool> Peer::send(std::string_view tran_id, Reply &reply) {

@@ -22,7 +22,7 @@ namespace veskd {
 class Peer : public std::enable_shared_from_this<Peer> {
  public:
   Peer(asio::ip::tcp::socket socket, asio::ssl::context &tls, const Limits &limits, Store &store,
-       const Machine &machine, const Log &log);
+       const Machine &machine, bool audit_reads, const Log &log);
 
   // The whole of the connection. Never throws for what the peer does.
   asio::awaitable<void> serve();
@@ -38,6 +38,13 @@ class Peer : public std::enable_shared_from_this<Peer> {
   asio::awaitable<Reply> answer(const Request &request);
   asio::awaitable<Reply> run(const Handler &handler, const Request &request, const RequestFields &fields);
   asio::awaitable<Reply> run_change(const Handler &handler, const Request &request, const RequestFields &fields);
+  // Whether it stays, and the reply may go out.
+  asio::awaitable<bool> make_durable(Change &change);
+  bool is_audited(const Handler &handler) const;
+  // Makes the reply a refusal when it cannot be recorded.
+  asio::awaitable<void> record(const Handler &handler, const RequestFields &fields, Reply &reply);
+  void write_audit(StoreConnection &store, const Handler &handler, const RequestFields &fields,
+                   const Reply &reply) const;
   Call call(const Request &request, const RequestFields &fields, StoreConnection &store) const;
   Reply read(std::string_view tran_id, const std::function<Reply(StoreConnection &)> &make_reply);
   asio::awaitable<bool> send(std::string_view tran_id, Reply &reply);
@@ -59,9 +66,11 @@ class Peer : public std::enable_shared_from_this<Peer> {
   const Limits &limits_;
   Store &store_;
   const Machine &machine_;
+  const bool audit_reads_;
   const Log &log_;
   std::string address_;
   std::string subject_;
+  std::string fingerprint_;
   bool is_mirror_ = false;  // its certificate is that of a server
 };
 

@@ -45,6 +45,7 @@ Server::Server(const ServerOptions &options, Store &store, const Log &log)
       log_(log),
       limits_(options.limits),
       machine_(options.machine),
+      audit_reads_(options.audit_reads),
       tls_(make_tls_context(options.tls)) {
   listen(options);
   start_accepting();
@@ -126,7 +127,7 @@ asio::awaitable<void> Server::pause_after(const asio::error_code &error) {
 
 void Server::start_connection(asio::ip::tcp::socket socket) {
   const asio::any_io_executor executor = socket.get_executor();
-  auto peer = std::make_shared<Peer>(std::move(socket), tls_, limits_, store_, machine_, log_);
+  auto peer = std::make_shared<Peer>(std::move(socket), tls_, limits_, store_, machine_, audit_reads_, log_);
   ++num_connections_;
   asio::co_spawn(
       executor, [peer]() -> asio::awaitable<void> { return peer->serve(); },

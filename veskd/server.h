@@ -41,6 +41,7 @@ struct ServerOptions {
   std::uint16_t port = 0;  // 0: a free one
   Machine machine;
   Limits limits;
+  bool audit_reads = true;  // what hands out a secret is audited; what changes one always is
 };
 
 class Server {
@@ -84,6 +85,7 @@ class Server {
   const Log &log_;
   const Limits limits_;
   const Machine machine_;
+  const bool audit_reads_;
   asio::ssl::context tls_;
   std::uint16_t port_ = 0;
 };

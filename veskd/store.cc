@@ -52,11 +52,7 @@ class Transaction {
 };
 
 void migrate(Database &database, const std::filesystem::path &path) {
-  std::int64_t version = 0;
-  {
-    Query query(database, "PRAGMA user_version");
-    if (query.next()) version = query.number(0);
-  }
+  std::int64_t version = store_version(database);
   if (version < 0 || version > std::ssize(kMigrations))
     throw StartError(
         fmt::format("the key store {} has version {}, this veskd knows versions up to {}: use a newer veskd",
@@ -87,6 +83,11 @@ std::unique_ptr<StoreKeys> prepare_store(const std::filesystem::path &path, cons
 }
 
 }  // namespace
+
+std::int64_t store_version(Database &database) {
+  Query query(database, "PRAGMA user_version");
+  return query.next() ? query.number(0) : 0;
+}
 
 Store::Store(const std::filesystem::path &path, const MasterKey &master, const Log &log)
     : path_(path),
@@ -209,20 +210,29 @@ void Store::commit(std::deque<Change> &changes) {
 }
 
 bool Store::try_apply(const Change &change) {
-  writer_.database.execute("SAVEPOINT change");
-  bool failed = false;
+  Database &database = writer_.database;
+  const auto undo = [&] { database.execute("ROLLBACK TO change"); };
+  database.execute("SAVEPOINT change");
+  bool done = attempt([&] {
+    if (!change.apply(writer_)) undo();
+  });
+  if (!done) undo();
+  if (change.record && !attempt([&] { change.record(writer_); })) {
+    undo();
+    done = false;
+  }
+  database.execute("RELEASE change");
+  return done;
+}
+
+bool Store::attempt(const std::function<void()> &action) const {
   try {
-    if (change.apply(writer_)) {
-      writer_.database.execute("RELEASE change");
-      return true;
-    }
+    action();
   } catch (const std::exception &error) {
     log_.error(fmt::format("a change of the key store failed: {}", error.what()));
-    failed = true;
+    return false;
   }
-  writer_.database.execute("ROLLBACK TO change");
-  writer_.database.execute("RELEASE change");
-  return !failed;
+  return true;
 }
 
 }  // namespace veskd

@@ -33,7 +33,13 @@ struct Change {
   std::function<bool(StoreConnection &)> apply;
   // Called on the writer's thread once the change is durable or undone; false when it has failed.
   std::function<void(bool durable)> done;
+  // Runs behind apply, whatever became of that, and stays. When it throws, both are undone and the change has failed.
+  // Empty when nothing is to be recorded.
+  std::function<void(StoreConnection &)> record = {};
 };
+
+// The number of the migration that the store was brought to last.
+std::int64_t store_version(Database &database);
 
 class Store {
  public:
@@ -98,6 +104,7 @@ class Store {
   void write_changes();
   void commit(std::deque<Change> &changes);
   bool try_apply(const Change &change);
+  bool attempt(const std::function<void()> &action) const;
 
   const std::filesystem::path path_;
   const Log &log_;

@@ -6,6 +6,7 @@
 #include <array>
 #include <string_view>
 
+#include "veskd/audit_records.h"
 #include "veskd/certificate_records.h"
 #include "veskd/key_records.h"
 
@@ -72,6 +73,7 @@ std::unique_ptr<StoreKeys> open_store_keys(Database &database, const MasterKey &
   auto keys = make_store_keys();
   reseal_values(database, former, Sealer(*keys->values));
   write_store_keys(database, master, *keys);
+  begin_audit(database, keys->audit);
   database.execute("DROP TABLE master_key_check");
   return keys;
 }

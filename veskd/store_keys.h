@@ -24,8 +24,8 @@ std::unique_ptr<StoreKeys> read_store_keys(Database &database, const MasterKey &
 // Seals the keys under the master key, in the place of what was there.
 void write_store_keys(Database &database, const MasterKey &master, const StoreKeys &keys);
 
-// The same, and makes the keys if the store has none yet. One of before there were such keys has its values sealed
-// under the master key itself; they are sealed anew. Within a transaction.
+// Reads the keys. If the store has none yet, makes them and begins the audit; what a store of before there were such
+// keys has sealed under the master key itself is sealed anew. Within a transaction.
 std::unique_ptr<StoreKeys> open_store_keys(Database &database, const MasterKey &master);
 
 // Seals every value of the store anew. What does not open stays as it is. Within a transaction.

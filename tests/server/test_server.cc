@@ -40,20 +40,22 @@ CertificatePaths client_paths(const std::filesystem::path &directory) {
 
 namespace {
 
-ServerOptions options_for(const DevEnvironment &environment, const Limits &limits, const Machine &machine) {
+ServerOptions options_for(const DevEnvironment &environment, const Limits &limits, const Machine &machine,
+                          bool audit_reads) {
   ServerOptions options;
   options.tls = environment.tls_files();
   options.limits = limits;
   options.machine = machine;
+  options.audit_reads = audit_reads;
   return options;
 }
 
 }  // namespace
 
-TestServer::TestServer(const Limits &limits, const Machine &machine)
+TestServer::TestServer(const Limits &limits, const Machine &machine, bool audit_reads)
     : environment_(directory_.path(), {}, log_),
       store_(environment_.store_path(), environment_.master_key(), log_),
-      server_(options_for(environment_, limits, machine), store_, log_),
+      server_(options_for(environment_, limits, machine, audit_reads), store_, log_),
       paths_(client_paths(directory_.path())),
       thread_([this] { server_.run(); }) {}
 

@@ -40,7 +40,7 @@ CertificatePaths client_paths(const std::filesystem::path &directory);
 
 class TestServer {
  public:
-  explicit TestServer(const Limits &limits = {}, const Machine &machine = {});
+  explicit TestServer(const Limits &limits = {}, const Machine &machine = {}, bool audit_reads = false);
   ~TestServer();
   TestServer(const TestServer &) = delete;
   TestServer &operator=(const TestServer &) = delete;
