@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "veskd/commands.h"
 #include "veskd/configuration.h"
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
@@ -25,6 +26,7 @@ struct DevOptions {
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  bool audit = false;
   bool quiet = false;
 };
 
@@ -38,6 +40,7 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   settings.server.tls = environment.tls_files();
   settings.server.port = options.port;
   settings.server.roles = veskd::development_roles();
+  settings.server.audit_reads = options.audit;
   settings.server.machine.sensor_file = options.sensor_file;
   settings.server.machine.store_directory = environment.directory();
   settings.store = environment.store_path();
@@ -94,6 +97,7 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
 
@@ -114,13 +118,13 @@ int main(int argc, char **argv) {
   CLI::App *serve = app.add_subcommand("serve", "Serve as a configuration file says");
   add_dev_options(*dev, dev_options);
   add_serve_options(*serve, serve_options);
+  dev->callback([&] { run_dev(dev_options); });
+  serve->callback([&] { run_serve(serve_options); });
+  veskd::add_audit_command(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
-  }
-  try {
-    *dev ? run_dev(dev_options) : run_serve(serve_options);
   } catch (const veskd::ConfigurationError &error) {
     std::cerr << error.what() << std::endl;
     return EXIT_FAILURE;

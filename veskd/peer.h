@@ -40,6 +40,13 @@ class Peer : public std::enable_shared_from_this<Peer> {
   ReturnCode check(const Request &request, RequestFields &fields) const;
   asio::awaitable<Reply> run(const Handler &handler, const Request &request, const RequestFields &fields);
   asio::awaitable<Reply> run_change(const Handler &handler, const Request &request, const RequestFields &fields);
+  // Whether it stays, and the reply may go out.
+  asio::awaitable<bool> make_durable(Change &change);
+  bool is_audited(const Handler &handler) const;
+  // Makes the reply a refusal when it cannot be recorded.
+  asio::awaitable<void> record(const Handler &handler, const RequestFields &fields, Reply &reply);
+  void write_audit(StoreConnection &store, const Handler &handler, const RequestFields &fields,
+                   const Reply &reply) const;
   Call call(const Request &request, const RequestFields &fields, StoreConnection &store) const;
   Reply read(std::string_view tran_id, const std::function<Reply(StoreConnection &)> &make_reply);
   asio::awaitable<bool> send(std::string_view tran_id, Reply &reply);
@@ -66,6 +73,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   std::string address_;
   std::string subject_;
   Permissions permissions_;
+  std::string fingerprint_;
 };
 
 }  // namespace veskd
