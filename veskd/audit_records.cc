@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -110,6 +111,16 @@ void write_head(Database &database, const KeyValue &audit_key, const AuditHead &
 }
 
 }  // namespace
+
+AuditEvent local_event(const std::string &function, const std::string &object) {
+  return {.caller = fmt::format("user {} of this machine", ::getuid()),
+          .fingerprint = {},
+          .peer = {},
+          .tran_id = {},
+          .function = function,
+          .object = object,
+          .return_code = 0};
+}
 
 void begin_audit(Database &database, const KeyValue &audit_key) {
   database.execute("INSERT INTO audit_head VALUES (0, x'', x'')");

@@ -10,6 +10,7 @@
 
 #include "veskd/certificates.h"
 #include "veskd/errors.h"
+#include "veskd/master_key_rotation.h"
 
 namespace veskd {
 namespace {
@@ -100,16 +101,6 @@ void open_leaf(const Pair &pair, const Identity &authority, const LeafRequest &r
   log.info(fmt::format("made the certificate {}", pair.certificate.string()));
 }
 
-fs::path make_directory(const fs::path &directory) {
-  std::error_code error;
-  const bool made = fs::create_directories(directory, error);
-  if (error) throw StartError(fmt::format("cannot make the directory {}: {}", directory.string(), error.message()));
-  if (made) fs::permissions(directory, fs::perms::owner_all, error);
-  const fs::path absolute = fs::canonical(directory, error);
-  if (error) throw StartError(fmt::format("cannot use the directory {}: {}", directory.string(), error.message()));
-  return absolute;
-}
-
 // As a shell reads it back: quoted only when it must be.
 std::string shell_word(const std::string &text) {
   constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+=:@%,";
@@ -153,7 +144,9 @@ void DevEnvironment::make_certificates(const std::vector<std::string> &host_name
 
 // A store without its master key cannot be read; a new key in its place would only hide that.
 void DevEnvironment::open_master_key() {
-  const fs::path path = store_files_in(directory_).master_key;
+  const StoreFiles files = store_files_in(directory_);
+  finish_rotation(files);
+  const fs::path &path = files.master_key;
   if (fs::exists(path)) {
     master_ = MasterKey::read(path);
   } else if (fs::exists(store_path())) {

@@ -84,6 +84,8 @@ int main(int argc, char **argv) {
   add_dev_options(*dev, options);
   dev->callback([&options] { serve(options); });
   veskd::add_audit_command(app);
+  veskd::add_backup_commands(app);
+  veskd::add_rotation_command(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {

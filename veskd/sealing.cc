@@ -61,15 +61,19 @@ std::unique_ptr<MasterKey> MasterKey::read(const std::filesystem::path &path) {
 std::unique_ptr<MasterKey> MasterKey::create(const std::filesystem::path &path) {
   auto master = std::make_unique<MasterKey>();
   fill_with_secret_random(*master->key_);
+  master->write(path);
+  return master;
+}
+
+void MasterKey::write(const std::filesystem::path &path) const {
   std::string digits(kMasterFileBytes, '\n');
   constexpr std::string_view kDigits = "0123456789abcdef";
   for (std::size_t i = 0; i < kKeyBytes; ++i) {
-    digits[2 * i] = kDigits[(*master->key_)[i] >> 4];
-    digits[2 * i + 1] = kDigits[(*master->key_)[i] & 15];
+    digits[2 * i] = kDigits[(*key_)[i] >> 4];
+    digits[2 * i + 1] = kDigits[(*key_)[i] & 15];
   }
   const WipedText content(std::move(digits));
   create_file(path, content.text(), kPrivateMode);
-  return master;
 }
 
 void fill_with_secret_random(std::span<std::uint8_t> bytes) {

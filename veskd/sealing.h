@@ -25,6 +25,9 @@ class MasterKey {
   // Makes a new key and its file, which must not exist.
   static std::unique_ptr<MasterKey> create(const std::filesystem::path &path);
 
+  // Makes a further file of the key, which must not exist.
+  void write(const std::filesystem::path &path) const;
+
   std::span<const std::uint8_t, kKeyBytes> bytes() const { return *key_; }
 
  private:
