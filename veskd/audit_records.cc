@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -48,13 +49,23 @@ AuditHash hash_in(const Query &query, int column) {
   return hash;
 }
 
-// Nothing when the head is gone or was changed.
-std::optional<AuditHead> read_head(Database &database, const KeyValue &audit_key) {
-  Query query(database, "SELECT number, hash, seal FROM audit_head");
+// The head that is the query's row; nothing when it is gone or was changed.
+std::optional<AuditHead> head_in(Query &query, const KeyValue &audit_key) {
   if (!query.next()) return std::nullopt;
   const AuditHead head{query.number(0), hash_in(query, 1)};
   if (hash_in(query, 2) != seal_of(audit_key, head)) return std::nullopt;
   return head;
+}
+
+std::optional<AuditHead> read_head(StoreConnection &store) {
+  Query query(store.database, "SELECT number, hash, seal FROM audit_head");
+  return head_in(query, store.audit_key);
+}
+
+// The same, and has others who would add an entry wait for the end of the transaction.
+std::optional<AuditHead> take_head(StoreConnection &store) {
+  Query query(store.database, "UPDATE audit_head SET number = number + 1 RETURNING number - 1, hash, seal");
+  return head_in(query, store.audit_key);
 }
 
 AuditEntry entry_in(const Query &query) {
@@ -111,15 +122,28 @@ void write_head(Database &database, const KeyValue &audit_key, const AuditHead &
 
 }  // namespace
 
+AuditEvent local_event(const std::string &function, const std::string &object) {
+  return {.caller = fmt::format("user {} of this machine", ::getuid()),
+          .fingerprint = {},
+          .peer = {},
+          .tran_id = {},
+          .function = function,
+          .object = object,
+          .return_code = 0};
+}
+
 void begin_audit(Database &database, const KeyValue &audit_key) {
-  database.execute("INSERT INTO audit_head VALUES (0, x'', x'')");
-  write_head(database, audit_key, {});
+  const AuditHead head;
+  const AuditHash seal = seal_of(audit_key, head);
+  Query(database, "INSERT INTO audit_head VALUES (?1, ?2, ?3)", head.number, std::span<const std::uint8_t>(head.hash),
+        std::span<const std::uint8_t>(seal))
+      .run();
 }
 
 // The head is checked each time: on a head that was put there by someone else, an entry would make a broken chain
 // whole.
 void append_audit_entry(StoreConnection &store, const AuditEvent &event) {
-  const std::optional<AuditHead> head = read_head(store.database, store.audit_key);
+  const std::optional<AuditHead> head = take_head(store);
   if (!head) throw DatabaseError("the head of the audit is gone or was changed: veskd audit verify tells more");
   AuditEntry entry{
       .number = head->number + 1, .time = timestamp(), .event = event, .previous_hash = head->hash, .hash = {}};
@@ -143,7 +167,7 @@ void for_each_audit_entry(Database &database, std::int64_t from, const std::func
 AuditHead verify_audit(StoreConnection &store, const std::function<void(const std::string &)> &report) {
   ChainCheck check(store.audit_key, report);
   store.database.execute("BEGIN");
-  const std::optional<AuditHead> head = read_head(store.database, store.audit_key);
+  const std::optional<AuditHead> head = read_head(store);
   for_each_audit_entry(store.database, 0, [&](const AuditEntry &entry) { check.take(entry); });
   store.database.execute("COMMIT");
   check.end(head);

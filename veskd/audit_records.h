@@ -25,6 +25,9 @@ struct AuditEvent {
   std::int64_t return_code = 0;
 };
 
+// What a command does to the store of its own machine.
+AuditEvent local_event(const std::string &function, const std::string &object);
+
 using AuditHash = std::array<std::uint8_t, 32>;
 
 struct AuditEntry {

@@ -121,6 +121,15 @@ void reseal_entries(Database &database, const Sealer &from, const Sealer &to) {
   }
 }
 
+void for_each_damaged_entry(StoreConnection &store, const std::function<void(const std::string &)> &take) {
+  Query query(store.database, "SELECT kind, name, sealed FROM certificate_store");
+  while (query.next()) {
+    const std::string kind = query.text(0);
+    const std::string name = query.text(1);
+    if (!open_entry(store.sealer, sealing_context(kind, name), query.blob(2))) take(fmt::format("{} {}", kind, name));
+  }
+}
+
 void delete_entry(StoreConnection &store, EntryKind kind, std::string_view name) {
   Query(store.database, "DELETE FROM certificate_store WHERE kind = ?1 AND name = ?2", text_of(kind), name).run();
 }

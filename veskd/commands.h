@@ -8,5 +8,7 @@ class App;
 namespace veskd {
 
 void add_audit_command(CLI::App &app);
+void add_backup_commands(CLI::App &app);
+void add_rotation_command(CLI::App &app);
 
 }  // namespace veskd

@@ -149,6 +149,16 @@ void reseal_key_values(Database &database, const Sealer &from, const Sealer &to)
   }
 }
 
+void for_each_damaged_value(StoreConnection &store, const std::function<void(const std::string &)> &take) {
+  Query query(store.database, kStoredValues);
+  while (query.next()) {
+    const std::string name = query.text(0);
+    const std::string instance = query.text(1);
+    if (query.is_null(2) || !opens(store.sealer, name, instance, query.blob(2)))
+      take(fmt::format("key {} instance {}", name, instance));
+  }
+}
+
 void make_deletable(StoreConnection &store, const Key &key) {
   Query(store.database, "UPDATE keys SET deletable = 'Y' WHERE id = ?1", key.id).run();
 }

@@ -13,6 +13,7 @@
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
 #include "veskd/log.h"
+#include "veskd/master_key_rotation.h"
 #include "veskd/sealing.h"
 #include "veskd/service.h"
 
@@ -77,7 +78,7 @@ void run_serve(const ServeOptions &options) {
   }
   veskd::Log log(settings.log);
   const veskd::Descriptor lock = veskd::lock_file(settings.server.machine.store_directory / "veskd.lock");
-  const auto master = veskd::MasterKey::open(settings.master_key, settings.store);
+  const auto master = veskd::open_master_key({settings.store, settings.master_key});
   run_service(
       settings, *master, log, [&](std::uint16_t port) { say_what_is_served(settings, port); }, read_settings);
 }
@@ -121,6 +122,8 @@ int main(int argc, char **argv) {
   dev->callback([&] { run_dev(dev_options); });
   serve->callback([&] { run_serve(serve_options); });
   veskd::add_audit_command(app);
+  veskd::add_backup_commands(app);
+  veskd::add_rotation_command(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {

@@ -59,27 +59,22 @@ std::unique_ptr<MasterKey> MasterKey::read(const std::filesystem::path &path) {
 }
 
 // A store without its master key cannot be read; a new key in its place would only hide that.
-std::unique_ptr<MasterKey> MasterKey::open(const std::filesystem::path &path, const std::filesystem::path &store) {
-  if (std::filesystem::exists(path)) return read(path);
-  if (!std::filesystem::exists(store)) return create(path);
-  throw StartError(
-      fmt::format("the key store {} is there but its master key {} is missing: restore it from a backup; "
-                  "without it no key of the store can be read",
-                  store.string(), path.string()));
-}
-
 std::unique_ptr<MasterKey> MasterKey::create(const std::filesystem::path &path) {
   auto master = std::make_unique<MasterKey>();
   fill_with_secret_random(*master->key_);
+  master->write(path);
+  return master;
+}
+
+void MasterKey::write(const std::filesystem::path &path) const {
   std::string digits(kMasterFileBytes, '\n');
   constexpr std::string_view kDigits = "0123456789abcdef";
   for (std::size_t i = 0; i < kKeyBytes; ++i) {
-    digits[2 * i] = kDigits[(*master->key_)[i] >> 4];
-    digits[2 * i + 1] = kDigits[(*master->key_)[i] & 15];
+    digits[2 * i] = kDigits[(*key_)[i] >> 4];
+    digits[2 * i + 1] = kDigits[(*key_)[i] & 15];
   }
   const WipedText content(std::move(digits));
   create_file(path, content.text(), kPrivateMode);
-  return master;
 }
 
 void fill_with_secret_random(std::span<std::uint8_t> bytes) {

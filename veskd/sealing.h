@@ -22,11 +22,11 @@ class MasterKey {
   // Reads the file, which holds 64 hexadecimal digits and a line end, and refuses one that others may read.
   static std::unique_ptr<MasterKey> read(const std::filesystem::path &path);
 
-  // The key of the file, or a new one when neither it nor a store that needs it is there.
-  static std::unique_ptr<MasterKey> open(const std::filesystem::path &path, const std::filesystem::path &store);
-
   // Makes a new key and its file, which must not exist.
   static std::unique_ptr<MasterKey> create(const std::filesystem::path &path);
+
+  // Makes a further file of the key, which must not exist.
+  void write(const std::filesystem::path &path) const;
 
   std::span<const std::uint8_t, kKeyBytes> bytes() const { return *key_; }
 

@@ -10,6 +10,7 @@
 #include "veskd/errors.h"
 #include "veskd/files.h"
 #include "veskd/schema.h"
+#include "veskd/transaction.h"
 
 namespace veskd {
 namespace {
@@ -25,31 +26,6 @@ Database open_private(const std::filesystem::path &path) {
         fmt::format("cannot open the key store {}: {}", path.string(), std::generic_category().message(errno)));
   return Database(path);
 }
-
-// A transaction that is rolled back unless it was committed.
-class Transaction {
- public:
-  explicit Transaction(Database &database) : database_(database) { database_.execute("BEGIN IMMEDIATE"); }
-  ~Transaction() {
-    if (!committed_) try_rollback();
-  }
-  void commit() {
-    database_.execute("COMMIT");
-    committed_ = true;
-  }
-
- private:
-  // SQLite may have rolled back by itself, as it does when the disk is full.
-  void try_rollback() noexcept {
-    try {
-      database_.execute("ROLLBACK");
-    } catch (const DatabaseError &) {
-    }
-  }
-
-  Database &database_;
-  bool committed_ = false;
-};
 
 void migrate(Database &database, const std::filesystem::path &path) {
   std::int64_t version = store_version(database);

@@ -242,6 +242,35 @@ TEST_F(StoreTest, ARefusedChangeIsUndoneAndTheOthersOfItsCommitStand) {
   EXPECT_FALSE(find_key(*reader, "K3").has_value());
 }
 
+TEST_F(StoreTest, ARecordStaysWhenItsChangeIsUndone) {
+  Store store(path, *master, kLog);
+  for (const char *name : {"K1", "K2"}) {
+    std::promise<bool> outcome;
+    store.change({.apply = [&](StoreConnection &c) -> bool {
+                    create_key(c, name, kPolicy);
+                    if (std::string(name) == "K2") throw DatabaseError("broken");
+                    return false;
+                  },
+                  .done = [&](bool durable) { outcome.set_value(durable); },
+                  .record = [&](StoreConnection &c) { create_key(c, std::string("record of ") + name, kPolicy); }});
+    EXPECT_EQ(outcome.get_future().get(), std::string(name) == "K1");
+    Store::Reader reader(store);
+    EXPECT_FALSE(find_key(*reader, name).has_value());
+    EXPECT_TRUE(find_key(*reader, std::string("record of ") + name).has_value());
+  }
+}
+
+TEST_F(StoreTest, WhatCannotBeRecordedIsUndone) {
+  Store store(path, *master, kLog);
+  std::promise<bool> outcome;
+  store.change({.apply = [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); },
+                .done = [&](bool durable) { outcome.set_value(durable); },
+                .record = [](StoreConnection &) { throw DatabaseError("broken"); }});
+  EXPECT_FALSE(outcome.get_future().get());
+  Store::Reader reader(store);
+  EXPECT_FALSE(find_key(*reader, "K1").has_value());
+}
+
 TEST_F(StoreTest, WhenTheCommitFailsEveryChangeInItHasFailed) {
   Store store(path, *master, kLog);
   std::latch entered(1), queued(1);
