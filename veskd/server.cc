@@ -35,7 +35,7 @@ void log_failure(const Log &log, std::string_view what, std::exception_ptr failu
 }  // namespace
 
 std::shared_ptr<Terms> make_terms(const ServerOptions &options) {
-  return std::make_shared<Terms>(Terms{make_tls_context(options.tls), options.limits, options.roles});
+  return std::make_shared<Terms>(Terms{make_tls_context(options.tls, options.tickets), options.limits, options.roles});
 }
 
 Server::Server(const ServerOptions &options, Store &store, const Log &log)

@@ -41,6 +41,7 @@ struct Limits {
 
 struct ServerOptions {
   TlsFiles tls;
+  TicketOptions tickets;
   std::string address = "127.0.0.1";
   std::uint16_t port = 0;  // 0: a free one
   Machine machine;
