@@ -82,6 +82,8 @@ void read_limits(Section section, Limits &limits) {
   section.number("page_bytes", limits.max_page_bytes, 1, kMaxPageBytes);
   section.duration("handshake", limits.handshake, 1ms, 1h);
   section.duration("request", limits.request, 1ms, 1h);
+  section.duration("begin", limits.begin, 1ms, 1h);
+  section.duration("ask", limits.ask, 1ms, 1h);
   section.duration("reply", limits.reply, 1ms, 1h);
   section.duration("list", limits.list, 1ms, 24h);
   section.duration("closing", limits.closing, 1ms, 1h);

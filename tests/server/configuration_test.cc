@@ -59,6 +59,8 @@ TEST_F(Configuration, TheExampleShowsTheDefaults) {
   EXPECT_EQ(shown.max_page_bytes, standard.max_page_bytes);
   EXPECT_EQ(shown.handshake, standard.handshake);
   EXPECT_EQ(shown.request, standard.request);
+  EXPECT_EQ(shown.begin, standard.begin);
+  EXPECT_EQ(shown.ask, standard.ask);
   EXPECT_EQ(shown.reply, standard.reply);
   EXPECT_EQ(shown.list, standard.list);
   EXPECT_EQ(shown.closing, standard.closing);
