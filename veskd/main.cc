@@ -28,6 +28,7 @@ struct DevOptions {
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
   bool audit = false;
+  bool no_tickets = false;
   bool quiet = false;
 };
 
@@ -39,6 +40,7 @@ struct ServeOptions {
 veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEnvironment &environment) {
   veskd::ServiceSettings settings;
   settings.server.tls = environment.tls_files();
+  settings.server.tickets.enabled = !options.no_tickets;
   settings.server.port = options.port;
   settings.server.roles = veskd::development_roles();
   settings.server.audit_reads = options.audit;
@@ -99,6 +101,7 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
   dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
+  dev.add_flag("--no-tickets", options.no_tickets, "issue no TLS session tickets: every handshake is a full one");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
 

@@ -109,10 +109,11 @@ Peer::Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &st
 asio::awaitable<void> Peer::serve() {
   const auto self = shared_from_this();
   allow(limits_.handshake);
-  if (co_await do_handshake()) {
+  if (co_await wait_for_a_word() && co_await do_handshake()) {
     allow(limits_.request);
     const Request request = co_await read_request();
     if (request.arrived) {
+      stage_ = Stage::kWorking;
       allow_any_time();
       Reply reply = co_await answer(request);
       const bool sent = co_await send(request.tran_id, reply);
@@ -124,6 +125,39 @@ asio::awaitable<void> Peer::serve() {
   allow(limits_.closing);
   co_await close();
   allow_any_time();
+}
+
+Peer::Clock::time_point Peer::gives_way_at() const {
+  switch (stage_) {
+    case Stage::kSilent:
+      return start_ + limits_.begin;
+    case Stage::kSpeaking:
+      return start_ + limits_.ask;
+    default:
+      return Clock::time_point::max();
+  }
+}
+
+void Peer::ask_to_give_way() {
+  asio::post(stream_.get_executor(), [self = shared_from_this()] { self->give_way(); });
+}
+
+void Peer::give_way() {
+  asio::error_code ignored;
+  const bool has_said_more = stream_.next_layer().available(ignored) > 0;
+  if (has_said_more && stage_ == Stage::kSilent) stage_ = Stage::kSpeaking;
+  if (has_said_more || gives_way_at() > Clock::now()) return;
+  stage_ = Stage::kGivenWay;
+  stream_.next_layer().close(ignored);
+}
+
+asio::awaitable<bool> Peer::wait_for_a_word() {
+  asio::error_code error;
+  co_await stream_.next_layer().async_wait(asio::ip::tcp::socket::wait_read,
+                                           asio::redirect_error(asio::use_awaitable, error));
+  if (error) log_.info(fmt::format("{} no handshake: {}", address_, reason(error)));
+  if (!error) stage_ = Stage::kSpeaking;
+  co_return !error;
 }
 
 asio::awaitable<bool> Peer::do_handshake() {
@@ -316,7 +350,6 @@ void Peer::write_audit(StoreConnection &store, const Handler &handler, const Req
 }
 
 asio::awaitable<bool> Peer::send(std::string_view tran_id, Reply &reply) {
-  using Clock = std::chrono::steady_clock;
   const Clock::time_point end_of_list = Clock::now() + limits_.list;
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_of_list - Clock::now());
@@ -389,6 +422,7 @@ void Peer::log_request(const Request &request, const Reply &reply, bool sent) co
 }
 
 std::string Peer::reason(const asio::error_code &error) const {
+  if (stage_ == Stage::kGivenWay) return "gave way to others";
   return timed_out_ ? "time-out" : error.message();
 }
 

@@ -6,6 +6,8 @@
 #include <asio/ip/tcp.hpp>
 #include <asio/ssl/stream.hpp>
 #include <asio/steady_timer.hpp>
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -27,10 +29,23 @@ class Peer : public std::enable_shared_from_this<Peer> {
   // The whole of the connection. Never throws for what the peer does.
   asio::awaitable<void> serve();
 
+  using Clock = std::chrono::steady_clock;
+
+  // Both may be called from any thread. From when on this connection is one to end when there are too many: its peer
+  // has not said a word for longer than it takes to begin, or not sent its request for longer than it takes those who
+  // mean to. Never, once the request is there.
+  Clock::time_point gives_way_at() const;
+  // Has the connection ended if that time has come, and it is the peer that is waited for and not this server.
+  void ask_to_give_way();
+
  private:
+  enum class Stage { kSilent, kSpeaking, kWorking, kGivenWay };
+
   // What the peer sent: the text of its one request, or why there is none.
   struct Request;
 
+  void give_way();
+  asio::awaitable<bool> wait_for_a_word();
   asio::awaitable<bool> do_handshake();
   asio::awaitable<Request> read_request();
   asio::awaitable<void> read_payload(const Handler &handler, Request &request);
@@ -64,6 +79,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
 
   const std::shared_ptr<Terms> terms_;
   const Limits &limits_;
+  const Clock::time_point start_ = Clock::now();
+  std::atomic<Stage> stage_ = Stage::kSilent;  // changes on the strand
   asio::ssl::stream<asio::ip::tcp::socket> stream_;
   asio::steady_timer watchdog_;
   bool timed_out_ = false;

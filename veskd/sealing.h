@@ -17,6 +17,10 @@ struct evp_cipher_st;
 
 namespace veskd {
 
+// Fills the value from a file of 64 hexadecimal digits and a line end, and refuses one that others may read.
+// Throws StartError, with the advice for a file of another form.
+void read_key_file(const std::filesystem::path &path, KeyValue &value, std::string_view advice);
+
 class MasterKey {
  public:
   // Reads the file, which holds 64 hexadecimal digits and a line end, and refuses one that others may read.
