@@ -172,18 +172,11 @@ bool is_for_host(X509 *certificate, const std::string &name) {
   return X509_check_host(certificate, name.c_str(), name.size(), 0, nullptr) == 1;
 }
 
-bool has_mirror_role(X509 *certificate) {
-  const std::unique_ptr<GENERAL_NAMES, void (*)(GENERAL_NAMES *)> names(
-      static_cast<GENERAL_NAMES *>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)),
-      GENERAL_NAMES_free);
-  for (int i = 0; i < sk_GENERAL_NAME_num(names.get()); ++i) {
-    const GENERAL_NAME *name = sk_GENERAL_NAME_value(names.get(), i);
-    if (name->type != GEN_URI) continue;
-    const ASN1_IA5STRING *uri = name->d.uniformResourceIdentifier;
-    const auto *text = reinterpret_cast<const char *>(ASN1_STRING_get0_data(uri));
-    if (std::string_view(text, static_cast<std::size_t>(ASN1_STRING_length(uri))) == kMirrorRole) return true;
-  }
-  return false;
+std::string subject_of(X509 *certificate) {
+  const BioPtr text(BIO_new(BIO_s_mem()));
+  if (!text) return {};
+  X509_NAME_print_ex(text.get(), X509_get_subject_name(certificate), 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
+  return content_of(text.get());
 }
 
 }  // namespace veskd

@@ -53,8 +53,10 @@ bool is_issued_by(X509 *certificate, X509 *authority);
 // Whether the certificate is good for that host name or numeric address.
 bool is_for_host(X509 *certificate, const std::string &name);
 
-// Whether the certificate carries the mirror role: this URI among its subject alternative names.
+// RFC 2253 form, control characters escaped.
+std::string subject_of(X509 *certificate);
+
+// The certificate that a server shows to its mirrors has this URI among its subject alternative names.
 inline constexpr const char *kMirrorRole = "urn:veskd:mirror";
-bool has_mirror_role(X509 *certificate);
 
 }  // namespace veskd

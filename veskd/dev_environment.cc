@@ -1,10 +1,8 @@
 #include "veskd/dev_environment.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <system_error>
 
@@ -124,20 +122,9 @@ std::string shell_word(const std::string &text) {
 DevEnvironment::DevEnvironment(const fs::path &directory, const std::vector<std::string> &host_names, const Log &log,
                                const fs::path &authority_from)
     : directory_(make_directory(directory)), lock_(lock_file(directory_ / "veskd.lock")) {
-  // A server that was killed leaves its ready file.
-  remove_ready_file();
   if (!authority_from.empty()) copy_authority(authority_from, directory_, log);
   make_certificates(host_names, log);
-  open_master_key();
-}
-
-DevEnvironment::~DevEnvironment() {
-  remove_ready_file();
-}
-
-void DevEnvironment::remove_ready_file() const {
-  std::error_code ignored;
-  fs::remove(directory_ / "ready.json", ignored);
+  master_ = MasterKey::open(master_key_path(), store_path());
 }
 
 void DevEnvironment::make_certificates(const std::vector<std::string> &host_names, const Log &log) {
@@ -151,34 +138,12 @@ void DevEnvironment::make_certificates(const std::vector<std::string> &host_name
   open_leaf(pair_named(directory_, "mirror"), authority, mirror, log);
 }
 
-// A store without its master key cannot be read; a new key in its place would only hide that.
-void DevEnvironment::open_master_key() {
-  const fs::path path = directory_ / "master.key";
-  if (fs::exists(path)) {
-    master_ = MasterKey::read(path);
-  } else if (fs::exists(store_path())) {
-    throw StartError(
-        fmt::format("the key store {} is there but its master key {} is missing: restore it from a backup; "
-                    "without it no key of the store can be read",
-                    store_path().string(), path.string()));
-  } else {
-    master_ = MasterKey::create(path);
-  }
-}
-
 TlsFiles DevEnvironment::tls_files() const {
   return {directory_ / "server.pem", directory_ / "server-key.pem", directory_ / "authority.pem"};
 }
 
 TlsFiles DevEnvironment::mirror_tls_files() const {
   return {directory_ / "mirror.pem", directory_ / "mirror-key.pem", directory_ / "authority.pem"};
-}
-
-void DevEnvironment::write_ready_file(const std::string &host, std::uint16_t port) const {
-  const nlohmann::json ready = {
-      {"host", host}, {"port", port}, {"pid", ::getpid()}, {"directory", directory_.string()}};
-  replace_file(directory_ / "ready.json", ready.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
-               kPublicMode);
 }
 
 std::string DevEnvironment::next_command(const std::string &host, std::uint16_t port) const {

@@ -22,27 +22,19 @@ class DevEnvironment {
   DevEnvironment(const std::filesystem::path &directory, const std::vector<std::string> &host_names, const Log &log,
                  const std::filesystem::path &authority_from = {});
 
-  // Also takes the ready file away.
-  ~DevEnvironment();
-  DevEnvironment(const DevEnvironment &) = delete;
-  DevEnvironment &operator=(const DevEnvironment &) = delete;
-
   const std::filesystem::path &directory() const { return directory_; }
   const MasterKey &master_key() const { return *master_; }
+  std::filesystem::path master_key_path() const { return directory_ / "master.key"; }
   std::filesystem::path store_path() const { return directory_ / "store.db"; }
+  std::filesystem::path ready_file_path() const { return directory_ / "ready.json"; }
   TlsFiles tls_files() const;
   TlsFiles mirror_tls_files() const;  // that this server shows to its mirrors
-
-  // Tells scripts that the server listens, and where.
-  void write_ready_file(const std::string &host, std::uint16_t port) const;
 
   // The command to type next.
   std::string next_command(const std::string &host, std::uint16_t port) const;
 
  private:
   void make_certificates(const std::vector<std::string> &host_names, const Log &log);
-  void open_master_key();
-  void remove_ready_file() const;
 
   std::filesystem::path directory_;
   Descriptor lock_;

@@ -56,8 +56,8 @@ Reply answer(const Call &call) {
 }
 
 template <auto kFunction, const auto &kRequest, const auto &kReply>
-constexpr Handler handler(const Transaction &transaction, Access access) {
-  return {transaction, access, parse<kRequest>, answer<kFunction, kReply>};
+constexpr Handler handler(const Transaction &transaction, Access access, Roles roles) {
+  return {transaction, access, roles, parse<kRequest>, answer<kFunction, kReply>};
 }
 
 constexpr Handler with_payload(Handler row, std::size_t max_payload_bytes) {
@@ -65,58 +65,68 @@ constexpr Handler with_payload(Handler row, std::size_t max_payload_bytes) {
   return row;
 }
 
-constexpr Handler for_mirrors(Handler row) {
-  row.for_mirrors = true;
-  return row;
-}
+// Key values go to storage clients and administrators alone, and what destroys or carries out keys is for
+// administrators.
+constexpr Roles kAll = kStorageClient | kAdministrator | kAuditor | kMirror;
+constexpr Roles kKeyUsers = kStorageClient | kAdministrator;
+constexpr Roles kReaders = kKeyUsers | kAuditor;
+constexpr Roles kInspectors = kAdministrator | kAuditor;
 
 constexpr std::array kHandlers = {
-    handler<admin_noop, kAdminNoopRequest, kAdminNoopReply>(kAdminNoop, Access::kReads),
-    handler<create_sym_key, kCreateSymKeyRequest, kCreateSymKeyReply>(kCreateSymKey, Access::kChanges),
+    handler<admin_noop, kAdminNoopRequest, kAdminNoopReply>(kAdminNoop, Access::kReads, kAll),
+    handler<create_sym_key, kCreateSymKeyRequest, kCreateSymKeyReply>(kCreateSymKey, Access::kChanges, kKeyUsers),
     handler<display_sym_key_policy, kDisplaySymKeyPolicyRequest, kDisplaySymKeyPolicyReply>(kDisplaySymKeyPolicy,
-                                                                                            Access::kReads),
-    handler<change_deletable, kChangeDeletableRequest, kChangeDeletableReply>(kChangeDeletable, Access::kChanges),
-    handler<delete_key, kDeleteKeyRequest, kDeleteKeyReply>(kDeleteKey, Access::kChanges),
-    handler<import_sym_key, kImportSymKeyRequest, kImportSymKeyReply>(kImportSymKey, Access::kChanges),
-    handler<export_sym_key, kExportSymKeyRequest, kExportSymKeyReply>(kExportSymKey, Access::kReads),
-    Handler{kDisplayKeyNameList, Access::kReads, parse<kDisplayKeyNameListRequest>, display_key_name_list},
-    handler<set_metadata, kSetMetadataRequest, kSetMetadataReply>(kSetMetadata, Access::kChanges),
-    Handler{kGetCertificateList, Access::kReads, parse<kGetCertificateListRequest>, get_certificate_list},
-    Handler{kRetrieveMetadata, Access::kReads, parse_metadata_query, retrieve_metadata},
-    handler<create_db, kCreateDBRequest, kCreateDBReply>(kCreateDB, Access::kReads),
-    handler<auto_gen_keys, kAutoGenKeysRequest, kAutoGenKeysReply>(kAutoGenKeys, Access::kChanges),
-    Handler{kGetPrivateKeyList, Access::kReads, parse<kGetPrivateKeyListRequest>, get_private_key_list},
-    handler<get_template_depth, kGetTemplateDepthRequest, kGetTemplateDepthReply>(kGetTemplateDepth, Access::kReads),
-    Handler{kGetTemplateList, Access::kReads, parse<kGetTemplateListRequest>, get_template_list},
-    handler<remove_template, kRemoveTemplateRequest, kRemoveTemplateReply>(kRemoveTemplate, Access::kChanges),
-    with_payload(
-        handler<import_certificate, kImportCertificateRequest, kImportReply>(kImportCertificate, Access::kChanges),
-        kMaxCertificateBytes),
+                                                                                            Access::kReads, kReaders),
+    handler<change_deletable, kChangeDeletableRequest, kChangeDeletableReply>(kChangeDeletable, Access::kChanges,
+                                                                              kAdministrator),
+    handler<delete_key, kDeleteKeyRequest, kDeleteKeyReply>(kDeleteKey, Access::kChanges, kAdministrator),
+    handler<import_sym_key, kImportSymKeyRequest, kImportSymKeyReply>(kImportSymKey, Access::kChanges, kAdministrator),
+    handler<export_sym_key, kExportSymKeyRequest, kExportSymKeyReply>(kExportSymKey, Access::kReads, kAdministrator),
+    Handler{kDisplayKeyNameList, Access::kReads, kReaders, parse<kDisplayKeyNameListRequest>, display_key_name_list},
+    handler<set_metadata, kSetMetadataRequest, kSetMetadataReply>(kSetMetadata, Access::kChanges, kKeyUsers),
+    Handler{kGetCertificateList, Access::kReads, kInspectors, parse<kGetCertificateListRequest>, get_certificate_list},
+    Handler{kRetrieveMetadata, Access::kReads, kReaders, parse_metadata_query, retrieve_metadata},
+    handler<create_db, kCreateDBRequest, kCreateDBReply>(kCreateDB, Access::kReads, kAdministrator),
+    handler<auto_gen_keys, kAutoGenKeysRequest, kAutoGenKeysReply>(kAutoGenKeys, Access::kChanges, kKeyUsers),
+    Handler{kGetPrivateKeyList, Access::kReads, kInspectors, parse<kGetPrivateKeyListRequest>, get_private_key_list},
+    handler<get_template_depth, kGetTemplateDepthRequest, kGetTemplateDepthReply>(kGetTemplateDepth, Access::kReads,
+                                                                                  kReaders),
+    Handler{kGetTemplateList, Access::kReads, kReaders, parse<kGetTemplateListRequest>, get_template_list},
+    handler<remove_template, kRemoveTemplateRequest, kRemoveTemplateReply>(kRemoveTemplate, Access::kChanges,
+                                                                           kAdministrator),
+    with_payload(handler<import_certificate, kImportCertificateRequest, kImportReply>(kImportCertificate,
+                                                                                      Access::kChanges, kAdministrator),
+                 kMaxCertificateBytes),
     handler<delete_certificate, kDeleteCertificateRequest, kDeleteCertificateReply>(kDeleteCertificate,
-                                                                                    Access::kChanges),
-    with_payload(
-        handler<import_private_key, kImportPrivateKeyRequest, kImportReply>(kImportPrivateKey, Access::kChanges),
-        kMaxPrivateKeyBytes),
-    handler<delete_private_key, kDeletePrivateKeyRequest, kDeletePrivateKeyReply>(kDeletePrivateKey, Access::kChanges),
-    Handler{kExportCertificate, Access::kReads, parse<kExportCertificateRequest>, export_certificate},
-    handler<set_next_increment, kSetNextIncrementRequest, kSetNextIncrementReply>(kSetNextIncrement, Access::kChanges),
-    handler<retrieve_key, kRetrieveKeyRequest, kRetrieveKeyReply>(kRetrieveKey, Access::kReads),
-    handler<get_next_key, kGetNextKeyRequest, kGetNextKeyReply>(kGetNextKey, Access::kChanges),
-    handler<set_mirror_address, kSetMirrorAddressRequest, kSetMirrorAddressReply>(kSetMirrorAddress, Access::kChanges),
-    handler<get_mirror_address, kGetMirrorAddressRequest, kGetMirrorAddressReply>(kGetMirrorAddress, Access::kReads),
-    handler<remove_mirror_address, kRemoveMirrorAddressRequest, kRemoveMirrorAddressReply>(kRemoveMirrorAddress,
-                                                                                           Access::kChanges),
-    Handler{kListMirrorNames, Access::kReads, parse<kListMirrorNamesRequest>, list_mirror_names},
-    handler<get_mirror_status, kGetMirrorStatusRequest, kGetMirrorStatusReply>(kGetMirrorStatus, Access::kChanges),
-    handler<get_queue_size, kGetQueueSizeRequest, kGetQueueSizeReply>(kGetQueueSize, Access::kReads),
-    handler<force_key_sync, kForceKeySyncRequest, kForceKeySyncReply>(kForceKeySync, Access::kChanges),
-    Handler{kGetSystemStatus, Access::kReads, parse<kGetSystemStatusRequest>, get_system_status},
-    handler<report_fips_mode, kReportFipsModeRequest, kReportFipsModeReply>(kReportFipsMode, Access::kReads),
-    Handler{kValidateDB, Access::kReads, parse<kValidateDBRequest>, validate_db},
-    Handler{wire::kReplicateKeys, Access::kChanges, parse_replicate_keys, replicate_keys, true,
+                                                                                    Access::kChanges, kAdministrator),
+    with_payload(handler<import_private_key, kImportPrivateKeyRequest, kImportReply>(kImportPrivateKey,
+                                                                                     Access::kChanges, kAdministrator),
+                 kMaxPrivateKeyBytes),
+    handler<delete_private_key, kDeletePrivateKeyRequest, kDeletePrivateKeyReply>(kDeletePrivateKey, Access::kChanges,
+                                                                                  kAdministrator),
+    Handler{kExportCertificate, Access::kReads, kInspectors, parse<kExportCertificateRequest>, export_certificate},
+    handler<set_next_increment, kSetNextIncrementRequest, kSetNextIncrementReply>(kSetNextIncrement, Access::kChanges,
+                                                                                  kAdministrator),
+    handler<retrieve_key, kRetrieveKeyRequest, kRetrieveKeyReply>(kRetrieveKey, Access::kReads, kKeyUsers),
+    handler<get_next_key, kGetNextKeyRequest, kGetNextKeyReply>(kGetNextKey, Access::kChanges, kKeyUsers),
+    handler<set_mirror_address, kSetMirrorAddressRequest, kSetMirrorAddressReply>(kSetMirrorAddress, Access::kChanges,
+                                                                                  kAdministrator),
+    handler<get_mirror_address, kGetMirrorAddressRequest, kGetMirrorAddressReply>(kGetMirrorAddress, Access::kReads,
+                                                                                  kInspectors),
+    handler<remove_mirror_address, kRemoveMirrorAddressRequest, kRemoveMirrorAddressReply>(
+        kRemoveMirrorAddress, Access::kChanges, kAdministrator),
+    Handler{kListMirrorNames, Access::kReads, kInspectors, parse<kListMirrorNamesRequest>, list_mirror_names},
+    handler<get_mirror_status, kGetMirrorStatusRequest, kGetMirrorStatusReply>(kGetMirrorStatus, Access::kChanges,
+                                                                               kInspectors),
+    handler<get_queue_size, kGetQueueSizeRequest, kGetQueueSizeReply>(kGetQueueSize, Access::kReads, kInspectors),
+    handler<force_key_sync, kForceKeySyncRequest, kForceKeySyncReply>(kForceKeySync, Access::kChanges, kAdministrator),
+    Handler{kGetSystemStatus, Access::kReads, kInspectors, parse<kGetSystemStatusRequest>, get_system_status},
+    handler<report_fips_mode, kReportFipsModeRequest, kReportFipsModeReply>(kReportFipsMode, Access::kReads, kReaders),
+    Handler{kValidateDB, Access::kReads, kInspectors, parse<kValidateDBRequest>, validate_db},
+    Handler{wire::kReplicateKeys, Access::kChanges, kMirror, parse_replicate_keys, replicate_keys,
             wire::kMaxReplicateKeysBytes},
-    for_mirrors(
-        handler<compare_keys, wire::kCompareKeysRequest, wire::kCompareKeysReply>(wire::kCompareKeys, Access::kReads)),
+    handler<compare_keys, wire::kCompareKeysRequest, wire::kCompareKeysReply>(wire::kCompareKeys, Access::kReads,
+                                                                              kMirror),
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "orn/vesk/wire/key_transfer.h"
 #include "orn/vesk/wire/mirrors.h"
 #include "veskd/return_codes.h"
+#include "veskd/roles.h"
 #include "veskd/secret.h"
 #include "veskd/sensors.h"
 #include "veskd/store.h"
@@ -29,6 +30,7 @@ struct Call {
   StoreConnection &store;
   Store &lists;                // where a list takes its reader from
   const std::string &caller;   // the subject of the client's certificate
+  const Scope &scope;          // the names that lists may tell; the names of the request are within it
   std::size_t max_page_bytes;  // of the entries on a page of a list; a page has one entry at least
   const Machine &machine;
 };
@@ -49,11 +51,10 @@ enum class Access {
 struct Handler {
   vesk::wire::Transaction transaction;
   Access access;
+  Roles roles;  // those that may ask
   // False when the request does not have the form of its transaction.
   bool (*parse)(std::string_view received, RequestFields &fields);
   Reply (*handle)(const Call &call);
-  // Other servers alone may ask.
-  bool for_mirrors = false;
   // Of a request whose length differs from one to the next.
   std::size_t max_request_bytes = vesk::wire::kMaxRequestBytes;
   // Of the payload behind the request, whose length the request's byte count announces. 0: there is none.

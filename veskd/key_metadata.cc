@@ -34,10 +34,10 @@ constexpr std::string_view kKeysWithMetadata =
     "rollover_code, rollover_days, last_rollover_date, deletable, revoked_date, mirror "
     "FROM keys LEFT JOIN metadata ON key = id ORDER BY name";
 
-// The record of a key that meets the query, from a row of the statement above.
-std::optional<std::string> metadata_record(const Query &row, const MetadataQuery &query) {
+// The record of a key that meets the query and is in the client's scope, from a row of the statement above.
+std::optional<std::string> metadata_record(const Query &row, const MetadataQuery &query, const Scope &scope) {
   const std::string metadata = row.text(0);
-  if (!query.is_met_by(metadata)) return std::nullopt;
+  if (!query.is_met_by(metadata) || !scope.has(row.text(1))) return std::nullopt;
   KeyRecord record{};
   put_padded(record.caKeyName, row.text(1));
   put_padded(record.caInstance, row.text(2));
@@ -70,12 +70,13 @@ std::string page_header(std::size_t block_bytes, bool more) {
 Reply retrieve_metadata(const Call &call) {
   const auto query = MetadataQuery::parse(call.text.substr(kLengthDigits + text_in(call.fields.caTranId).size()));
   if (!query) return refusal(kRetrieveMetadata.tran_id, RC_QUERY_FORM);
-  return start_list(call, kKeysWithMetadata,
-                    {.tran_id = kRetrieveMetadata.tran_id,
-                     .entry_bytes = kMetadataRecordBytes,
-                     .max_block_bytes = kMaxDataSize - kDataSizeOverhead,
-                     .entry = [query = *query](const Query &row) { return metadata_record(row, query); },
-                     .header = page_header});
+  return start_list(
+      call, kKeysWithMetadata,
+      {.tran_id = kRetrieveMetadata.tran_id,
+       .entry_bytes = kMetadataRecordBytes,
+       .max_block_bytes = kMaxDataSize - kDataSizeOverhead,
+       .entry = [query = *query, scope = call.scope](const Query &row) { return metadata_record(row, query, scope); },
+       .header = page_header});
 }
 
 }  // namespace veskd

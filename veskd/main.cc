@@ -2,53 +2,83 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "veskd/configuration.h"
 #include "veskd/dev_environment.h"
+#include "veskd/files.h"
 #include "veskd/log.h"
-#include "veskd/replicator.h"
-#include "veskd/server.h"
-#include "veskd/store.h"
+#include "veskd/sealing.h"
+#include "veskd/service.h"
 
 namespace {
 
 constexpr int kUsageError = 2;
 
-struct Options {
+struct DevOptions {
   std::filesystem::path directory;
   std::uint16_t port = 0;
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  bool no_tickets = false;
   bool quiet = false;
 };
 
-void serve(const Options &options) {
-  // A reader of the log or of standard output that goes away must not take the server with it.
-  std::signal(SIGPIPE, SIG_IGN);
-  const veskd::Log log(options.quiet);
-  veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
-  veskd::Store store(environment.store_path(), environment.master_key(), log);
-  veskd::ServerOptions server_options;
-  server_options.tls = environment.tls_files();
-  server_options.port = options.port;
-  server_options.machine.sensor_file = options.sensor_file;
-  server_options.machine.store_directory = environment.directory();
-  veskd::Server server(server_options, store, log);
-  server.stop_on_signals({SIGINT, SIGTERM});
-  const veskd::Replicator replicator(environment.mirror_tls_files(), store, log);
-  environment.write_ready_file(server_options.address, server.port());
-  std::cout << fmt::format("veskd serves the keys of {} on {} port {}\n", environment.directory().string(),
-                           server_options.address, server.port())
-            << environment.next_command(server_options.address, server.port()) << std::endl;
-  server.run();
-  log.info("stopped");
+struct ServeOptions {
+  std::filesystem::path configuration;
+  bool check = false;
+};
+
+veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEnvironment &environment) {
+  veskd::ServiceSettings settings;
+  settings.server.tls = environment.tls_files();
+  settings.server.tickets.enabled = !options.no_tickets;
+  settings.server.port = options.port;
+  settings.server.roles = veskd::development_roles();
+  settings.server.machine.sensor_file = options.sensor_file;
+  settings.server.machine.store_directory = environment.directory();
+  settings.store = environment.store_path();
+  settings.master_key = environment.master_key_path();
+  settings.mirror_tls = environment.mirror_tls_files();
+  settings.ready_file = environment.ready_file_path();
+  settings.log.level = options.quiet ? veskd::LogLevel::kWarning : veskd::LogLevel::kInfo;
+  return settings;
+}
+
+void say_what_is_served(const veskd::ServiceSettings &settings, std::uint16_t port) {
+  std::cout << fmt::format("veskd serves the keys of {} on {} port {}\n",
+                           settings.server.machine.store_directory.string(), settings.server.address, port)
+            << std::flush;
+}
+
+void run_dev(const DevOptions &options) {
+  veskd::Log log(options.quiet);
+  const veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
+  const veskd::ServiceSettings settings = settings_of(options, environment);
+  const auto announce = [&](std::uint16_t port) {
+    say_what_is_served(settings, port);
+    std::cout << environment.next_command(settings.server.address, port) << std::endl;
+  };
+  run_service(settings, environment.master_key(), log, announce, [&] { return settings; });
+}
+
+void run_serve(const ServeOptions &options) {
+  const auto read_settings = [&] { return veskd::read_configuration(options.configuration); };
+  const veskd::ServiceSettings settings = read_settings();
+  if (options.check) {
+    std::cout << options.configuration.string() << " is valid" << std::endl;
+    return;
+  }
+  veskd::Log log(settings.log);
+  const veskd::Descriptor lock = veskd::lock_file(settings.server.machine.store_directory / "veskd.lock");
+  const auto master = veskd::MasterKey::open(settings.master_key, settings.store);
+  run_service(
+      settings, *master, log, [&](std::uint16_t port) { say_what_is_served(settings, port); }, read_settings);
 }
 
 // Empty when the text can stand in a certificate; CLI11 shows what else is returned.
@@ -58,7 +88,7 @@ std::string check_host_name(const std::string &name) {
   return "'" + name + "' is no host name or address";
 }
 
-void add_dev_options(CLI::App &dev, Options &options) {
+void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--dir", options.directory, "directory of certificates, master key and store")->required();
   dev.add_option("--port", options.port, "port to listen on; a free one if not given");
   dev.add_option("--host-name", options.host_names, "further host name or address for the server's certificate")
@@ -66,7 +96,13 @@ void add_dev_options(CLI::App &dev, Options &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_flag("--no-tickets", options.no_tickets, "issue no TLS session tickets: every handshake is a full one");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
+}
+
+void add_serve_options(CLI::App &serve, ServeOptions &options) {
+  serve.add_option("--config", options.configuration, "the configuration file")->required();
+  serve.add_flag("--check", options.check, "say what is wrong with the configuration, or that it is valid, and end");
 }
 
 }  // namespace
@@ -75,16 +111,22 @@ int main(int argc, char **argv) {
   CLI::App app("veskd, a key server: hands keys to clients over mutually authenticated TLS", "veskd");
   app.set_version_flag("--version", "veskd " VESKD_VERSION);
   app.require_subcommand(1);
-  Options options;
+  DevOptions dev_options;
+  ServeOptions serve_options;
   CLI::App *dev = app.add_subcommand("dev", "Serve on 127.0.0.1 from one directory, making what is missing in it");
-  add_dev_options(*dev, options);
+  CLI::App *serve = app.add_subcommand("serve", "Serve as a configuration file says");
+  add_dev_options(*dev, dev_options);
+  add_serve_options(*serve, serve_options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
   }
   try {
-    serve(options);
+    *dev ? run_dev(dev_options) : run_serve(serve_options);
+  } catch (const veskd::ConfigurationError &error) {
+    std::cerr << error.what() << std::endl;
+    return EXIT_FAILURE;
   } catch (const std::exception &error) {
     std::cerr << "veskd: " << error.what() << std::endl;
     return EXIT_FAILURE;

@@ -14,6 +14,12 @@ namespace {
 // Rows that are looked at before others get their turn, though they make up no page.
 constexpr int kMaxRowsAtOnce = 2000;
 
+// Nothing for a name that the client may not use.
+std::optional<std::string> name_entry(const Scope &scope, const std::string &name, std::size_t entry_bytes) {
+  if (!scope.has(name)) return std::nullopt;
+  return fmt::format("{:<{}}", name, entry_bytes);
+}
+
 class PagedList : public std::enable_shared_from_this<PagedList> {
  public:
   PagedList(std::unique_ptr<Store::ListReader> reader, std::string_view sql, ListForm form, std::size_t max_page_bytes)
@@ -75,13 +81,14 @@ std::string list_page(std::string_view tran_id, ReturnCode code, std::size_t blo
 }
 
 Reply start_name_list(const Call &call, const char *tran_id, std::string_view sql, std::size_t entry_bytes) {
-  return start_list(call, sql,
-                    {.tran_id = tran_id,
-                     .entry_bytes = entry_bytes,
-                     .max_block_bytes = kMaxListCount,
-                     .entry = [=](const Query &row) { return fmt::format("{:<{}}", row.text(0), entry_bytes); },
-                     .header = [=](std::size_t block_bytes,
-                                   bool more) { return list_page(tran_id, RC_SUCCESS, block_bytes, more); }});
+  return start_list(
+      call, sql,
+      {.tran_id = tran_id,
+       .entry_bytes = entry_bytes,
+       .max_block_bytes = kMaxListCount,
+       .entry = [=, scope = call.scope](const Query &row) { return name_entry(scope, row.text(0), entry_bytes); },
+       .header = [=](std::size_t block_bytes,
+                     bool more) { return list_page(tran_id, RC_SUCCESS, block_bytes, more); }});
 }
 
 Reply start_list(const Call &call, std::string_view sql, ListForm form) {

@@ -32,7 +32,8 @@ std::string list_page(std::string_view tran_id, ReturnCode code, std::size_t blo
 // wait in memory.
 Reply start_list(const Call &call, std::string_view sql, ListForm form);
 
-// The same for a list of the names that the rows begin with, padded to entry_bytes each, on common pages.
+// The same for a list of the names that the rows begin with, those in the client's scope, padded to entry_bytes each,
+// on common pages.
 Reply start_name_list(const Call &call, const char *tran_id, std::string_view sql, std::size_t entry_bytes);
 
 }  // namespace veskd

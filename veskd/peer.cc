@@ -2,8 +2,7 @@
 
 #include <fmt/format.h>
 #include <netinet/tcp.h>
-#include <openssl/bio.h>
-#include <openssl/x509.h>
+#include <openssl/ssl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -46,20 +45,14 @@ std::optional<std::size_t> declared_length(std::string_view digits, const Handle
   return allowed ? std::optional(length) : std::nullopt;
 }
 
-// RFC 2253 form, control characters escaped.
-std::string subject_of(SSL *tls) {
-  const std::unique_ptr<X509, void (*)(X509 *)> certificate(SSL_get1_peer_certificate(tls), X509_free);
-  const std::unique_ptr<BIO, int (*)(BIO *)> text(BIO_new(BIO_s_mem()), BIO_free);
-  if (!certificate || !text) return {};
-  X509_NAME_print_ex(text.get(), X509_get_subject_name(certificate.get()), 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
-  char *bytes = nullptr;
-  const long length = BIO_get_mem_data(text.get(), &bytes);
-  return std::string(bytes, static_cast<std::size_t>(length));
+// The names that a request carries, and that are not blank because it carries none.
+bool is_within(const Scope &scope, const RequestFields &fields) {
+  const auto allows = [&](const auto &field) { return field[0] == '\0' || scope.has(trimmed(field)); };
+  return allows(fields.caKeyName) && allows(fields.caConstant);
 }
 
-bool shows_mirror_role(SSL *tls) {
-  const CertificatePtr certificate(SSL_get1_peer_certificate(tls));
-  return certificate && has_mirror_role(certificate.get());
+constexpr bool is_denial(ReturnCode code) {
+  return code == RC_NO_ROLE || code == RC_ROLE_FORBIDS || code == RC_NAME_FORBIDDEN || code == RC_NOT_A_MIRROR;
 }
 
 std::string name_of(const asio::ip::tcp::socket &socket) {
@@ -89,15 +82,17 @@ struct Peer::Request {
   ReturnCode refused = RC_SUCCESS;  // what reading found wrong with it
   std::string tran_id{kNoTranId};
   const Transaction *transaction = nullptr;
+  Scope scope;  // of the client, for this transaction
   WipedText text;
   WipedText payload;
 };
 
-Peer::Peer(asio::ip::tcp::socket socket, asio::ssl::context &tls, const Limits &limits, Store &store,
-           const Machine &machine, const Log &log)
-    : stream_(std::move(socket), tls),
+Peer::Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &store, const Machine &machine,
+           const Log &log)
+    : terms_(std::move(terms)),
+      limits_(terms_->limits),
+      stream_(std::move(socket), terms_->tls),
       watchdog_(stream_.get_executor()),
-      limits_(limits),
       store_(store),
       machine_(machine),
       log_(log),
@@ -132,8 +127,10 @@ asio::awaitable<bool> Peer::do_handshake() {
     co_return false;
   }
   acknowledge_at_once(stream_.next_layer());
-  subject_ = subject_of(stream_.native_handle());
-  is_mirror_ = shows_mirror_role(stream_.native_handle());
+  const CertificatePtr certificate(SSL_get1_peer_certificate(stream_.native_handle()));
+  if (!certificate) co_return false;
+  subject_ = subject_of(certificate.get());
+  permissions_ = terms_->roles.permissions_of(certificate.get());
   co_return true;
 }
 
@@ -157,10 +154,8 @@ asio::awaitable<Peer::Request> Peer::read_request() {
     co_return request;
   }
   request.transaction = &handler->transaction;
-  if (handler->for_mirrors && !is_mirror_) {
-    request.refused = RC_NOT_A_MIRROR;
-    co_return request;
-  }
+  request.refused = admit(*handler, request);
+  if (request.refused != RC_SUCCESS) co_return request;
   const std::optional<std::size_t> length = declared_length(digits, *handler);
   if (!length) {
     request.refused = RC_MALFORMED_REQUEST;
@@ -200,12 +195,26 @@ asio::awaitable<bool> Peer::read_exactly(char *bytes, std::size_t count) {
   co_return !error;
 }
 
+// Whether the client may ask for this at all.
+ReturnCode Peer::admit(const Handler &handler, Request &request) const {
+  if (permissions_.are_none()) return RC_NO_ROLE;
+  const std::optional<Scope> scope = permissions_.scope_for(handler.roles);
+  if (!scope) return handler.roles == kMirror ? RC_NOT_A_MIRROR : RC_ROLE_FORBIDS;
+  request.scope = *scope;
+  return RC_SUCCESS;
+}
+
 asio::awaitable<Reply> Peer::answer(const Request &request) {
-  if (request.refused != RC_SUCCESS) co_return refusal(request.tran_id, request.refused);
-  const Handler &handler = *find_handler(request.tran_id);
   Wiped<RequestFields> fields;
-  if (!handler.parse(request.text.text(), *fields)) co_return refusal(request.tran_id, RC_MALFORMED_REQUEST);
-  co_return co_await run(handler, request, *fields);
+  if (const ReturnCode code = check(request, *fields); code != RC_SUCCESS) co_return refusal(request.tran_id, code);
+  co_return co_await run(*find_handler(request.tran_id), request, *fields);
+}
+
+// Every operation passes here before anything is done for it: it is allowed with RC_SUCCESS, or refused.
+ReturnCode Peer::check(const Request &request, RequestFields &fields) const {
+  if (request.refused != RC_SUCCESS) return request.refused;
+  if (!find_handler(request.tran_id)->parse(request.text.text(), fields)) return RC_MALFORMED_REQUEST;
+  return is_within(request.scope, fields) ? RC_SUCCESS : RC_NAME_FORBIDDEN;
 }
 
 asio::awaitable<Reply> Peer::run(const Handler &handler, const Request &request, const RequestFields &fields) {
@@ -215,8 +224,8 @@ asio::awaitable<Reply> Peer::run(const Handler &handler, const Request &request,
 }
 
 Call Peer::call(const Request &request, const RequestFields &fields, StoreConnection &store) const {
-  return {
-      request.text.text(), request.payload.text(), fields, store, store_, subject_, limits_.max_page_bytes, machine_};
+  return {request.text.text(), request.payload.text(), fields,  store, store_, subject_,
+          request.scope,       limits_.max_page_bytes, machine_};
 }
 
 Reply Peer::read(std::string_view tran_id, const std::function<Reply(StoreConnection &)> &make_reply) {
@@ -313,10 +322,16 @@ void Peer::log_request(const Request &request, const Reply &reply, bool sent) co
   const auto duration = std::chrono::steady_clock::now() - request.start;
   const char *function = request.transaction != nullptr ? request.transaction->function : "-";
   const ReturnCodeText *code = find_return_code(reply.code);
-  log_.info(fmt::format("{} {} {} {} {:04} {} {}us{}", address_, subject_, request.tran_id, function,
-                        static_cast<int>(reply.code), code != nullptr ? code->name : "-",
-                        std::chrono::duration_cast<std::chrono::microseconds>(duration).count(),
-                        sent ? "" : " reply not sent"));
+  const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
+  log_.write(is_denial(reply.code) ? LogLevel::kWarning : LogLevel::kInfo,
+             {{"peer", address_},
+              {"client", subject_},
+              {"transaction", request.tran_id},
+              {"function", function},
+              {"return_code", return_code_text(reply.code)},
+              {"return_code_name", code != nullptr ? code->name : "-"},
+              {"duration", fmt::format("{}us", microseconds)},
+              {"reply", sent ? "" : "reply not sent"}});
 }
 
 std::string Peer::reason(const asio::error_code &error) const {

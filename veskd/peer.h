@@ -4,7 +4,6 @@
 
 #include <asio/awaitable.hpp>
 #include <asio/ip/tcp.hpp>
-#include <asio/ssl/context.hpp>
 #include <asio/ssl/stream.hpp>
 #include <asio/steady_timer.hpp>
 #include <memory>
@@ -12,6 +11,7 @@
 
 #include "veskd/handlers.h"
 #include "veskd/log.h"
+#include "veskd/roles.h"
 #include "veskd/sensors.h"
 #include "veskd/server.h"
 #include "veskd/store.h"
@@ -21,8 +21,8 @@ namespace veskd {
 // Runs on the strand of its socket. What it refers to must outlive it.
 class Peer : public std::enable_shared_from_this<Peer> {
  public:
-  Peer(asio::ip::tcp::socket socket, asio::ssl::context &tls, const Limits &limits, Store &store,
-       const Machine &machine, const Log &log);
+  Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &store, const Machine &machine,
+       const Log &log);
 
   // The whole of the connection. Never throws for what the peer does.
   asio::awaitable<void> serve();
@@ -35,7 +35,9 @@ class Peer : public std::enable_shared_from_this<Peer> {
   asio::awaitable<Request> read_request();
   asio::awaitable<void> read_payload(const Handler &handler, Request &request);
   asio::awaitable<bool> read_exactly(char *bytes, std::size_t count);
+  ReturnCode admit(const Handler &handler, Request &request) const;
   asio::awaitable<Reply> answer(const Request &request);
+  ReturnCode check(const Request &request, RequestFields &fields) const;
   asio::awaitable<Reply> run(const Handler &handler, const Request &request, const RequestFields &fields);
   asio::awaitable<Reply> run_change(const Handler &handler, const Request &request, const RequestFields &fields);
   Call call(const Request &request, const RequestFields &fields, StoreConnection &store) const;
@@ -53,16 +55,17 @@ class Peer : public std::enable_shared_from_this<Peer> {
   void log_request(const Request &request, const Reply &reply, bool sent) const;
   std::string reason(const asio::error_code &error) const;
 
+  const std::shared_ptr<Terms> terms_;
+  const Limits &limits_;
   asio::ssl::stream<asio::ip::tcp::socket> stream_;
   asio::steady_timer watchdog_;
   bool timed_out_ = false;
-  const Limits &limits_;
   Store &store_;
   const Machine &machine_;
   const Log &log_;
   std::string address_;
   std::string subject_;
-  bool is_mirror_ = false;  // its certificate is that of a server
+  Permissions permissions_;
 };
 
 }  // namespace veskd

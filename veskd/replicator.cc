@@ -37,6 +37,12 @@ Replicator::~Replicator() {
   store_.wait_until_idle();
 }
 
+// A connection keeps what it needs of the context that it was made with.
+void Replicator::use(const TlsFiles &files) {
+  const auto tls = std::make_shared<asio::ssl::context>(make_mirror_tls_context(files));
+  asio::post(io_, [this, tls] { tls_ = std::move(*tls); });
+}
+
 void Replicator::run_thread() {
   for (;;) {
     try {

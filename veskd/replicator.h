@@ -34,6 +34,10 @@ class Replicator {
 
   // Ends what is under way; the queues keep what was not delivered.
   ~Replicator();
+
+  // Shows the certificate of these files from the next exchange on. Throws StartError.
+  void use(const TlsFiles &files);
+
   Replicator(const Replicator &) = delete;
   Replicator &operator=(const Replicator &) = delete;
 

@@ -17,6 +17,9 @@ namespace veskd {
   X(RC_SERVER_FAILURE, 104, "the server could not read or change its store; nothing was changed")                   \
   X(RC_TOO_MANY_LISTS, 105, "the server tells as many lists at once as it can; try again")                          \
   X(RC_PAYLOAD_LENGTH, 106, "what follows the request is longer than the transaction allows")                       \
+  X(RC_NO_ROLE, 111, "the client's certificate is given no role")                                                   \
+  X(RC_ROLE_FORBIDS, 112, "no role of the client may do this")                                                      \
+  X(RC_NAME_FORBIDDEN, 113, "the name does not begin as the names that the client may use")                         \
   X(RC_KEY_NAME_INVALID, 201, "the key name is blank or holds a character that is not printable ASCII")             \
   X(RC_KEY_EXISTS, 202, "a key of that name exists already")                                                        \
   X(RC_KEY_NAME_USED, 203, "a key of that name was deleted; a name is never given to another key")                  \

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kNonceBytes = 12;
 constexpr std::size_t kTagBytes = 16;
 static_assert(kNonceBytes + kTagBytes == kSealingBytes);
-constexpr std::size_t kMasterFileBytes = 2 * kKeyBytes + 1;
+constexpr std::size_t kKeyFileBytes = 2 * kKeyBytes + 1;
 
 struct ContextFree {
   void operator()(EVP_CIPHER_CTX *context) const { EVP_CIPHER_CTX_free(context); }
@@ -45,23 +45,34 @@ bool parse_hexadecimal(std::string_view digits, std::span<std::uint8_t> bytes) {
 
 }  // namespace
 
-std::unique_ptr<MasterKey> MasterKey::read(const std::filesystem::path &path) {
+void read_key_file(const std::filesystem::path &path, KeyValue &value, std::string_view advice) {
   require_private(path);
   const WipedText content(read_file(path));
+  if (content.text().size() != kKeyFileBytes || content.text().back() != '\n' ||
+      !parse_hexadecimal(content.text(), *value))
+    throw StartError(fmt::format("{} does not hold 64 hexadecimal digits and a line end: {}", path.string(), advice));
+}
+
+std::unique_ptr<MasterKey> MasterKey::read(const std::filesystem::path &path) {
   auto master = std::make_unique<MasterKey>();
-  if (content.text().size() != kMasterFileBytes || content.text().back() != '\n' ||
-      !parse_hexadecimal(content.text(), *master->key_))
-    throw StartError(
-        fmt::format("{} is not a master key file (64 hexadecimal digits and a line end): restore it from a "
-                    "backup; without it no key of the store can be read",
-                    path.string()));
+  read_key_file(path, master->key_, "restore the master key from a backup; without it no key of the store can be read");
   return master;
+}
+
+// A store without its master key cannot be read; a new key in its place would only hide that.
+std::unique_ptr<MasterKey> MasterKey::open(const std::filesystem::path &path, const std::filesystem::path &store) {
+  if (std::filesystem::exists(path)) return read(path);
+  if (!std::filesystem::exists(store)) return create(path);
+  throw StartError(
+      fmt::format("the key store {} is there but its master key {} is missing: restore it from a backup; "
+                  "without it no key of the store can be read",
+                  store.string(), path.string()));
 }
 
 std::unique_ptr<MasterKey> MasterKey::create(const std::filesystem::path &path) {
   auto master = std::make_unique<MasterKey>();
   fill_with_secret_random(*master->key_);
-  std::string digits(kMasterFileBytes, '\n');
+  std::string digits(kKeyFileBytes, '\n');
   constexpr std::string_view kDigits = "0123456789abcdef";
   for (std::size_t i = 0; i < kKeyBytes; ++i) {
     digits[2 * i] = kDigits[(*master->key_)[i] >> 4];

@@ -16,10 +16,17 @@ struct evp_cipher_st;
 
 namespace veskd {
 
+// Fills the value from a file of 64 hexadecimal digits and a line end, and refuses one that others may read.
+// Throws StartError, with the advice for a file of another form.
+void read_key_file(const std::filesystem::path &path, KeyValue &value, std::string_view advice);
+
 class MasterKey {
  public:
   // Reads the file, which holds 64 hexadecimal digits and a line end, and refuses one that others may read.
   static std::unique_ptr<MasterKey> read(const std::filesystem::path &path);
+
+  // The key of the file, or a new one when neither it nor a store that needs it is there.
+  static std::unique_ptr<MasterKey> open(const std::filesystem::path &path, const std::filesystem::path &store);
 
   // Makes a new key and its file, which must not exist.
   static std::unique_ptr<MasterKey> create(const std::filesystem::path &path);

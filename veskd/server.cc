@@ -34,18 +34,21 @@ void log_failure(const Log &log, std::string_view what, std::exception_ptr failu
 
 }  // namespace
 
+std::shared_ptr<Terms> make_terms(const ServerOptions &options) {
+  return std::make_shared<Terms>(Terms{make_tls_context(options.tls, options.tickets), options.limits, options.roles});
+}
+
 Server::Server(const ServerOptions &options, Store &store, const Log &log)
     : work_(asio::make_work_guard(io_)),
       strand_(asio::make_strand(io_)),
       acceptor_(strand_),
       room_(strand_),
       stop_timer_(strand_),
-      signals_(strand_),
+      terms_(make_terms(options)),
       store_(store),
       log_(log),
-      limits_(options.limits),
       machine_(options.machine),
-      tls_(make_tls_context(options.tls)) {
+      num_threads_(options.limits.num_threads) {
   listen(options);
   start_accepting();
 }
@@ -63,7 +66,7 @@ void Server::listen(const ServerOptions &options) {
 }
 
 void Server::run() {
-  const std::size_t wanted = limits_.num_threads != 0 ? limits_.num_threads : std::thread::hardware_concurrency();
+  const std::size_t wanted = num_threads_ != 0 ? num_threads_ : std::thread::hardware_concurrency();
   std::vector<std::thread> threads(std::max(wanted, kMinThreads) - 1);
   for (std::thread &thread : threads) thread = std::thread([this] { run_thread(); });
   run_thread();
@@ -93,7 +96,7 @@ void Server::start_accepting() {
 
 asio::awaitable<void> Server::accept_connections() {
   while (!stopping_) {
-    if (num_connections_ >= limits_.max_connections) {
+    if (num_connections_ >= terms_->limits.max_connections) {
       co_await wait_for_room();
       continue;
     }
@@ -126,7 +129,7 @@ asio::awaitable<void> Server::pause_after(const asio::error_code &error) {
 
 void Server::start_connection(asio::ip::tcp::socket socket) {
   const asio::any_io_executor executor = socket.get_executor();
-  auto peer = std::make_shared<Peer>(std::move(socket), tls_, limits_, store_, machine_, log_);
+  auto peer = std::make_shared<Peer>(std::move(socket), terms_, store_, machine_, log_);
   ++num_connections_;
   asio::co_spawn(
       executor, [peer]() -> asio::awaitable<void> { return peer->serve(); },
@@ -144,10 +147,21 @@ void Server::stop() {
   asio::post(strand_, [this] { begin_stop(); });
 }
 
-void Server::stop_on_signals(std::initializer_list<int> signals) {
-  for (const int signal : signals) signals_.add(signal);
-  signals_.async_wait([this](const asio::error_code &error, int) {
-    if (!error) begin_stop();
+void Server::use(std::shared_ptr<Terms> terms) {
+  asio::post(strand_, [this, terms = std::move(terms)] { terms_ = terms; });
+}
+
+void Server::on_signals(std::initializer_list<int> signals, std::function<void()> action) {
+  asio::signal_set &set = signals_.emplace_back(strand_);
+  for (const int signal : signals) set.add(signal);
+  await_signal(set, action);
+}
+
+void Server::await_signal(asio::signal_set &signals, const std::function<void()> &action) {
+  signals.async_wait([this, &signals, action](const asio::error_code &error, int) {
+    if (error) return;
+    action();
+    await_signal(signals, action);
   });
 }
 
@@ -157,7 +171,7 @@ void Server::begin_stop() {
   acceptor_.close(ignored);
   room_.cancel();
   if (num_connections_ == 0) return io_.stop();
-  stop_timer_.expires_after(limits_.stopping);
+  stop_timer_.expires_after(terms_->limits.stopping);
   stop_timer_.async_wait([this](const asio::error_code &error) {
     if (!error) io_.stop();
   });

@@ -12,10 +12,14 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <initializer_list>
+#include <list>
+#include <memory>
 #include <string>
 
 #include "veskd/log.h"
+#include "veskd/roles.h"
 #include "veskd/sensors.h"
 #include "veskd/store.h"
 #include "veskd/tls.h"
@@ -37,11 +41,23 @@ struct Limits {
 
 struct ServerOptions {
   TlsFiles tls;
+  TicketOptions tickets;
   std::string address = "127.0.0.1";
   std::uint16_t port = 0;  // 0: a free one
   Machine machine;
   Limits limits;
+  RoleRules roles;
 };
+
+// What connections are served under. One keeps those that it began with when others are put in their place.
+struct Terms {
+  asio::ssl::context tls;
+  Limits limits;
+  RoleRules roles;
+};
+
+// Throws StartError when the files cannot be used.
+std::shared_ptr<Terms> make_terms(const ServerOptions &options);
 
 class Server {
  public:
@@ -55,7 +71,12 @@ class Server {
 
   // Tells run() to return: no connection is accepted any more, those that run are finished within Limits::stopping.
   void stop();
-  void stop_on_signals(std::initializer_list<int> signals);
+
+  // New connections are served under these terms. The number of threads stays.
+  void use(std::shared_ptr<Terms> terms);
+
+  // Has a function called each time that one of the signals arrives, while the server runs.
+  void on_signals(std::initializer_list<int> signals, std::function<void()> action);
 
  private:
   void listen(const ServerOptions &options);
@@ -66,6 +87,7 @@ class Server {
   void start_connection(asio::ip::tcp::socket socket);
   void end_connection(std::exception_ptr failure);
   void begin_stop();
+  void await_signal(asio::signal_set &signals, const std::function<void()> &action);
   void run_thread();
 
   // Kept first: what waits for an event goes when the context goes, after everything else.
@@ -76,15 +98,15 @@ class Server {
   asio::ip::tcp::acceptor acceptor_;
   asio::steady_timer room_;
   asio::steady_timer stop_timer_;
-  asio::signal_set signals_;
+  std::list<asio::signal_set> signals_;
+  std::shared_ptr<Terms> terms_;
   std::size_t num_connections_ = 0;
   bool stopping_ = false;
 
   Store &store_;
   const Log &log_;
-  const Limits limits_;
   const Machine machine_;
-  asio::ssl::context tls_;
+  const std::size_t num_threads_;
   std::uint16_t port_ = 0;
 };
 

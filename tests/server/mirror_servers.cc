@@ -27,6 +27,7 @@ ServerOptions options_for(const DevEnvironment &environment, std::uint16_t port)
   options.tls = environment.tls_files();
   options.machine.store_directory = environment.directory();
   options.port = port;
+  options.roles = development_roles();
   options.limits.num_threads = 2;
   return options;
 }

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "veskd/errors.h"
+#include "veskd/files.h"
 
 namespace veskd::test {
 
@@ -40,20 +41,28 @@ CertificatePaths client_paths(const std::filesystem::path &directory) {
 
 namespace {
 
-ServerOptions options_for(const DevEnvironment &environment, const Limits &limits, const Machine &machine) {
+ServerOptions development_options(const Limits &limits, const Machine &machine) {
   ServerOptions options;
-  options.tls = environment.tls_files();
   options.limits = limits;
+  options.roles = development_roles();
   options.machine = machine;
+  return options;
+}
+
+ServerOptions with_files(ServerOptions options, const DevEnvironment &environment) {
+  options.tls = environment.tls_files();
   return options;
 }
 
 }  // namespace
 
 TestServer::TestServer(const Limits &limits, const Machine &machine)
+    : TestServer(development_options(limits, machine)) {}
+
+TestServer::TestServer(const ServerOptions &options)
     : environment_(directory_.path(), {}, log_),
       store_(environment_.store_path(), environment_.master_key(), log_),
-      server_(options_for(environment_, limits, machine), store_, log_),
+      server_(with_files(options, environment_), store_, log_),
       paths_(client_paths(directory_.path())),
       thread_([this] { server_.run(); }) {}
 
@@ -65,6 +74,19 @@ void TestServer::stop() {
   if (!thread_.joinable()) return;
   server_.stop();
   thread_.join();
+}
+
+CertificatePaths TestServer::add_client(const LeafRequest &request) const {
+  const Identity authority = read_identity(directory_ / "authority.pem", directory_ / "authority-key.pem");
+  const Identity client = make_leaf(authority, request, Days(1));
+  const std::string name = request.common_name;
+  replace_file(directory_ / (name + ".pem"), certificate_pem(client.certificate.get()), kPublicMode);
+  replace_file(directory_ / (name + "-key.pem"), private_key_pem(client.key.get()).text(), kPrivateMode);
+  CertificatePaths paths{};
+  EXPECT_EQ(SetupCertificates(&paths, directory().c_str(), "authority.pem", (name + ".pem").c_str(),
+                              (name + "-key.pem").c_str()),
+            0);
+  return paths;
 }
 
 RawOptions raw_options(const std::filesystem::path &directory) {

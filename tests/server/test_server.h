@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "orn/vesk.h"
+#include "veskd/certificates.h"
 #include "veskd/dev_environment.h"
 #include "veskd/log.h"
 #include "veskd/server.h"
@@ -40,6 +41,8 @@ CertificatePaths client_paths(const std::filesystem::path &directory);
 
 class TestServer {
  public:
+  // What the options leave open, the directory gives: the files.
+  explicit TestServer(const ServerOptions &options);
   explicit TestServer(const Limits &limits = {}, const Machine &machine = {});
   ~TestServer();
   TestServer(const TestServer &) = delete;
@@ -53,6 +56,9 @@ class TestServer {
 
   // Tells the server to stop and waits until it has.
   void stop();
+
+  // A client of the same authority with a certificate of its own.
+  CertificatePaths add_client(const LeafRequest &request) const;
 
   int ping() const { return qAdminNoop(paths(), host(), port()); }
 

@@ -1,0 +1,36 @@
+// A server as a process: what it serves, for whom, and how it answers signals and the service manager.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+
+#include "veskd/log.h"
+#include "veskd/sealing.h"
+#include "veskd/server.h"
+#include "veskd/tls.h"
+
+namespace veskd {
+
+struct ServiceSettings {
+  ServerOptions server;
+  std::filesystem::path store;
+  std::filesystem::path master_key;
+  std::optional<TlsFiles> mirror_tls;  // none: changes wait for mirrors, and none is sent
+  std::filesystem::path ready_file;    // none when empty
+  LogOptions log;
+};
+
+// Called once the server listens, with its port.
+using Announce = std::function<void(std::uint16_t port)>;
+
+// The settings as they are now; throws StartError.
+using ReadSettings = std::function<ServiceSettings()>;
+
+// Serves until SIGINT or SIGTERM. SIGHUP reads the settings again: new connections get new ones, those that run keep
+// theirs; settings that cannot be used change nothing. Throws StartError.
+void run_service(const ServiceSettings &settings, const MasterKey &master, Log &log, const Announce &announce,
+                 const ReadSettings &read_settings);
+
+}  // namespace veskd
