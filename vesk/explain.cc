@@ -54,6 +54,9 @@ constexpr std::array kHints = {
     Hint{CONN_ERR_READ_TIMED_OUT, "whether the server did the work is not known; ask it before you repeat a change"},
 
     Hint{veskd::RC_SERVER_FAILURE, "the server's log says what went wrong"},
+    Hint{veskd::RC_NO_ROLE, "the server's configuration gives roles to certificates"},
+    Hint{veskd::RC_ROLE_FORBIDS, "the server's configuration gives roles to certificates"},
+    Hint{veskd::RC_NAME_FORBIDDEN, "the server's configuration says which prefixes"},
     Hint{veskd::RC_KEY_EXISTS, "choose another name; what there is: vesk key get NAME"},
     Hint{veskd::RC_KEY_NAME_USED, "choose another name"},
     Hint{veskd::RC_KEY_UNKNOWN, "names are case-sensitive; create it with: vesk key create NAME"},

@@ -98,9 +98,13 @@ void read_log(Section section, LogOptions &log) {
   section.end();
 }
 
-constexpr std::pair<const char *, Mark> kMarks[] = {{"subject", Mark::kSubject}, {"dns", Mark::kDns},
-                                                    {"uri", Mark::kUri},         {"email", Mark::kEmail},
-                                                    {"ip", Mark::kIp},           {"fingerprint", Mark::kFingerprint}};
+struct MarkKey {
+  const char *key;
+  Mark mark;
+};
+
+constexpr MarkKey kMarkKeys[] = {{"subject", Mark::kSubject}, {"dns", Mark::kDns}, {"uri", Mark::kUri},
+                                 {"email", Mark::kEmail},     {"ip", Mark::kIp},   {"fingerprint", Mark::kFingerprint}};
 
 void read_role(Section section, RoleRules &rules) {
   RoleRule rule;
@@ -111,10 +115,10 @@ void read_role(Section section, RoleRules &rules) {
                         {"auditor", kAuditor},
                         {"mirror", kMirror}});
   int num_marks = 0;
-  for (const auto &[key, mark] : kMarks) {
+  for (const MarkKey &row : kMarkKeys) {
     std::string value;
-    section.text(key, value);
-    num_marks += section.check(key, [&] { rule.mark = make_mark(mark, value); }) ? 1 : 0;
+    section.text(row.key, value);
+    num_marks += section.check(row.key, [&] { rule.mark = make_mark(row.mark, value); }) ? 1 : 0;
   }
   if (num_marks != 1) section.mistake("role", "needs one of subject, dns, uri, email, ip and fingerprint, and no more");
   std::vector<std::string> prefixes;

@@ -69,6 +69,7 @@ class Permissions {
 class RoleRules {
  public:
   void add(RoleRule rule) { rules_.push_back(std::move(rule)); }
+  bool are_none() const { return rules_.empty(); }
   Permissions permissions_of(X509 *certificate) const;
 
  private:

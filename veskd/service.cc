@@ -56,7 +56,7 @@ class Service {
     if (settings.mirror_tls) replicator_ = std::make_unique<Replicator>(*settings.mirror_tls, store_, log);
     server_.on_signals({SIGINT, SIGTERM}, [this] { stop(); });
     server_.on_signals({SIGHUP}, [this] { reload(); });
-    allow_connections(settings.server.limits.max_connections, log);
+    prepare(settings.server);
   }
 
   void run(const Announce &announce) {
@@ -90,8 +90,13 @@ class Service {
     if (replicator_ && settings.mirror_tls) replicator_->use(*settings.mirror_tls);
     server_.use(std::move(terms));
     log_.use(settings.log);
-    allow_connections(settings.server.limits.max_connections, log_);
+    prepare(settings.server);
     tell_what_needs_a_restart(settings);
+  }
+
+  void prepare(const ServerOptions &options) const {
+    allow_connections(options.limits.max_connections, log_);
+    if (options.roles.are_none()) log_.warning("no client has a role: every request will be refused");
   }
 
   void tell_what_needs_a_restart(const ServiceSettings &settings) const {

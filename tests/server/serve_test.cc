@@ -140,12 +140,24 @@ TEST_F(Serve, UsesNewLimitsForNewConnections) {
 TEST_F(Serve, NobodyMayDoAnythingUnlessARoleIsGiven) {
   laboratory.configure("", "");
   ConfiguredServer server(laboratory);
+  EXPECT_TRUE(server.has_logged("no client has a role: every request will be refused"));
   EXPECT_EQ(server.ping(), RC_NO_ROLE);
   EXPECT_TRUE(server.has_logged("warning 127.0.0.1"));
   EXPECT_TRUE(server.has_logged("AdminNoop 0111 RC_NO_ROLE"));
   laboratory.configure("");
   ASSERT_TRUE(server.reload(kReloaded));
   EXPECT_TRUE(eventually([&] { return server.ping() == 0; }));
+}
+
+TEST_F(Serve, ReadsItsMirrorCertificateAgain) {
+  const char *mirrors = "[mirrors]\ncertificate = 'mirror.pem'\nprivate_key = 'mirror-key.pem'\n";
+  laboratory.configure(mirrors);
+  ConfiguredServer server(laboratory);
+  ASSERT_TRUE(server.reload(kReloaded));
+  laboratory.write("mirror.pem", "no certificate");
+  ASSERT_TRUE(server.reload(kNotReloaded));
+  EXPECT_TRUE(server.has_logged("mirrors.certificate: cannot use"));
+  EXPECT_EQ(server.ping(), 0);
 }
 
 TEST_F(Serve, SaysWhatNeedsARestart) {
