@@ -129,8 +129,9 @@ asio::awaitable<void> Server::pause_after(const asio::error_code &error) {
 
 void Server::start_connection(asio::ip::tcp::socket socket) {
   const asio::any_io_executor executor = socket.get_executor();
-  auto peer = std::make_shared<Peer>(std::move(socket), terms_, store_, machine_, log_);
+  auto peer = std::make_shared<Peer>(std::move(socket), terms_, store_, machine_, metrics_, log_);
   ++num_connections_;
+  metrics_.begin_connection();
   asio::co_spawn(
       executor, [peer]() -> asio::awaitable<void> { return peer->serve(); },
       asio::bind_executor(strand_, [this](std::exception_ptr failure) { end_connection(failure); }));
@@ -138,6 +139,7 @@ void Server::start_connection(asio::ip::tcp::socket socket) {
 
 void Server::end_connection(std::exception_ptr failure) {
   --num_connections_;
+  metrics_.end_connection();
   room_.cancel();
   log_failure(log_, "a connection failed", failure);
   if (stopping_ && num_connections_ == 0) io_.stop();
@@ -166,7 +168,7 @@ void Server::await_signal(asio::signal_set &signals, const std::function<void()>
 }
 
 void Server::begin_stop() {
-  if (std::exchange(stopping_, true)) return;
+  if (stopping_.exchange(true)) return;
   asio::error_code ignored;
   acceptor_.close(ignored);
   room_.cancel();
