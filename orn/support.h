@@ -6,8 +6,8 @@
  * with functions of its own under these ten names. The rest of this header is for programs.
  *
  * Threads: every function may be called from any thread. A connection or a list belongs to one thread at a time. The
- * trace's destination is process-wide. After fork() the child may open connections of its own; it must not use or tear
- * down those of its parent.
+ * trace's destination is process-wide, and so is what connections leave for later ones. After fork() the child may open
+ * connections of its own; it must not use or tear down those of its parent.
  *
  * None of these functions prints, exits, aborts, changes signal dispositions or masks, raises SIGPIPE, or leaves
  * anything in OpenSSL's error queue. All time-outs are in seconds. */
@@ -36,7 +36,8 @@ extern "C" {
 /* The room that a kept host name has, with terminator. */
 enum { ORN_HOST_BYTES = 41 };
 
-/* Connects to host:port and does the handshake with the certificate files as they are at this moment.
+/* Connects to host:port and does the handshake with the certificate files as they are at this moment. What the files
+ * held is kept for the next connection, and used by it if they have not changed (see below).
  *
  * - phTls, phTlsAux, phTlsRead: receive the connection's three handles, one machine word each; *phTls is an OpenSSL
  *   SSL pointer. All three are 0 after a failure.
@@ -68,6 +69,28 @@ int TLSRead(void *hTls, void *hTlsRead, void *buffer, int count, int timeout, in
 /* Closes the connection without waiting for the peer and releases the three handles. Zero handles are accepted, which
  * is what a failed SetupConnection leaves. Returns 0. */
 int TLSTeardown(void *hTls, void *hTlsAux, void *hTlsRead);
+
+/* What one connection leaves for later ones of the process, in any thread:
+ *
+ * - what the certificate files held, while each is the same file of the same size, changed at the same nanosecond; the
+ *   last 16 sets of files;
+ * - TLS 1.3 session tickets, with which a later handshake needs no certificates. Each is used once, with the same
+ * files, host and port, within an hour of the full handshake that it goes back to and never beyond the validity of the
+ *   server's certificate chain, which a resumed connection shows as it was then. A ticket comes with a read, at most
+ * 128 are kept for a server, and a connection on which anything failed leaves none. A server that does not take a
+ * ticket, or fails when it sees one, gets a full handshake within the same SetupConnection, and no ticket for a minute.
+ * The key exchange is fresh each time.
+ *
+ * A child of fork() starts with nothing kept, and its parent goes on as before. No thread waits for what another does
+ * with its files or on its connection. */
+
+/* Switches the resumption of sessions off (0) and on again; it is on when a program starts. Off also drops the tickets
+ * that are kept. */
+void TLSResumption(int on);
+
+/* Drops all that is kept, which also wipes the private keys. Connections that are open go on, and what they had stays
+ * until they are torn down. */
+void TLSForgetAll(void);
 
 /* ---- Trace --------------------------------------------------------------------------------------------------------
  *

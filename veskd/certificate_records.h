@@ -26,6 +26,9 @@ PrivateKeyPtr find_private_key(StoreConnection &store, std::string_view name);
 void put_certificate(StoreConnection &store, std::string_view name, std::string_view bytes);
 void put_private_key(StoreConnection &store, std::string_view name, EVP_PKEY *key);
 
+// Seals every entry anew. What does not open stays as it is.
+void reseal_entries(Database &database, const Sealer &from, const Sealer &to);
+
 void delete_entry(StoreConnection &store, EntryKind kind, std::string_view name);
 
 // At most count names behind the one given, in order.

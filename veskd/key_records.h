@@ -85,6 +85,9 @@ void replace_key_value(StoreConnection &store, const Key &key, std::string_view 
 bool opens(const Sealer &sealer, std::string_view name, std::string_view instance,
            std::span<const std::uint8_t> sealed_value);
 
+// Seals every value anew. What does not open stays as it is.
+void reseal_key_values(Database &database, const Sealer &from, const Sealer &to);
+
 void make_deletable(StoreConnection &store, const Key &key);
 
 // Deletes the key with its instances and records who did so.

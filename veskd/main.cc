@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "veskd/commands.h"
 #include "veskd/configuration.h"
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
@@ -27,6 +28,7 @@ struct DevOptions {
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
   std::optional<std::uint16_t> watch_port;
+  bool audit = false;
   bool quiet = false;
 };
 
@@ -40,6 +42,7 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   settings.server.tls = environment.tls_files();
   settings.server.port = options.port;
   settings.server.roles = veskd::development_roles();
+  settings.server.audit_reads = options.audit;
   settings.server.machine.sensor_file = options.sensor_file;
   settings.server.machine.store_directory = environment.directory();
   settings.store = environment.store_path();
@@ -107,6 +110,7 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
   dev.add_option("--watch-port", options.watch_port, "port to watch the server at; 0: a free one; none if not given");
+  dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
 
@@ -127,13 +131,13 @@ int main(int argc, char **argv) {
   CLI::App *serve = app.add_subcommand("serve", "Serve as a configuration file says");
   add_dev_options(*dev, dev_options);
   add_serve_options(*serve, serve_options);
+  dev->callback([&] { run_dev(dev_options); });
+  serve->callback([&] { run_serve(serve_options); });
+  veskd::add_audit_command(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
-  }
-  try {
-    *dev ? run_dev(dev_options) : run_serve(serve_options);
   } catch (const veskd::ConfigurationError &error) {
     std::cerr << error.what() << std::endl;
     return EXIT_FAILURE;

@@ -41,6 +41,13 @@ class Peer : public std::enable_shared_from_this<Peer> {
   ReturnCode check(const Request &request, RequestFields &fields) const;
   asio::awaitable<Reply> run(const Handler &handler, const Request &request, const RequestFields &fields);
   asio::awaitable<Reply> run_change(const Handler &handler, const Request &request, const RequestFields &fields);
+  // Whether it stays, and the reply may go out.
+  asio::awaitable<bool> make_durable(Change &change);
+  bool is_audited(const Handler &handler) const;
+  // Makes the reply a refusal when it cannot be recorded.
+  asio::awaitable<void> record(const Handler &handler, const RequestFields &fields, Reply &reply);
+  void write_audit(StoreConnection &store, const Handler &handler, const RequestFields &fields,
+                   const Reply &reply) const;
   Call call(const Request &request, const RequestFields &fields, StoreConnection &store) const;
   Reply read(std::string_view tran_id, const std::function<Reply(StoreConnection &)> &make_reply);
   asio::awaitable<bool> send(std::string_view tran_id, Reply &reply);
@@ -53,8 +60,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   void allow(std::chrono::milliseconds time);
   void allow_any_time();
 
-  // Counts and logs it.
-  void record(const Request &request, const Reply &reply, bool sent) const;
+  void count_and_log(const Request &request, const Reply &reply, bool sent) const;
   std::string reason(const asio::error_code &error) const;
 
   const std::shared_ptr<Terms> terms_;
@@ -69,6 +75,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   std::string address_;
   std::string subject_;
   Permissions permissions_;
+  std::string fingerprint_;
 };
 
 }  // namespace veskd

@@ -87,8 +87,10 @@ void fill_with_secret_random(std::span<std::uint8_t> bytes) {
     throw std::runtime_error("no random bytes: " + openssl_error());
 }
 
-Sealer::Sealer(const MasterKey &master) : master_(master), cipher_(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr)) {
+Sealer::Sealer(std::span<const std::uint8_t, kKeyBytes> key)
+    : cipher_(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr)) {
   require_openssl(cipher_ != nullptr, "AES-256-GCM is not available");
+  std::copy(key.begin(), key.end(), key_->begin());
 }
 
 Sealer::~Sealer() {
@@ -102,7 +104,7 @@ std::vector<std::uint8_t> Sealer::seal(std::span<const std::uint8_t> value, std:
   const Context cipher(EVP_CIPHER_CTX_new());
   const bool done =
       cipher && RAND_bytes(sealed.data(), kNonceBytes) == 1 &&
-      EVP_EncryptInit_ex2(cipher.get(), cipher_, master_.bytes().data(), sealed.data(), nullptr) == 1 &&
+      EVP_EncryptInit_ex2(cipher.get(), cipher_, key_->data(), sealed.data(), nullptr) == 1 &&
       EVP_EncryptUpdate(cipher.get(), nullptr, &length, bytes_of(context), static_cast<int>(context.size())) == 1 &&
       EVP_EncryptUpdate(cipher.get(), ciphertext, &length, value.data(), static_cast<int>(value.size())) == 1 &&
       EVP_EncryptFinal_ex(cipher.get(), ciphertext + length, &length) == 1 &&
@@ -121,7 +123,7 @@ bool Sealer::unseal(std::span<const std::uint8_t> sealed, std::string_view conte
   int length = 0;
   const Context cipher(EVP_CIPHER_CTX_new());
   const bool done =
-      cipher && EVP_DecryptInit_ex2(cipher.get(), cipher_, master_.bytes().data(), sealed.data(), nullptr) == 1 &&
+      cipher && EVP_DecryptInit_ex2(cipher.get(), cipher_, key_->data(), sealed.data(), nullptr) == 1 &&
       EVP_DecryptUpdate(cipher.get(), nullptr, &length, bytes_of(context), static_cast<int>(context.size())) == 1 &&
       EVP_DecryptUpdate(cipher.get(), value.data(), &length, ciphertext, static_cast<int>(value.size())) == 1 &&
       EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_SET_TAG, kTagBytes, tag.data()) == 1 &&

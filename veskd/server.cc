@@ -35,7 +35,8 @@ void log_failure(const Log &log, std::string_view what, std::exception_ptr failu
 }  // namespace
 
 std::shared_ptr<Terms> make_terms(const ServerOptions &options) {
-  return std::make_shared<Terms>(Terms{make_tls_context(options.tls), options.limits, options.roles});
+  return std::make_shared<Terms>(
+      Terms{make_tls_context(options.tls), options.limits, options.roles, options.audit_reads});
 }
 
 Server::Server(const ServerOptions &options, Store &store, const Log &log)

@@ -48,6 +48,7 @@ struct ServerOptions {
   Machine machine;
   Limits limits;
   RoleRules roles;
+  bool audit_reads = true;  // what hands out a secret is audited; what changes one always is
 };
 
 // What connections are served under. One keeps those that it began with when others are put in their place.
@@ -55,6 +56,7 @@ struct Terms {
   asio::ssl::context tls;
   Limits limits;
   RoleRules roles;
+  bool audit_reads = true;
 };
 
 // Throws StartError when the files cannot be used.

@@ -4,6 +4,23 @@
 
 namespace veskd {
 
+namespace {
+
+std::vector<AuditEntry> last_audit_entries(Database &database) {
+  std::int64_t last = 0;
+  {
+    Query query(database, "SELECT max(number) FROM audit");
+    if (query.next()) last = query.number(0);
+  }
+  std::vector<AuditEntry> entries;
+  for_each_audit_entry(database, last - kMaxAuditEntries + 1,
+                       [&](const AuditEntry &entry) { entries.push_back(entry); });
+  std::reverse(entries.begin(), entries.end());
+  return entries;
+}
+
+}  // namespace
+
 bool all_hold(const std::vector<Check> &checks) {
   return std::all_of(checks.begin(), checks.end(), [](const Check &check) { return check.holds(); });
 }
@@ -33,6 +50,7 @@ StoreStatus status_of(StoreConnection &store) {
     status.templates.push_back({family, !find_next_key(store, family)});
   status.has_more_templates = status.templates.size() > kMaxTemplates;
   if (status.has_more_templates) status.templates.pop_back();
+  status.audit = last_audit_entries(store.database);
   return status;
 }
 

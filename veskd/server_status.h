@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "veskd/audit_records.h"
 #include "veskd/certificates.h"
 #include "veskd/mirror_records.h"
 #include "veskd/sensors.h"
@@ -57,9 +58,11 @@ struct StoreStatus {
   std::vector<MirrorStatus> mirrors;
   std::vector<TemplateStatus> templates;  // the first kMaxTemplates
   bool has_more_templates = false;
+  std::vector<AuditEntry> audit;  // the last kMaxAuditEntries, newest first
 };
 
 inline constexpr std::int64_t kMaxTemplates = 200;
+inline constexpr std::int64_t kMaxAuditEntries = 20;
 
 StoreStatus status_of(StoreConnection &store);
 

@@ -197,6 +197,26 @@ std::string templates(const ServerStatus &status) {
   return html_of(section).append(more);
 }
 
+std::string result_text(std::int64_t return_code) {
+  const ReturnCodeText *code = find_return_code(static_cast<int>(return_code));
+  return fmt::format("{:04} {}", return_code, code != nullptr ? code->name : "");
+}
+
+std::string audit(const ServerStatus &status) {
+  Section section{"Audit",
+                  "The last operations that changed or handed out keys, newest first",
+                  {"Number", "Time", "Operation", "Object", "Result", "Client", "From"},
+                  {},
+                  status.store ? "The audit has no entries." : kStoreUnreadable};
+  if (!status.store) return html_of(section);
+  for (const AuditEntry &entry : status.store->audit)
+    section.rows.push_back(number_cell(entry.number) + cell(entry.time) + name_cell(entry.event.function) +
+                           cell(entry.event.object) +
+                           state_cell(entry.event.return_code == RC_SUCCESS, result_text(entry.event.return_code)) +
+                           cell(entry.event.caller) + cell(entry.event.peer));
+  return html_of(section);
+}
+
 std::string head(const ServerStatus &status) {
   const bool is_ready = all_hold(status.checks);
   return fmt::format(
@@ -216,7 +236,7 @@ constexpr std::string_view kFoot =
 
 std::string status_page(const ServerStatus &status) {
   return head(status) + checks(status) + mirrors(status) + load(status) + templates(status) + certificates(status) +
-         readings(status) + std::string(kFoot);
+         readings(status) + audit(status) + std::string(kFoot);
 }
 
 std::string status_page_policy() {

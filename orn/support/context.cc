@@ -1,5 +1,6 @@
 #include "orn/support/context.h"
 
+#include "orn/support/connection.h"
 #include "orn/support/failure.h"
 #include "orn/support/tracing.h"
 #include "orn/support/verify.h"
@@ -9,22 +10,27 @@ namespace {
 
 constexpr int kSecurityLevel = 2;
 constexpr const char *kTls12Ciphers = "HIGH:!aNULL:!eNULL:!PSK:!SRP";
+// The cheapest first: it is the one whose share a client offers.
+constexpr const char *kGroups = "X25519:P-256:P-384:X448:P-521";
 constexpr const char *kTls13Ciphers = "TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305_SHA256:TLS_AES_128_GCM_SHA256";
 
 // Everything is stated: a new context may already carry settings of OpenSSL's configuration file.
 bool set_protocol(SSL_CTX *context) {
   SSL_CTX_clear_options(context, SSL_CTX_get_options(context));
+  // SSL_OP_NO_TICKET is about TLS 1.2, whose sessions are not resumed: they have no fresh key exchange.
   SSL_CTX_set_options(
       context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION | SSL_OP_NO_TICKET | SSL_OP_ENABLE_MIDDLEBOX_COMPAT);
   SSL_CTX_set_security_level(context, kSecurityLevel);
-  // No session of one identity, host or port is ever offered to another.
-  SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
+  // OpenSSL only tells of sessions; which of them is offered to whom is decided in Sessions.
+  SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
+  SSL_CTX_sess_set_new_cb(context, Connection::note_session);
   // The client's chain is what file 2 holds; nothing from file 1 is added to it.
   SSL_CTX_set_mode(context, SSL_MODE_NO_AUTO_CHAIN);
   SSL_CTX_set_read_ahead(context, 1);
   return SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) == 1 &&
          SSL_CTX_set_max_proto_version(context, TLS1_3_VERSION) == 1 &&
-         SSL_CTX_set_cipher_list(context, kTls12Ciphers) == 1 && SSL_CTX_set_ciphersuites(context, kTls13Ciphers) == 1;
+         SSL_CTX_set1_groups_list(context, kGroups) == 1 && SSL_CTX_set_cipher_list(context, kTls12Ciphers) == 1 &&
+         SSL_CTX_set_ciphersuites(context, kTls13Ciphers) == 1;
 }
 
 bool set_authorities(SSL_CTX *context, const std::vector<X509Ptr> &authorities) {

@@ -58,9 +58,11 @@ bool is_end_of_pem(unsigned long error) {
   return ERR_GET_LIB(error) == ERR_LIB_PEM && ERR_GET_REASON(error) == PEM_R_NO_START_LINE;
 }
 
-int read_certificates(const FileRole &role, const char *path, std::vector<X509Ptr> &certificates) {
+int read_certificates(const FileRole &role, const char *path, std::vector<X509Ptr> &certificates,
+                      FileIdentity &identity) {
   FileBytes bytes;
   if (int status = read_file(role, path, bytes)) return status;
+  identity = bytes.identity();
   BioPtr bio = bytes.new_bio();
   if (!bio) return CONN_ERR_RESOURCES;
   for (;;) {
@@ -75,9 +77,10 @@ int read_certificates(const FileRole &role, const char *path, std::vector<X509Pt
   return 0;
 }
 
-int read_key(const char *path, KeyPtr &key) {
+int read_key(const char *path, KeyPtr &key, FileIdentity &identity) {
   FileBytes bytes;
   if (int status = read_file(kKey, path, bytes)) return status;
+  identity = bytes.identity();
   BioPtr bio = bytes.new_bio();
   if (!bio) return CONN_ERR_RESOURCES;
   bool was_asked = false;
@@ -91,9 +94,10 @@ int read_key(const char *path, KeyPtr &key) {
 }  // namespace
 
 int load_credentials(const CertificateFiles &files, Credentials &credentials) {
-  if (int status = read_certificates(kAuthority, files.authority, credentials.authorities)) return status;
-  if (int status = read_certificates(kChain, files.certificates, credentials.chain)) return status;
-  if (int status = read_key(files.key, credentials.key)) return status;
+  auto &[authority, chain, key] = credentials.identities;
+  if (int status = read_certificates(kAuthority, files.authority, credentials.authorities, authority)) return status;
+  if (int status = read_certificates(kChain, files.certificates, credentials.chain, chain)) return status;
+  if (int status = read_key(files.key, credentials.key, key)) return status;
   if (X509_check_private_key(credentials.chain.front().get(), credentials.key.get()) != 1) {
     ORN_TRACE("%s and %s do not belong together: %s", files.certificates, files.key, openssl_reason().c_str());
     return CONN_ERR_KEY_MISMATCH;

@@ -2,8 +2,10 @@
 #ifndef ORN_SUPPORT_CREDENTIALS_H
 #define ORN_SUPPORT_CREDENTIALS_H
 
+#include <array>
 #include <vector>
 
+#include "orn/support/file_bytes.h"
 #include "orn/support/openssl_ptr.h"
 
 namespace orn {
@@ -18,6 +20,7 @@ struct Credentials {
   std::vector<X509Ptr> authorities;
   std::vector<X509Ptr> chain;  // the client's own certificate first
   KeyPtr key;
+  std::array<FileIdentity, 3> identities;  // of files 1, 2 and 3 as they were read
 };
 
 // Reads the files as they are now. Returns a status.

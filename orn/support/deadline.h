@@ -20,6 +20,7 @@ class Deadline {
 
   Clock::time_point time() const { return time_; }
   bool passed() const { return Clock::now() >= time_; }
+  Clock::duration left() const { return time_ - Clock::now(); }
 
   // The end of the first of num_parts equal parts of the time that is left.
   Deadline first_part(std::size_t num_parts) const {

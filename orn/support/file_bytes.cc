@@ -6,10 +6,36 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 #include "orn/support/socket.h"
 
 namespace orn {
+namespace {
+
+// By which file times advance.
+std::chrono::nanoseconds file_time_tick() {
+  timespec tick{};
+  clock_getres(CLOCK_REALTIME_COARSE, &tick);
+  return std::chrono::seconds(tick.tv_sec) + std::chrono::nanoseconds(tick.tv_nsec);
+}
+
+}  // namespace
+
+std::optional<FileIdentity> FileIdentity::of(const char *path) {
+  struct stat about {};
+  if (stat(path, &about) < 0) return std::nullopt;
+  return of(about);
+}
+
+FileIdentity FileIdentity::of(const struct stat &about) {
+  const auto modified = std::chrono::seconds(about.st_mtim.tv_sec) + std::chrono::nanoseconds(about.st_mtim.tv_nsec);
+  return {about.st_dev, about.st_ino, about.st_size, modified.count()};
+}
+
+bool FileIdentity::is_settled(std::chrono::system_clock::time_point moment) const {
+  return std::chrono::nanoseconds(moment.time_since_epoch()).count() - modified >= file_time_tick().count();
+}
 
 FileBytes::~FileBytes() {
   if (bytes_) OPENSSL_cleanse(bytes_.get(), capacity_);
@@ -24,6 +50,7 @@ int FileBytes::read(const char *path) {
   if (S_ISDIR(about.st_mode)) return EISDIR;
   if (!S_ISREG(about.st_mode)) return EINVAL;
   if (about.st_size > static_cast<off_t>(kMostBytes)) return EFBIG;
+  identity_ = FileIdentity::of(about);
   // One byte more than the file has, to see whether it grows meanwhile.
   capacity_ = static_cast<std::size_t>(about.st_size) + 1;
   bytes_ = std::make_unique<char[]>(capacity_);

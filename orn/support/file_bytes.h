@@ -2,12 +2,37 @@
 #ifndef ORN_SUPPORT_FILE_BYTES_H
 #define ORN_SUPPORT_FILE_BYTES_H
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "orn/support/openssl_ptr.h"
 
+struct stat;
+
 namespace orn {
+
+// What tells one version of a file from another.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  std::int64_t modified = 0;  // nanoseconds since 1970
+
+  // Nothing if there is no such file.
+  static std::optional<FileIdentity> of(const char *path);
+  static FileIdentity of(const struct stat &about);
+
+  // Whether a change after a moment is certain to show. The system's file times advance in ticks of some milliseconds:
+  // two changes within a tick bear the same time.
+  bool is_settled(std::chrono::system_clock::time_point moment) const;
+
+  friend bool operator==(const FileIdentity &, const FileIdentity &) = default;
+};
 
 class FileBytes {
  public:
@@ -22,6 +47,9 @@ class FileBytes {
   // Returns 0 or an errno value: EISDIR for a directory, EINVAL for what is no regular file, EFBIG for one too large.
   int read(const char *path);
 
+  // Of the file before it was read.
+  const FileIdentity &identity() const { return identity_; }
+
   // A BIO that reads the bytes, which must outlive it. Null when out of memory.
   BioPtr new_bio() const;
 
@@ -31,6 +59,7 @@ class FileBytes {
   std::unique_ptr<char[]> bytes_;
   std::size_t capacity_ = 0;
   std::size_t size_ = 0;
+  FileIdentity identity_;
 };
 
 }  // namespace orn

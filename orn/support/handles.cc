@@ -6,8 +6,7 @@
 #include <string_view>
 
 #include "orn/support/connection.h"
-#include "orn/support/context.h"
-#include "orn/support/credentials.h"
+#include "orn/support/kept_contexts.h"
 #include "orn/support/tracing.h"
 
 namespace orn {
@@ -57,12 +56,10 @@ int check_endpoint(const Endpoint &endpoint) {
 int connect(const Endpoint &endpoint, const CertificateFiles &files, int seconds,
             std::unique_ptr<Connection> &connection) {
   const Deadline deadline = Deadline::in_seconds(seconds);
-  Credentials credentials;
-  SslContextPtr context;
+  std::shared_ptr<SharedContext> context;
   if (int status = check_endpoint(endpoint)) return status;
-  if (int status = load_credentials(files, credentials)) return status;
-  if (int status = make_context(credentials, context)) return status;
-  return Connection::open(endpoint, context.get(), deadline, connection);
+  if (int status = context_for(files, context)) return status;
+  return Connection::open(endpoint, context, deadline, connection);
 }
 
 }  // namespace
@@ -118,4 +115,13 @@ int TLSTeardown(void *hTls, void *hTlsAux, void *) {
     delete (connection ? connection : orn::Connection::of(static_cast<SSL *>(hTls)));
     return 0;
   });
+}
+
+void TLSResumption(int on) {
+  orn::resumption_is_on = on != 0;
+  if (on == 0) orn::forget_sessions();
+}
+
+void TLSForgetAll(void) {
+  orn::forget_contexts();
 }

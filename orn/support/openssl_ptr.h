@@ -26,6 +26,7 @@ using BignumPtr = std::unique_ptr<BIGNUM, OpensslFree<BN_free>>;
 using GeneralNamesPtr = std::unique_ptr<GENERAL_NAMES, OpensslFree<GENERAL_NAMES_free>>;
 using KeyPtr = std::unique_ptr<EVP_PKEY, OpensslFree<EVP_PKEY_free>>;
 using SslContextPtr = std::unique_ptr<SSL_CTX, OpensslFree<SSL_CTX_free>>;
+using SslSessionPtr = std::unique_ptr<SSL_SESSION, OpensslFree<SSL_SESSION_free>>;
 using SslPtr = std::unique_ptr<SSL, OpensslFree<SSL_free>>;
 using X509Ptr = std::unique_ptr<X509, OpensslFree<X509_free>>;
 using X509StorePtr = std::unique_ptr<X509_STORE, OpensslFree<X509_STORE_free>>;

@@ -112,6 +112,12 @@ std::string Address::octets() const {
   return {reinterpret_cast<const char *>(&reinterpret_cast<const sockaddr_in6 *>(&storage)->sin6_addr), 16};
 }
 
+bool Address::is_loopback() const {
+  const std::string bytes = octets();
+  return family() == AF_INET ? bytes[0] == IN_LOOPBACKNET
+                             : std::memcmp(bytes.data(), &in6addr_loopback, bytes.size()) == 0;
+}
+
 std::string Address::text() const {
   std::array<char, NI_MAXHOST> host{};
   std::array<char, NI_MAXSERV> port{};

@@ -17,6 +17,7 @@ struct Address {
 
   const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&storage); }
   int family() const { return storage.ss_family; }
+  bool is_loopback() const;
   // The 4 or 16 bytes of the address itself, as certificates hold them.
   std::string octets() const;
   // Address and port, as a reader knows them.

@@ -5,7 +5,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <system_error>
 
@@ -15,57 +17,61 @@ namespace orn {
 namespace {
 
 // A connection attempt to a free loopback port may be given that very port as its own, and then meets itself.
-bool is_connected_to_itself(int descriptor) {
+bool is_connected_to_itself(int descriptor, const Address &address) {
+  if (!address.is_loopback()) return false;
   sockaddr_storage own{};
-  sockaddr_storage peer{};
   socklen_t own_bytes = sizeof own;
-  socklen_t peer_bytes = sizeof peer;
-  return getsockname(descriptor, reinterpret_cast<sockaddr *>(&own), &own_bytes) == 0 &&
-         getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &peer_bytes) == 0 && own_bytes == peer_bytes &&
-         std::memcmp(&own, &peer, own_bytes) == 0;
+  return getsockname(descriptor, reinterpret_cast<sockaddr *>(&own), &own_bytes) == 0 && own_bytes == address.length &&
+         std::memcmp(&own, address.get(), own_bytes) == 0;
 }
 
-// Returns 0 or an errno value.
+// Waits for a connection that is under way. Returns 0 or an errno value.
 int finish_connecting(int descriptor, Deadline deadline) {
-  switch (wait_for(descriptor, POLLOUT, deadline)) {
-    case Wait::kTimedOut:
-      return ETIMEDOUT;
-    case Wait::kFailed:
-      return errno;
-    case Wait::kReady:
-      break;
+  pollfd entry{.fd = descriptor, .events = POLLOUT, .revents = 0};
+  for (;;) {
+    int ready = poll(&entry, 1, deadline.poll_milliseconds());
+    if (ready > 0) break;
+    if (ready < 0 && errno != EINTR && errno != EAGAIN) return errno;
+    if (deadline.passed()) return ETIMEDOUT;
   }
   int error = 0;
   socklen_t error_bytes = sizeof error;
   if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &error_bytes) < 0) return errno;
-  if (error == 0 && is_connected_to_itself(descriptor)) return ECONNREFUSED;
   return error;
 }
 
 // Returns 0 or an errno value.
-int connect_to_one(const Address &address, Deadline deadline, Descriptor &connected) {
-  Descriptor made(socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
-  if (!made) return errno;
+int connect_to_one(const Address &address, Deadline deadline, Socket &made) {
+  if (deadline.passed()) return ETIMEDOUT;
+  made.descriptor = Descriptor(socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
+  if (!made.descriptor) return errno;
+  const int number = made.descriptor.number();
   // A request is one small write whose answer is waited for.
   const int on = 1;
-  if (setsockopt(made.number(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) < 0) return errno;
-  // An interrupted connect() goes on by itself, like one in progress.
-  if (connect(made.number(), address.get(), address.length) < 0 && errno != EINPROGRESS && errno != EINTR) return errno;
-  if (int error = finish_connecting(made.number(), deadline)) return error;
-  connected = std::move(made);
-  return 0;
+  if (setsockopt(number, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) < 0) return errno;
+  if (!made.sending.limit(number, deadline.left())) return errno;
+  // Interrupted, or at the end of its slice of time, it goes on by itself.
+  if (connect(number, address.get(), address.length) < 0) {
+    if (errno != EINPROGRESS && errno != EINTR && errno != EAGAIN) return errno;
+    if (int error = finish_connecting(number, deadline)) return error;
+  }
+  return is_connected_to_itself(number, address) ? ECONNREFUSED : 0;
 }
 
 }  // namespace
 
-Wait wait_for(int descriptor, short events, Deadline deadline) {
-  pollfd entry{.fd = descriptor, .events = events, .revents = 0};
-  for (;;) {
-    int ready = poll(&entry, 1, deadline.poll_milliseconds());
-    if (ready > 0) return Wait::kReady;
-    if (ready < 0 && errno != EINTR && errno != EAGAIN) return Wait::kFailed;
-    if (deadline.passed()) return Wait::kTimedOut;
-  }
+bool SliceOfTime::limit(int descriptor, Deadline::Clock::duration left) {
+  using namespace std::chrono;
+  // Long enough to be rare, short enough for a deadline that comes nearer than the one it was set for.
+  constexpr Deadline::Clock::duration kSlice = seconds(1);
+  const auto slice = std::clamp<Deadline::Clock::duration>(left, microseconds(1), kSlice);
+  if (slice >= set_) return true;
+  const auto whole = ceil<microseconds>(slice);
+  const timeval value = {.tv_sec = static_cast<time_t>(whole.count() / 1'000'000),
+                         .tv_usec = static_cast<suseconds_t>(whole.count() % 1'000'000)};
+  if (setsockopt(descriptor, SOL_SOCKET, option_, &value, sizeof value) < 0) return false;
+  set_ = slice;
+  return true;
 }
 
 int status_of_errno(int error) {
@@ -96,11 +102,15 @@ int status_of_errno(int error) {
   }
 }
 
-int connect_to(const std::vector<Address> &addresses, Deadline deadline, Descriptor &connected) {
+int connect_to(const std::vector<Address> &addresses, Deadline deadline, std::unique_ptr<Socket> &connected) {
   int status = CONN_ERR_UNREACHABLE;
   for (std::size_t i = 0; i < addresses.size(); ++i) {
-    int error = connect_to_one(addresses[i], deadline.first_part(addresses.size() - i), connected);
-    if (error == 0) return 0;
+    auto made = std::make_unique<Socket>();
+    int error = connect_to_one(addresses[i], deadline.first_part(addresses.size() - i), *made);
+    if (error == 0) {
+      connected = std::move(made);
+      return 0;
+    }
     ORN_TRACE("connecting to %s failed: %s", addresses[i].text().c_str(),
               std::generic_category().message(error).c_str());
     // A host without IPv6 cannot reach the IPv6 addresses of a name: what the other addresses said counts more.

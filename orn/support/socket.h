@@ -2,8 +2,10 @@
 #ifndef ORN_SUPPORT_SOCKET_H
 #define ORN_SUPPORT_SOCKET_H
 
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -33,17 +35,35 @@ class Descriptor {
   int number_ = -1;
 };
 
-enum class Wait { kReady, kTimedOut, kFailed };
+// The socket's own time-out of a blocking call. Setting it costs a system call, so a wait is cut into slices that are
+// begun again until the deadline, and only a slice at the very end needs another setting.
+class SliceOfTime {
+ public:
+  // option: SO_RCVTIMEO or SO_SNDTIMEO.
+  explicit SliceOfTime(int option) : option_(option) {}
 
-// Waits until the descriptor has one of poll()'s events, through interruptions. kFailed leaves errno.
-Wait wait_for(int descriptor, short events, Deadline deadline);
+  // Lets no wait of the descriptor last longer than left. False leaves errno.
+  bool limit(int descriptor, Deadline::Clock::duration left);
+
+ private:
+  const int option_;
+  Deadline::Clock::duration set_ = Deadline::Clock::duration::max();
+};
+
+// A connected TCP socket, which blocks.
+struct Socket {
+  Descriptor descriptor;
+  SliceOfTime receiving{SO_RCVTIMEO};
+  SliceOfTime sending{SO_SNDTIMEO};
+};
 
 // The status of a failed system call on a connection or on the way to one.
 int status_of_errno(int error);
 
 // Connects to the first of the addresses that accepts. Each gets an equal share of the time that is left to it and to
-// those behind it, so that one which swallows packets leaves time for the others. Returns a status.
-int connect_to(const std::vector<Address> &addresses, Deadline deadline, Descriptor &connected);
+// those behind it, so that one which swallows packets leaves time for the others. Returns a status; what was connected
+// is null if it is not 0.
+int connect_to(const std::vector<Address> &addresses, Deadline deadline, std::unique_ptr<Socket> &connected);
 
 }  // namespace orn
 

@@ -4,6 +4,7 @@
 #include <openssl/rand.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -52,7 +53,7 @@ Identity issue(const CertificateSpec &spec, const Identity *issuer) {
   X509_set_version(certificate, X509_VERSION_3);
   set_serial(certificate);
   X509_time_adj_ex(X509_getm_notBefore(certificate), spec.first_day, 0, nullptr);
-  X509_time_adj_ex(X509_getm_notAfter(certificate), spec.last_day, 0, nullptr);
+  X509_time_adj_ex(X509_getm_notAfter(certificate), spec.last_day, spec.last_second, nullptr);
   X509_set_pubkey(certificate, made.key.get());
   X509_NAME_add_entry_by_NID(X509_get_subject_name(certificate), NID_commonName, MBSTRING_UTF8,
                              reinterpret_cast<const unsigned char *>(spec.common_name.data()),
@@ -105,6 +106,12 @@ TemporaryFolder::~TemporaryFolder() {
 std::string TemporaryFolder::write(const std::string &name, const std::string &contents) const {
   std::ofstream(folder_ / name, std::ios::binary) << contents;
   return path(name);
+}
+
+std::string TemporaryFolder::write_old(const std::string &name, const std::string &contents) const {
+  std::string path = write(name, contents);
+  std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) - std::chrono::hours(1));
+  return path;
 }
 
 std::string contents_of(const std::string &path) {

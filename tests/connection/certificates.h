@@ -23,7 +23,8 @@ struct CertificateSpec {
   std::string basic_constraints = "critical, CA:FALSE";
   int first_day = -1;  // from today
   int last_day = 30;
-  int rsa_bits = 0;  // 0: an EC key on P-256
+  long last_second = 0;  // of the last day, from now
+  int rsa_bits = 0;      // 0: an EC key on P-256
 };
 
 orn::KeyPtr make_key(int rsa_bits = 0);
@@ -47,6 +48,8 @@ class TemporaryFolder {
 
   std::string path(const std::string &name) const { return (folder_ / name).string(); }
   std::string write(const std::string &name, const std::string &contents) const;
+  // The same, and the file is as old as one that nobody touches: one that was just written is read at every call.
+  std::string write_old(const std::string &name, const std::string &contents) const;
 
  private:
   std::filesystem::path folder_;

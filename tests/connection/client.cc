@@ -41,9 +41,9 @@ void Client::tear_down() {
 }
 
 World::World()
-    : authority_file(folder.write("authority.pem", pem_of(authority.certificate.get()))),
-      chain_file(folder.write("client.pem", pem_of(client.certificate.get()))),
-      key_file(folder.write("key.pem", pem_of(client.key.get()))) {}
+    : authority_file(folder.write_old("authority.pem", pem_of(authority.certificate.get()))),
+      chain_file(folder.write_old("client.pem", pem_of(client.certificate.get()))),
+      key_file(folder.write_old("key.pem", pem_of(client.key.get()))) {}
 
 int World::status_against(const Identity &shown, std::vector<const Identity *> intermediates,
                           const std::string &host) const {

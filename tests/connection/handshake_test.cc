@@ -144,15 +144,6 @@ TEST(Handshake, TheNewestVersionIsPreferred) {
   EXPECT_STREQ("TLSv1.3", SSL_get_version(static_cast<SSL *>(client.tls())));
 }
 
-TEST(Handshake, NoSessionIsEverReused) {
-  TlsServer server(echo(settings_of(TLS1_2_VERSION)));
-  for (int i = 0; i < 3; ++i) {
-    Client client;
-    ASSERT_STATUS(0, world().connect(client, server));
-    EXPECT_EQ(0, SSL_session_reused(static_cast<SSL *>(client.tls())));
-  }
-}
-
 TEST(Handshake, AnotherAddressIsTriedWhenOneRefuses) {
   // The name has an IPv6 and an IPv4 address here or the IPv4 one alone; the server has only the latter.
   TlsServer server(echo(world().settings()));

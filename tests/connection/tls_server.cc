@@ -14,24 +14,6 @@
 namespace tests {
 namespace {
 
-orn::SslContextPtr make_context(const TlsSettings &settings) {
-  orn::SslContextPtr context(SSL_CTX_new(TLS_server_method()));
-  SSL_CTX_set_security_level(context.get(), settings.security_level);
-  if (settings.security_level == 0) SSL_CTX_set_cipher_list(context.get(), "ALL:@SECLEVEL=0");
-  SSL_CTX_set_min_proto_version(context.get(), settings.min_version);
-  SSL_CTX_set_max_proto_version(context.get(), settings.max_version);
-  SSL_CTX_use_certificate(context.get(), settings.identity->certificate.get());
-  SSL_CTX_use_PrivateKey(context.get(), settings.identity->key.get());
-  for (const Identity *intermediate : settings.intermediates) {
-    SSL_CTX_add1_chain_cert(context.get(), intermediate->certificate.get());
-  }
-  if (settings.client_authority) {
-    X509_STORE_add_cert(SSL_CTX_get_cert_store(context.get()), settings.client_authority->certificate.get());
-    SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
-  }
-  return context;
-}
-
 // Signals are for the client's thread. OpenSSL's own writing would raise SIGPIPE when the client has gone.
 void block_signals() {
   sigset_t all;
@@ -59,8 +41,26 @@ int listen_on(const char *address, std::string &port) {
 
 }  // namespace
 
+orn::SslContextPtr make_server_context(const TlsSettings &settings) {
+  orn::SslContextPtr context(SSL_CTX_new(TLS_server_method()));
+  SSL_CTX_set_security_level(context.get(), settings.security_level);
+  if (settings.security_level == 0) SSL_CTX_set_cipher_list(context.get(), "ALL:@SECLEVEL=0");
+  SSL_CTX_set_min_proto_version(context.get(), settings.min_version);
+  SSL_CTX_set_max_proto_version(context.get(), settings.max_version);
+  SSL_CTX_use_certificate(context.get(), settings.identity->certificate.get());
+  SSL_CTX_use_PrivateKey(context.get(), settings.identity->key.get());
+  for (const Identity *intermediate : settings.intermediates) {
+    SSL_CTX_add1_chain_cert(context.get(), intermediate->certificate.get());
+  }
+  if (settings.client_authority) {
+    X509_STORE_add_cert(SSL_CTX_get_cert_store(context.get()), settings.client_authority->certificate.get());
+    SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+  }
+  return context;
+}
+
 orn::SslPtr make_server_ssl(const TlsSettings &settings) {
-  return orn::SslPtr(SSL_new(make_context(settings).get()));
+  return orn::SslPtr(SSL_new(make_server_context(settings).get()));
 }
 
 Line::~Line() {
@@ -68,7 +68,11 @@ Line::~Line() {
 }
 
 bool Line::accept_tls(const TlsSettings &settings) {
-  ssl_ = make_server_ssl(settings);
+  return accept_tls(make_server_context(settings).get());
+}
+
+bool Line::accept_tls(SSL_CTX *context) {
+  ssl_.reset(SSL_new(context));
   SSL_set_fd(ssl_.get(), descriptor_);
   return SSL_accept(ssl_.get()) == 1;
 }
@@ -160,9 +164,12 @@ void TlsServer::handle(int descriptor) {
 
 Script echo(const TlsSettings &settings) {
   return [settings](Line &line) {
-    if (!line.accept_tls(settings)) return;
-    for (std::string bytes = line.read_some(); !bytes.empty(); bytes = line.read_some()) line.write(bytes);
+    if (line.accept_tls(settings)) echo(line);
   };
+}
+
+void echo(Line &line) {
+  for (std::string bytes = line.read_some(); !bytes.empty(); bytes = line.read_some()) line.write(bytes);
 }
 
 }  // namespace tests

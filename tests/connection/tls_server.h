@@ -24,6 +24,8 @@ struct TlsSettings {
   int security_level = 0;
 };
 
+// Servers resume sessions that were begun with the same context.
+orn::SslContextPtr make_server_context(const TlsSettings &settings);
 orn::SslPtr make_server_ssl(const TlsSettings &settings);
 
 // One client's line, in clear until accept_tls().
@@ -38,6 +40,7 @@ class Line {
   SSL *ssl() const { return ssl_.get(); }
 
   bool accept_tls(const TlsSettings &settings);
+  bool accept_tls(SSL_CTX *context);
   // At most count bytes as they come; empty at the end.
   std::string read_some(std::size_t count = 65536);
   void write(std::string_view bytes);
@@ -86,6 +89,7 @@ class TlsServer {
 
 // Echoes what it reads until the client goes.
 Script echo(const TlsSettings &settings);
+void echo(Line &line);
 
 }  // namespace tests
 

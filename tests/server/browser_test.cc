@@ -60,7 +60,7 @@ TEST(StatusPage, IsWhatTheBrowserShows) {
   ASSERT_TRUE(browse(url, home)) << content_of(home / "log");
   const std::string page = content_of(home / "page");
   EXPECT_THAT(page, AllOf(HasSubstr("<title>Key server: ready</title>"), HasSubstr("</html>")));
-  for (const char *section : {"Readiness", "Mirrors", "Queues", "Key templates", "Certificates", "Appliance"})
+  for (const char *section : {"Readiness", "Mirrors", "Queues", "Key templates", "Certificates", "Appliance", "Audit"})
     EXPECT_THAT(page, HasSubstr(fmt::format("<h2>{}</h2>", section)));
   EXPECT_THAT(page, AllOf(HasSubstr("<th scope=\"row\">&lt;script&gt;east</th><td>192.0.2.1 port 5696</td>"),
                           HasSubstr("<progress max=\"4\" value=\"1\">1 of 4</progress> 25 %"),

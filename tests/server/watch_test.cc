@@ -255,6 +255,18 @@ TEST_F(Watching, RefusesAPortThatIsTaken) {
       HasSubstr(fmt::format("cannot listen on 127.0.0.1 port {} for those who watch: Address", watch.port())));
 }
 
+TEST_F(Watching, ThePageShowsTheLastEntriesOfTheAudit) {
+  for (int i = 10; i <= 30; ++i)
+    ASSERT_EQ(qCreateSymKey(server.paths(), server.host(), server.port(), fmt::format("K{}", i).c_str(), 'N'), 0);
+  ASSERT_EQ(qCreateSymKey(server.paths(), server.host(), server.port(), "K30", 'N'), RC_KEY_EXISTS);
+  const std::string page = get("/");
+  EXPECT_THAT(page, ContainsRegex("<td class=\"number\">22</td><td>[0-9T]+</td><th scope=\"row\">CreateSymKey</th>"
+                                  "<td>K30</td><td class=\"bad\">0202 RC_KEY_EXISTS</td>"
+                                  "<td>CN=veskd development client,O=veskd dev</td><td>127.0.0.1:[0-9]+</td>"));
+  EXPECT_THAT(page, HasSubstr("<td>K12</td><td class=\"good\">0000 RC_SUCCESS</td>"));
+  EXPECT_THAT(page, Not(HasSubstr("<td>K11</td>")));
+}
+
 TEST_F(Watching, ThePageMayUseNothingButItsOwnStyle) {
   const std::string page = get("/");
   EXPECT_THAT(page, StartsWith("HTTP/1.1 200 "));
@@ -282,13 +294,16 @@ TEST(StatusPage, EscapesEveryTextThatComesFromOutside) {
   mirror.name = mirror.host = mirror.status = mirror.data_hash_status = kHostile;
   Template family{};
   family.constant = kHostile;
-  status.store = StoreStatus{{{mirror, 1}}, {{family, false}}};
+  AuditEntry entry;
+  AuditEvent &event = entry.event;
+  entry.time = event.caller = event.peer = event.function = event.object = kHostile;
+  status.store = StoreStatus{{{mirror, 1}}, {{family, false}}, false, {entry}};
   status.readings = {{kHostile, kHostile, 1, 0, 2}};
   const std::string page = status_page(status);
   EXPECT_THAT(page, Not(HasSubstr("<script")));
   std::size_t times = 0;
   for (std::size_t at = page.find(kHarmless); at != std::string::npos; at = page.find(kHarmless, at + 1)) ++times;
-  EXPECT_EQ(times, 13u);
+  EXPECT_EQ(times, 18u);
 }
 
 TEST(StatusPage, TellsHowFullTemplatesAre) {
@@ -299,7 +314,7 @@ TEST(StatusPage, TellsHowFullTemplatesAre) {
   half.next_increment = 100;
   Template full = half;
   full.constant = "FULL";
-  status.store = StoreStatus{{}, {{half, false}, {full, true}}, true};
+  status.store = StoreStatus{{}, {{half, false}, {full, true}}, true, {}};
   const std::string page = status_page(status);
   EXPECT_THAT(page, HasSubstr("<progress max=\"200\" value=\"100\">100 of 200</progress> 50 %"));
   EXPECT_THAT(page, HasSubstr("<progress max=\"200\" value=\"200\">200 of 200</progress> full"));

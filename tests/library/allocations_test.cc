@@ -1,0 +1,119 @@
+// What the exchange of each call takes from the heap, over a connection layer that takes nothing: nothing.
+//
+// The program's own malloc() and its kin stand in front of the C library's and count.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <string_view>
+
+#include "orn/support.h"
+#include "tests/library/calls.h"
+
+extern "C" {
+void *__libc_malloc(std::size_t bytes);
+void *__libc_calloc(std::size_t count, std::size_t bytes);
+void *__libc_realloc(void *memory, std::size_t bytes);
+}
+
+namespace {
+
+bool is_counting = false;
+int num_allocations = 0;
+std::string_view unread;  // of the reply
+int handle = 0;
+
+void count() {
+  if (is_counting) ++num_allocations;
+}
+
+}  // namespace
+
+extern "C" {
+void *malloc(std::size_t bytes) {
+  count();
+  return __libc_malloc(bytes);
+}
+void *calloc(std::size_t count_of, std::size_t bytes) {
+  count();
+  return __libc_calloc(count_of, bytes);
+}
+void *realloc(void *memory, std::size_t bytes) {
+  count();
+  return __libc_realloc(memory, bytes);
+}
+}
+
+struct LinkedList {
+  std::size_t element_size;
+};
+
+int SetupConnection(void **phTls, void **phTlsAux, void **phTlsRead, const char *, const char *, int, const char *,
+                    const char *, const char *, int) {
+  *phTls = *phTlsAux = *phTlsRead = &handle;
+  is_counting = true;
+  return 0;
+}
+
+int TLSWrite(void *, const void *, int) {
+  return 0;
+}
+
+int TLSRead(void *, void *, void *buffer, int wanted, int, int *bytesRead) {
+  const std::size_t arrived = std::min(unread.size(), static_cast<std::size_t>(wanted));
+  std::memcpy(buffer, unread.data(), arrived);
+  unread.remove_prefix(arrived);
+  *bytesRead = static_cast<int>(arrived);
+  return *bytesRead == wanted ? 0 : CONN_ERR_CLOSED;
+}
+
+int TLSTeardown(void *, void *, void *) {
+  is_counting = false;
+  return 0;
+}
+
+void TraceT(int, const char *, int, const char *, ...) {}
+void DumpBuffer(int, const char *, int, const void *, int, const char *) {}
+void X509_get_info(X509 *, CertificateInfo *) {}
+char *CertificateInfo_to_string(const CertificateInfo *) {
+  return nullptr;
+}
+int ll_append(LinkedList *, const void *) {
+  return 0;
+}
+size_t ll_get_element_size(const LinkedList *list) {
+  return list->element_size;
+}
+
+namespace {
+
+// The element that is handed to a caller's list is as large as the list says; a file that is read or written has a
+// buffer.
+int num_for_list_or_file(std::string_view function) {
+  static const std::set<std::string_view> kWithListOrFile = {
+      "GetTemplateList",  "RetrieveMetadata",  "DisplayKeyNameList", "ListMirrorNames",   "ImportCertificate",
+      "ImportPrivateKey", "ExportCertificate", "GetCertificateList", "GetPrivateKeyList", "ValidateDB"};
+  return kWithListOrFile.contains(function) ? 1 : 0;
+}
+
+class Allocations : public testing::TestWithParam<CallCase> {};
+
+INSTANTIATE_TEST_SUITE_P(Calls, Allocations, testing::ValuesIn(all_calls()),
+                         [](const auto &info) { return std::string(info.param.function); });
+
+TEST_P(Allocations, AreNotMadeByTheExchange) {
+  const CallCase &call = GetParam();
+  const std::string body = call.tran_id + "0000";
+  std::string reply = "00500" + body + std::string(500 - body.size(), ' ');
+  unread = reply;
+  num_allocations = 0;
+  CertificatePaths paths = {};
+  call.call(paths);
+  EXPECT_LE(num_allocations, num_for_list_or_file(call.function));
+  EXPECT_LT(unread.size(), reply.size());
+}
+
+}  // namespace

@@ -1,0 +1,12 @@
+// The commands of veskd beside those that serve: each adds itself, and does its work while the command line is parsed.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace veskd {
+
+void add_audit_command(CLI::App &app);
+
+}  // namespace veskd
