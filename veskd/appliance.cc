@@ -11,11 +11,11 @@
 #include <sstream>
 
 #include "orn/vesk/wire/codec.h"
+#include "veskd/appliance.h"
 #include "veskd/handlers.h"
 #include "veskd/key_records.h"
 #include "veskd/mirror_records.h"
 #include "veskd/paged_list.h"
-#include "veskd/sensors.h"
 
 namespace veskd {
 
@@ -31,10 +31,10 @@ std::optional<std::vector<Reading>> read_sensor_file(const std::filesystem::path
   return parse_readings(content.str());
 }
 
-// What the server knows of itself: that it reads its store, which the call has just proved, and how its mirrors are. A
-// mirror that is away is no fault of this machine: its limit is the number of mirrors.
-void add_server(const Call &call, std::vector<Reading> &readings) {
-  Query query(call.store.database, "SELECT count(*), count(*) FILTER (WHERE status IN ('D', 'R')) FROM mirrors");
+// What the server knows of itself: that it reads its store, which this proves, and how its mirrors are. A mirror that
+// is away is no fault of this machine: its limit is the number of mirrors.
+void add_server(StoreConnection &store, std::vector<Reading> &readings) {
+  Query query(store.database, "SELECT count(*), count(*) FILTER (WHERE status IN ('D', 'R')) FROM mirrors");
   query.next();
   readings.push_back({"app", "store_readable", 1.0, 1, 1});
   readings.push_back(
@@ -101,11 +101,16 @@ std::optional<std::string> validation_entry(const Sealer &sealer, const Query &r
 
 }  // namespace
 
+std::optional<std::vector<Reading>> read_appliance(const Machine &machine, StoreConnection &store) {
+  if (!machine.sensor_file.empty()) return read_sensor_file(machine.sensor_file);
+  std::vector<Reading> readings = read_machine(machine);
+  add_server(store, readings);
+  return readings;
+}
+
 Reply get_system_status(const Call &call) {
-  const bool from_file = !call.machine.sensor_file.empty();
-  auto readings = from_file ? read_sensor_file(call.machine.sensor_file) : read_machine(call.machine);
+  const auto readings = read_appliance(call.machine, call.store);
   if (!readings) return refusal(kGetSystemStatus.tran_id, RC_SENSORS_UNREADABLE);
-  if (!from_file) add_server(call, *readings);
   return status_page(status_of(*readings), 0, std::clamp<std::size_t>(call.max_page_bytes, 1, kMaxListCount));
 }
 

@@ -1,5 +1,6 @@
 #include "veskd/certificates.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <openssl/bio.h>
 #include <openssl/bn.h>
@@ -139,20 +140,39 @@ WipedText private_key_pem(EVP_PKEY *key) {
   return WipedText(content_of(bio.get()));
 }
 
+CertificatePtr read_certificate(const std::filesystem::path &path) {
+  const std::string text = read_file(path);
+  const BioPtr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+  CertificatePtr certificate(PEM_read_bio_X509(bio.get(), nullptr, no_passphrase, nullptr));
+  require_openssl(certificate != nullptr, fmt::format("{} holds no PEM certificate", path.string()));
+  return certificate;
+}
+
 Identity read_identity(const std::filesystem::path &certificate, const std::filesystem::path &key) {
   require_private(key);
-  const std::string certificate_text = read_file(certificate);
   const WipedText key_text(read_file(key));
-  const BioPtr certificate_bio(BIO_new_mem_buf(certificate_text.data(), static_cast<int>(certificate_text.size())));
   const BioPtr key_bio(BIO_new_mem_buf(key_text.text().data(), static_cast<int>(key_text.text().size())));
-  Identity identity{CertificatePtr(PEM_read_bio_X509(certificate_bio.get(), nullptr, no_passphrase, nullptr)),
+  Identity identity{read_certificate(certificate),
                     PrivateKeyPtr(PEM_read_bio_PrivateKey(key_bio.get(), nullptr, no_passphrase, nullptr))};
-  require_openssl(identity.certificate != nullptr, fmt::format("{} holds no PEM certificate", certificate.string()));
   require_openssl(identity.key != nullptr, fmt::format("{} holds no PEM private key", key.string()));
   if (X509_check_private_key(identity.certificate.get(), identity.key.get()) != 1)
     throw StartError(fmt::format("the key {} does not belong to the certificate {}: remove both, and new ones are made",
                                  key.string(), certificate.string()));
   return identity;
+}
+
+std::string end_of(X509 *certificate) {
+  std::tm time{};
+  if (ASN1_TIME_to_tm(X509_get0_notAfter(certificate), &time) != 1) return {};
+  return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", time);
+}
+
+double days_left(X509 *certificate) {
+  constexpr double kSecondsPerDay = 86400;
+  int days = 0;
+  int seconds = 0;
+  ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notAfter(certificate));
+  return days + seconds / kSecondsPerDay;
 }
 
 bool is_valid_now(X509 *certificate) {

@@ -46,6 +46,13 @@ std::string certificate_pem(X509 *certificate);
 WipedText private_key_pem(EVP_PKEY *key);
 Identity read_identity(const std::filesystem::path &certificate, const std::filesystem::path &key);
 
+// The first certificate of a file.
+CertificatePtr read_certificate(const std::filesystem::path &path);
+
+// The end of its validity: as a time, and from now on, below zero when it has passed.
+std::string end_of(X509 *certificate);
+double days_left(X509 *certificate);
+
 // Whether the certificate is valid now, and whether the authority issued it.
 bool is_valid_now(X509 *certificate);
 bool is_issued_by(X509 *certificate, X509 *authority);

@@ -62,6 +62,26 @@ void read_mirrors(Section section, const fs::path &authority, std::optional<TlsF
   section.end();
 }
 
+// Only a configuration that says so in as many words shows the server's state to the network.
+void read_watch(Section section, std::optional<WatchOptions> &watch) {
+  if (!section.is_there()) return;
+  WatchOptions &options = watch.emplace();
+  bool beyond_loopback = false;
+  section.flag("beyond_loopback", beyond_loopback);
+  section.text("address", options.address);
+  section.check("address", [&] {
+    require_address(options.address);
+    if (!beyond_loopback && !is_loopback(options.address))
+      throw StartError(
+          fmt::format("'{}' is no loopback address: set beyond_loopback to let others watch without "
+                      "encryption and without saying who they are",
+                      options.address));
+  });
+  section.require("port");
+  section.number("port", options.port, 0, kMaxPort);
+  section.end();
+}
+
 // A path names an SQLite database.
 void read_store(Section section, ServiceSettings &settings) {
   for (const char *key : {"location", "master_key"}) section.require(key);
@@ -146,6 +166,7 @@ ServiceSettings read_configuration(const fs::path &file) {
   read_store(root.section("store"), settings);
   read_limits(root.section("limits"), settings.server.limits);
   read_log(root.section("log"), settings.log);
+  read_watch(root.section("watch"), settings.watch);
   for (Section &section : root.sections("roles")) read_role(std::move(section), settings.server.roles);
   root.end();
   configuration.throw_mistakes();

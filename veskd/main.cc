@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,7 @@ struct DevOptions {
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  std::optional<std::uint16_t> watch_port;
   bool audit = false;
   bool no_tickets = false;
   bool quiet = false;
@@ -49,24 +51,31 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   settings.store = environment.store_path();
   settings.master_key = environment.master_key_path();
   settings.mirror_tls = environment.mirror_tls_files();
+  if (options.watch_port) settings.watch.emplace().port = *options.watch_port;
   settings.ready_file = environment.ready_file_path();
   settings.log.level = options.quiet ? veskd::LogLevel::kWarning : veskd::LogLevel::kInfo;
   return settings;
 }
 
-void say_what_is_served(const veskd::ServiceSettings &settings, std::uint16_t port) {
+void say_what_is_served(const veskd::ServiceSettings &settings, const veskd::Ports &ports) {
   std::cout << fmt::format("veskd serves the keys of {} on {} port {}\n",
-                           settings.server.machine.store_directory.string(), settings.server.address, port)
+                           settings.server.machine.store_directory.string(), settings.server.address, ports.keys)
             << std::flush;
+}
+
+void say_where_to_watch(const veskd::ServiceSettings &settings, const veskd::Ports &ports) {
+  if (ports.watch)
+    std::cout << veskd::watch_url(settings.watch->address, *ports.watch) << " shows how it is" << std::endl;
 }
 
 void run_dev(const DevOptions &options) {
   veskd::Log log(options.quiet);
   const veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
   const veskd::ServiceSettings settings = settings_of(options, environment);
-  const auto announce = [&](std::uint16_t port) {
-    say_what_is_served(settings, port);
-    std::cout << environment.next_command(settings.server.address, port) << std::endl;
+  const auto announce = [&](const veskd::Ports &ports) {
+    say_what_is_served(settings, ports);
+    std::cout << environment.next_command(settings.server.address, ports.keys) << std::endl;
+    say_where_to_watch(settings, ports);
   };
   run_service(settings, environment.master_key(), log, announce, [&] { return settings; });
 }
@@ -81,8 +90,11 @@ void run_serve(const ServeOptions &options) {
   veskd::Log log(settings.log);
   const veskd::Descriptor lock = veskd::lock_file(settings.server.machine.store_directory / "veskd.lock");
   const auto master = veskd::open_master_key({settings.store, settings.master_key});
-  run_service(
-      settings, *master, log, [&](std::uint16_t port) { say_what_is_served(settings, port); }, read_settings);
+  const auto announce = [&](const veskd::Ports &ports) {
+    say_what_is_served(settings, ports);
+    say_where_to_watch(settings, ports);
+  };
+  run_service(settings, *master, log, announce, read_settings);
 }
 
 // Empty when the text can stand in a certificate; CLI11 shows what else is returned.
@@ -100,6 +112,7 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_option("--watch-port", options.watch_port, "port to watch the server at; 0: a free one; none if not given");
   dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--no-tickets", options.no_tickets, "issue no TLS session tickets: every handshake is a full one");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");

@@ -96,13 +96,14 @@ struct Peer::Request {
 };
 
 Peer::Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &store, const Machine &machine,
-           const Log &log)
+           Metrics &metrics, const Log &log)
     : terms_(std::move(terms)),
       limits_(terms_->limits),
       stream_(std::move(socket), terms_->tls),
       watchdog_(stream_.get_executor()),
       store_(store),
       machine_(machine),
+      metrics_(metrics),
       log_(log),
       address_(name_of(stream_.next_layer())) {}
 
@@ -117,7 +118,7 @@ asio::awaitable<void> Peer::serve() {
       allow_any_time();
       Reply reply = co_await answer(request);
       const bool sent = co_await send(request.tran_id, reply);
-      log_request(request, reply, sent);
+      count_and_log(request, reply, sent);
     }
     allow(limits_.closing);
     co_await end_tls();
@@ -165,10 +166,12 @@ asio::awaitable<bool> Peer::do_handshake() {
   send_at_once(stream_.next_layer());
   co_await stream_.async_handshake(asio::ssl::stream_base::server, asio::redirect_error(asio::use_awaitable, error));
   if (error) {
+    metrics_.count_handshake(Handshake::kFailed);
     log_.info(fmt::format("{} no handshake: {}", address_, reason(error)));
     co_return false;
   }
   acknowledge_at_once(stream_.next_layer());
+  metrics_.count_handshake(SSL_session_reused(stream_.native_handle()) == 1 ? Handshake::kResumed : Handshake::kFull);
   const CertificatePtr certificate(SSL_get1_peer_certificate(stream_.native_handle()));
   if (!certificate) co_return false;
   subject_ = subject_of(certificate.get());
@@ -405,9 +408,10 @@ void Peer::allow_any_time() {
   watchdog_.expires_at(asio::steady_timer::time_point::max());
 }
 
-void Peer::log_request(const Request &request, const Reply &reply, bool sent) const {
+void Peer::count_and_log(const Request &request, const Reply &reply, bool sent) const {
   const auto duration = std::chrono::steady_clock::now() - request.start;
   const char *function = request.transaction != nullptr ? request.transaction->function : "-";
+  metrics_.count_operation(function, reply.code, duration);
   const ReturnCodeText *code = find_return_code(reply.code);
   const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
   log_.write(is_denial(reply.code) ? LogLevel::kWarning : LogLevel::kInfo,

@@ -13,6 +13,7 @@
 
 #include "veskd/handlers.h"
 #include "veskd/log.h"
+#include "veskd/metrics.h"
 #include "veskd/roles.h"
 #include "veskd/sensors.h"
 #include "veskd/server.h"
@@ -24,7 +25,7 @@ namespace veskd {
 class Peer : public std::enable_shared_from_this<Peer> {
  public:
   Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &store, const Machine &machine,
-       const Log &log);
+       Metrics &metrics, const Log &log);
 
   // The whole of the connection. Never throws for what the peer does.
   asio::awaitable<void> serve();
@@ -74,7 +75,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   void allow(std::chrono::milliseconds time);
   void allow_any_time();
 
-  void log_request(const Request &request, const Reply &reply, bool sent) const;
+  void count_and_log(const Request &request, const Reply &reply, bool sent) const;
   std::string reason(const asio::error_code &error) const;
 
   const std::shared_ptr<Terms> terms_;
@@ -86,6 +87,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   bool timed_out_ = false;
   Store &store_;
   const Machine &machine_;
+  Metrics &metrics_;
   const Log &log_;
   std::string address_;
   std::string subject_;

@@ -26,9 +26,10 @@ ReadyFile::~ReadyFile() {
   remove_if_there(path_);
 }
 
-void ReadyFile::write(const std::string &host, std::uint16_t port, const std::filesystem::path &directory) const {
+void ReadyFile::write(const std::string &host, const Ports &ports, const std::filesystem::path &directory) const {
   if (path_.empty()) return;
-  const nlohmann::json ready = {{"host", host}, {"port", port}, {"pid", ::getpid()}, {"directory", directory.string()}};
+  nlohmann::json ready = {{"host", host}, {"port", ports.keys}, {"pid", ::getpid()}, {"directory", directory.string()}};
+  if (ports.watch) ready["watch_port"] = *ports.watch;
   replace_file(path_, ready.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n", kPublicMode);
 }
 

@@ -3,9 +3,15 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace veskd {
+
+struct Ports {
+  std::uint16_t keys;
+  std::optional<std::uint16_t> watch;  // if the server can be watched
+};
 
 class ReadyFile {
  public:
@@ -15,7 +21,7 @@ class ReadyFile {
   ReadyFile(const ReadyFile &) = delete;
   ReadyFile &operator=(const ReadyFile &) = delete;
 
-  void write(const std::string &host, std::uint16_t port, const std::filesystem::path &directory) const;
+  void write(const std::string &host, const Ports &ports, const std::filesystem::path &directory) const;
 
  private:
   const std::filesystem::path path_;

@@ -16,7 +16,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::array kKinds = {"app", "disk", "core", "voltage", "battery", "fan", "temperature"};
-constexpr double kNoLimit = 1e9;
 constexpr double kMinFreePercent = 5;
 constexpr double kMinChargePercent = 20;
 constexpr double kMaxTemperature = 90;  // where the machine names no limit of its own

@@ -16,6 +16,9 @@
 
 namespace veskd {
 
+// In place of a lowest (below zero) or highest value where there is none.
+inline constexpr double kNoLimit = 1e9;
+
 struct Reading {
   std::string kind;
   std::string name;

@@ -147,8 +147,9 @@ asio::awaitable<void> Server::pause_after(const asio::error_code &error) {
 
 void Server::start_connection(asio::ip::tcp::socket socket) {
   const asio::any_io_executor executor = socket.get_executor();
-  const auto peer = std::make_shared<Peer>(std::move(socket), terms_, store_, machine_, log_);
+  const auto peer = std::make_shared<Peer>(std::move(socket), terms_, store_, machine_, metrics_, log_);
   const auto place = peers_.insert(peers_.end(), peer);
+  metrics_.begin_connection();
   asio::co_spawn(
       executor, [peer]() -> asio::awaitable<void> { return peer->serve(); },
       asio::bind_executor(strand_, [this, place](std::exception_ptr failure) { end_connection(place, failure); }));
@@ -156,6 +157,7 @@ void Server::start_connection(asio::ip::tcp::socket socket) {
 
 void Server::end_connection(Peers::iterator peer, std::exception_ptr failure) {
   peers_.erase(peer);
+  metrics_.end_connection();
   room_.cancel();
   log_failure(log_, "a connection failed", failure);
   if (stopping_ && peers_.empty()) io_.stop();
@@ -184,7 +186,7 @@ void Server::await_signal(asio::signal_set &signals, const std::function<void()>
 }
 
 void Server::begin_stop() {
-  if (std::exchange(stopping_, true)) return;
+  if (stopping_.exchange(true)) return;
   asio::error_code ignored;
   acceptor_.close(ignored);
   room_.cancel();

@@ -9,6 +9,7 @@
 #include <asio/ssl/context.hpp>
 #include <asio/steady_timer.hpp>
 #include <asio/strand.hpp>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -19,6 +20,7 @@
 #include <string>
 
 #include "veskd/log.h"
+#include "veskd/metrics.h"
 #include "veskd/roles.h"
 #include "veskd/sensors.h"
 #include "veskd/store.h"
@@ -75,6 +77,10 @@ class Server {
 
   std::uint16_t port() const { return port_; }
 
+  // Not any more once it was told to stop. From any thread.
+  bool is_accepting() const { return !stopping_; }
+  const Metrics &metrics() const { return metrics_; }
+
   // Serves until told to stop. Call it once.
   void run();
 
@@ -111,11 +117,12 @@ class Server {
   asio::steady_timer stop_timer_;
   std::list<asio::signal_set> signals_;
   std::shared_ptr<Terms> terms_;
-  Peers peers_;  // the oldest first
-  bool stopping_ = false;
+  Peers peers_;                         // the oldest first
+  std::atomic<bool> stopping_ = false;  // read on any thread
 
   Store &store_;
   const Log &log_;
+  Metrics metrics_;
   const Machine machine_;
   const std::size_t num_threads_;
   std::uint16_t port_ = 0;

@@ -9,9 +9,12 @@
 #include <csignal>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string_view>
+#include <utility>
+#include <vector>
 
-#include "veskd/ready_file.h"
+#include "veskd/certificates.h"
 #include "veskd/replicator.h"
 #include "veskd/store.h"
 
@@ -44,6 +47,16 @@ void allow_connections(std::size_t max_connections, const Log &log) {
                             max_connections, wanted, limit.rlim_cur));
 }
 
+std::vector<NamedCertificate> certificates_of(const ServiceSettings &settings) {
+  std::vector<NamedCertificate> certificates;
+  const TlsFiles &files = settings.server.tls;
+  certificates.push_back({"server", true, read_certificate(files.certificate_chain)});
+  certificates.push_back({"client authority", true, read_certificate(files.authority)});
+  if (settings.mirror_tls)
+    certificates.push_back({"mirror", false, read_certificate(settings.mirror_tls->certificate_chain)});
+  return certificates;
+}
+
 class Service {
  public:
   Service(const ServiceSettings &settings, const MasterKey &master, Log &log, const ReadSettings &read_settings)
@@ -54,14 +67,18 @@ class Service {
         store_(settings.store, master, log),
         server_(settings.server, store_, log) {
     if (settings.mirror_tls) replicator_ = std::make_unique<Replicator>(*settings.mirror_tls, store_, log);
+    if (settings.watch)
+      watch_ =
+          std::make_unique<Watch>(*settings.watch, settings.server, server_, store_, certificates_of(settings), log);
     server_.on_signals({SIGINT, SIGTERM}, [this] { stop(); });
     server_.on_signals({SIGHUP}, [this] { reload(); });
     prepare(settings.server);
   }
 
   void run(const Announce &announce) {
-    ready_file_.write(settings_.server.address, server_.port(), settings_.server.machine.store_directory);
-    announce(server_.port());
+    const Ports ports{server_.port(), watch_ ? std::optional(watch_->port()) : std::nullopt};
+    ready_file_.write(settings_.server.address, ports, settings_.server.machine.store_directory);
+    announce(ports);
     notify("READY=1");
     server_.run();
     log_.info("stopped");
@@ -87,8 +104,10 @@ class Service {
   // What can fail comes first, so that all is used or nothing.
   void use(const ServiceSettings &settings) {
     std::shared_ptr<Terms> terms = make_terms(settings.server);
+    std::vector<NamedCertificate> certificates = certificates_of(settings);
     if (replicator_ && settings.mirror_tls) replicator_->use(*settings.mirror_tls);
     server_.use(std::move(terms));
+    if (watch_) watch_->use(std::move(certificates));
     log_.use(settings.log);
     prepare(settings.server);
     tell_what_needs_a_restart(settings);
@@ -109,6 +128,7 @@ class Service {
     tell(settings.store != settings_.store, "the store");
     tell(settings.master_key != settings_.master_key, "the master key");
     tell(settings.mirror_tls.has_value() != settings_.mirror_tls.has_value(), "whether there is a mirror certificate");
+    tell(settings.watch != settings_.watch, "the address to watch at");
     tell(settings.ready_file != settings_.ready_file, "the ready file");
     tell(now.machine.sensor_file != before.machine.sensor_file, "the sensor file");
     tell(now.limits.num_threads != before.limits.num_threads, "the number of threads");
@@ -121,6 +141,7 @@ class Service {
   Store store_;
   Server server_;
   std::unique_ptr<Replicator> replicator_;
+  std::unique_ptr<Watch> watch_;
 };
 
 }  // namespace

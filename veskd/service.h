@@ -1,15 +1,16 @@
 // A server as a process: what it serves, for whom, and how it answers signals and the service manager.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
 
 #include "veskd/log.h"
+#include "veskd/ready_file.h"
 #include "veskd/sealing.h"
 #include "veskd/server.h"
 #include "veskd/tls.h"
+#include "veskd/watch.h"
 
 namespace veskd {
 
@@ -18,12 +19,13 @@ struct ServiceSettings {
   std::filesystem::path store;
   std::filesystem::path master_key;
   std::optional<TlsFiles> mirror_tls;  // none: changes wait for mirrors, and none is sent
+  std::optional<WatchOptions> watch;   // none: nobody can watch the server
   std::filesystem::path ready_file;    // none when empty
   LogOptions log;
 };
 
-// Called once the server listens, with its port.
-using Announce = std::function<void(std::uint16_t port)>;
+// Called once the server listens, with its ports.
+using Announce = std::function<void(const Ports &ports)>;
 
 // The settings as they are now; throws StartError.
 using ReadSettings = std::function<ServiceSettings()>;

@@ -143,6 +143,11 @@ void Store::on_commit(std::function<void()> listener) {
   listener_ = std::move(listener);
 }
 
+Store::Load Store::load() {
+  const std::lock_guard lock(mutex_);
+  return {waiting_.size(), num_lists_};
+}
+
 void Store::wait_until_idle() {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [this] { return waiting_.empty() && !writing_; });

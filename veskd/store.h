@@ -57,6 +57,13 @@ class Store {
   // no call is under way.
   void on_commit(std::function<void()> listener);
 
+  // How many changes wait for the writer, and how many lists are being told.
+  struct Load {
+    std::size_t num_waiting_changes;
+    std::size_t num_lists;
+  };
+  Load load();
+
   // Returns when no change is waiting or under way.
   void wait_until_idle();
 

@@ -13,13 +13,32 @@ std::string increment_text(std::int64_t increment) {
   return fmt::format("{:06X}", increment);
 }
 
+namespace {
+
+// Of a query for id, constant, num_generated, next_increment, first_unserved and removed_date.
+Template template_in(const Query &query) {
+  return {query.number(0), query.text(1), query.number(2), query.number(3), query.number(4), !query.is_null(5)};
+}
+
+}  // namespace
+
 std::optional<Template> find_template(StoreConnection &store, std::string_view constant) {
   Query query(store.database,
               "SELECT id, constant, num_generated, next_increment, first_unserved, removed_date FROM templates "
               "WHERE constant = ?1",
               constant);
   if (!query.next()) return std::nullopt;
-  return Template{query.number(0), query.text(1), query.number(2), query.number(3), query.number(4), !query.is_null(5)};
+  return template_in(query);
+}
+
+std::vector<Template> list_templates(StoreConnection &store, std::int64_t max_count) {
+  Query query(store.database,
+              "SELECT id, constant, num_generated, next_increment, first_unserved, removed_date FROM templates "
+              "WHERE removed_date IS NULL ORDER BY constant LIMIT ?1",
+              max_count);
+  std::vector<Template> templates;
+  while (query.next()) templates.push_back(template_in(query));
+  return templates;
 }
 
 Template create_template(StoreConnection &store, std::string_view constant) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "veskd/key_records.h"
 #include "veskd/store.h"
@@ -31,6 +32,10 @@ std::string increment_text(std::int64_t increment);
 
 // Removed templates too.
 std::optional<Template> find_template(StoreConnection &store, std::string_view constant);
+
+// The first of those that were not removed, in the order of their constants.
+std::vector<Template> list_templates(StoreConnection &store, std::int64_t max_count);
+
 Template create_template(StoreConnection &store, std::string_view constant);
 
 // Whether one of the names that the template's next count keys would have is, or was, another key's.

@@ -69,6 +69,7 @@ TEST_F(Configuration, TheExampleShowsTheDefaults) {
   EXPECT_EQ(read().server.tickets.rotate, TicketOptions().rotate);
   EXPECT_EQ(read().log.form, LogOptions().form);
   EXPECT_EQ(read().log.level, LogOptions().level);
+  EXPECT_EQ(read().watch->address, WatchOptions().address);
 }
 
 TEST_F(Configuration, WhatIsNotGivenHasItsDefault) {
@@ -78,6 +79,17 @@ TEST_F(Configuration, WhatIsNotGivenHasItsDefault) {
   EXPECT_FALSE(settings.mirror_tls);
   EXPECT_EQ(settings.store, laboratory / "store.db");
   EXPECT_EQ(settings.server.machine.store_directory, laboratory.path());
+}
+
+TEST_F(Configuration, OnlyWhoSaysSoIsWatchedFromElsewhere) {
+  EXPECT_FALSE(read().watch);
+  EXPECT_EQ(said_of("[watch]\n"), line(11) + "watch.port: is missing");
+  EXPECT_THAT(said_of("[watch]\nport = 1\naddress = '0.0.0.0'\n"),
+              HasSubstr(":13: watch.address: '0.0.0.0' is no loopback address: set beyond_loopback"));
+  laboratory.configure("[watch]\nport = 1\naddress = '::1'\n");
+  EXPECT_EQ(read().watch, (WatchOptions{"::1", 1}));
+  laboratory.configure("[watch]\nport = 1\naddress = '0.0.0.0'\nbeyond_loopback = true\n");
+  EXPECT_EQ(read().watch, (WatchOptions{"0.0.0.0", 1}));
 }
 
 TEST_F(Configuration, DurationsHaveUnits) {

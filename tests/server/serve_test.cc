@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -160,11 +161,23 @@ TEST_F(Serve, ReadsItsMirrorCertificateAgain) {
   EXPECT_EQ(server.ping(), 0);
 }
 
+TEST_F(Serve, TellsWhereToWatchIt) {
+  laboratory.configure("[watch]\nport = 0\n");
+  Program program({"serve", "--config", laboratory.file().string()});
+  program.read_line();
+  const std::string where = program.read_line();
+  std::ifstream ready(laboratory / "ready.json");
+  const int port = nlohmann::json::parse(ready).at("watch_port");
+  EXPECT_EQ(where, "http://127.0.0.1:" + std::to_string(port) + "/ shows how it is");
+}
+
 TEST_F(Serve, SaysWhatNeedsARestart) {
   ConfiguredServer server(laboratory);
   laboratory.configure(
-      "[limits]\nthreads = 3\n[mirrors]\ncertificate = 'mirror.pem'\nprivate_key = 'mirror-key.pem'\n");
+      "[watch]\nport = 0\n[limits]\nthreads = 3\n[mirrors]\ncertificate = 'mirror.pem'\nprivate_key = "
+      "'mirror-key.pem'\n");
   ASSERT_TRUE(server.reload(kReloaded));
+  EXPECT_TRUE(server.has_logged("the address to watch at is another now: restart"));
   EXPECT_TRUE(server.has_logged("the number of threads is another now: restart"));
   EXPECT_TRUE(server.has_logged("whether there is a mirror certificate is another now: restart"));
   EXPECT_EQ(server.ping(), 0);

@@ -62,8 +62,9 @@ TestServer::TestServer(const Limits &limits, const Machine &machine, bool audit_
 
 TestServer::TestServer(const ServerOptions &options)
     : environment_(directory_.path(), {}, log_),
+      options_(with_files(options, environment_)),
       store_(environment_.store_path(), environment_.master_key(), log_),
-      server_(with_files(options, environment_), store_, log_),
+      server_(options_, store_, log_),
       paths_(client_paths(directory_.path())),
       thread_([this] { server_.run(); }) {}
 

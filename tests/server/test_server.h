@@ -52,7 +52,10 @@ class TestServer {
   std::uint16_t port() const { return server_.port(); }
   const std::filesystem::path &directory() const { return directory_.path(); }
   const CertificatePaths *paths() const { return &paths_; }
+  const ServerOptions &options() const { return options_; }
+  const Server &server() const { return server_; }
   Store &store() { return store_; }
+  std::filesystem::path store_path() const { return environment_.store_path(); }
 
   // Tells the server to stop and waits until it has.
   void stop();
@@ -66,6 +69,7 @@ class TestServer {
   TemporaryDirectory directory_;
   Log log_{true};
   DevEnvironment environment_;
+  const ServerOptions options_;
   Store store_;
   Server server_;
   CertificatePaths paths_;
