@@ -25,6 +25,7 @@ struct DevOptions {
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  std::filesystem::path faults;
   bool quiet = false;
 };
 
@@ -39,6 +40,7 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   settings.server.port = options.port;
   settings.server.roles = veskd::development_roles();
   settings.server.machine.sensor_file = options.sensor_file;
+  settings.server.faults = {options.faults, environment.authority_key_path()};
   settings.server.machine.store_directory = environment.directory();
   settings.store = environment.store_path();
   settings.master_key = environment.master_key_path();
@@ -58,6 +60,7 @@ void run_dev(const DevOptions &options) {
   veskd::Log log(options.quiet);
   const veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
   const veskd::ServiceSettings settings = settings_of(options, environment);
+  if (!options.faults.empty()) log.warning(options.faults.string() + " says what this server does wrong on purpose");
   const auto announce = [&](std::uint16_t port) {
     say_what_is_served(settings, port);
     std::cout << environment.next_command(settings.server.address, port) << std::endl;
@@ -94,6 +97,7 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_option("--faults", options.faults, "file that says what the server does wrong on purpose, to test clients");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
 

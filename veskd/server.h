@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <initializer_list>
 #include <list>
@@ -26,6 +27,9 @@
 
 namespace veskd {
 
+class Faults;
+class FaultyTls;
+
 // How long a peer may take for each stage of its connection, and how much of the server it may use.
 struct Limits {
   std::chrono::milliseconds handshake{10000};
@@ -39,6 +43,12 @@ struct Limits {
   std::size_t num_threads = 0;               // 0: as many as the machine has processors, but two at least
 };
 
+// What the server does wrong on purpose, and the key of its authority for certificates that are.
+struct FaultFiles {
+  std::filesystem::path faults;  // none when empty
+  std::filesystem::path authority_key;
+};
+
 struct ServerOptions {
   TlsFiles tls;
   std::string address = "127.0.0.1";
@@ -46,6 +56,7 @@ struct ServerOptions {
   Machine machine;
   Limits limits;
   RoleRules roles;
+  FaultFiles faults;
 };
 
 // What connections are served under. One keeps those that it began with when others are put in their place.
@@ -53,6 +64,8 @@ struct Terms {
   asio::ssl::context tls;
   Limits limits;
   RoleRules roles;
+  std::shared_ptr<Faults> faults = nullptr;  // null for a server that behaves
+  std::shared_ptr<FaultyTls> faulty_tls = nullptr;
 };
 
 // Throws StartError when the files cannot be used.
