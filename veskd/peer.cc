@@ -314,10 +314,12 @@ asio::awaitable<bool> Peer::write_wrongly(Reply &reply) {
   const std::string_view bytes =
       std::string_view(reply.bytes.text()).substr(0, ends ? fault_->bytes - num_written_ : std::string::npos);
   const std::size_t piece = fault_->deviation == Deviation::kDribble ? 1 : bytes.size();
-  for (std::size_t at = 0; at < bytes.size(); at += piece) {
+  std::size_t at = 0;
+  do {
     if (at != 0) co_await pause(fault_->time);
     if (!co_await write(bytes.substr(at, piece))) co_return false;
-  }
+    at += piece;
+  } while (at < bytes.size());
   num_written_ += bytes.size();
   co_return !ends || num_written_ < fault_->bytes;
 }

@@ -36,7 +36,7 @@ void log_failure(const Log &log, std::string_view what, std::exception_ptr failu
 }
 
 void add_faults(Terms &terms, const ServerOptions &options) {
-  terms.faults = std::make_shared<Faults>(options.faults.faults);
+  terms.faults = std::make_shared<Faults>(options.faults.script);
   terms.faulty_tls = std::make_shared<FaultyTls>(terms.tls.native_handle(), *terms.faults,
                                                  read_identity(options.tls.authority, options.faults.authority_key));
 }
@@ -45,7 +45,7 @@ void add_faults(Terms &terms, const ServerOptions &options) {
 
 std::shared_ptr<Terms> make_terms(const ServerOptions &options) {
   auto terms = std::make_shared<Terms>(Terms{make_tls_context(options.tls), options.limits, options.roles});
-  if (!options.faults.faults.empty()) add_faults(*terms, options);
+  if (!options.faults.script.empty()) add_faults(*terms, options);
   return terms;
 }
 

@@ -45,7 +45,7 @@ struct Limits {
 
 // What the server does wrong on purpose, and the key of its authority for certificates that are.
 struct FaultFiles {
-  std::filesystem::path faults;  // none when empty
+  std::filesystem::path script;  // none when empty
   std::filesystem::path authority_key;
 };
 
