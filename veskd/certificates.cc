@@ -127,6 +127,15 @@ Identity make_leaf(const Identity &authority, const LeafRequest &request, Days v
   return leaf;
 }
 
+CertificatePtr make_expired(X509 *certificate, const Identity &authority) {
+  CertificatePtr expired(X509_dup(certificate));
+  require_openssl(expired && X509_time_adj_ex(X509_getm_notBefore(expired.get()), -2, 0, nullptr) != nullptr &&
+                      X509_time_adj_ex(X509_getm_notAfter(expired.get()), -1, 0, nullptr) != nullptr,
+                  kFailed);
+  sign(expired.get(), authority.certificate.get(), authority.key.get());
+  return expired;
+}
+
 std::string certificate_pem(X509 *certificate) {
   const BioPtr bio(BIO_new(BIO_s_mem()));
   require_openssl(bio && PEM_write_bio_X509(bio.get(), certificate) == 1, kFailed);

@@ -41,6 +41,9 @@ using Days = std::chrono::duration<int, std::ratio<86400>>;
 Identity make_authority(const std::string &common_name, Days validity);
 Identity make_leaf(const Identity &authority, const LeafRequest &request, Days validity);
 
+// The same certificate, but that it was valid for a day and expired a day ago.
+CertificatePtr make_expired(X509 *certificate, const Identity &authority);
+
 // PEM texts and back. Reading throws StartError that names the file.
 std::string certificate_pem(X509 *certificate);
 WipedText private_key_pem(EVP_PKEY *key);

@@ -100,6 +100,14 @@ bool Section::read_number(std::string_view key, std::int64_t &value, std::int64_
   return false;
 }
 
+void Section::fraction(std::string_view key, double &value) {
+  const toml::node *node = find(key);
+  if (node == nullptr) return;
+  const std::optional<double> number = node->is_number() ? node->value<double>() : std::nullopt;
+  if (!number || !(*number >= 0 && *number <= 1)) return mistake(key, "must be a number from 0 to 1");
+  value = *number;
+}
+
 void Section::duration(std::string_view key, milliseconds &value, milliseconds least, milliseconds greatest) {
   const toml::node *node = find(key);
   if (node == nullptr) return;

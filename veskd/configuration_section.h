@@ -40,6 +40,8 @@ class Section {
     std::int64_t read = 0;
     if (read_number(key, read, least, greatest)) value = static_cast<Number>(read);
   }
+  // From 0 to 1.
+  void fraction(std::string_view key, double &value);
   // A number and its unit: ms, s, m, h or d.
   void duration(std::string_view key, std::chrono::milliseconds &value, std::chrono::milliseconds least,
                 std::chrono::milliseconds greatest);

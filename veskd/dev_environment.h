@@ -28,6 +28,7 @@ class DevEnvironment {
   std::filesystem::path master_key_path() const { return store_files_in(directory_).master_key; }
   std::filesystem::path store_path() const { return store_files_in(directory_).store; }
   std::filesystem::path ready_file_path() const { return directory_ / "ready.json"; }
+  std::filesystem::path authority_key_path() const { return directory_ / "authority-key.pem"; }
   TlsFiles tls_files() const;
   TlsFiles mirror_tls_files() const;  // that this server shows to its mirrors
 

@@ -31,6 +31,7 @@ struct DevOptions {
   std::optional<std::uint16_t> watch_port;
   bool audit = false;
   bool no_tickets = false;
+  std::filesystem::path faults;
   bool quiet = false;
 };
 
@@ -47,6 +48,7 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   settings.server.roles = veskd::development_roles();
   settings.server.audit_reads = options.audit;
   settings.server.machine.sensor_file = options.sensor_file;
+  settings.server.faults = {options.faults, environment.authority_key_path()};
   settings.server.machine.store_directory = environment.directory();
   settings.store = environment.store_path();
   settings.master_key = environment.master_key_path();
@@ -72,6 +74,7 @@ void run_dev(const DevOptions &options) {
   veskd::Log log(options.quiet);
   const veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
   const veskd::ServiceSettings settings = settings_of(options, environment);
+  if (!options.faults.empty()) log.warning(options.faults.string() + " says what this server does wrong on purpose");
   const auto announce = [&](const veskd::Ports &ports) {
     say_what_is_served(settings, ports);
     std::cout << environment.next_command(settings.server.address, ports.keys) << std::endl;
@@ -115,6 +118,7 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--watch-port", options.watch_port, "port to watch the server at; 0: a free one; none if not given");
   dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--no-tickets", options.no_tickets, "issue no TLS session tickets: every handshake is a full one");
+  dev.add_option("--faults", options.faults, "file that says what the server does wrong on purpose, to test clients");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
 

@@ -19,6 +19,8 @@
 
 #include "veskd/audit_records.h"
 #include "veskd/certificates.h"
+#include "veskd/faults.h"
+#include "veskd/faulty_tls.h"
 #include "veskd/fields.h"
 
 namespace veskd {
@@ -116,12 +118,17 @@ asio::awaitable<void> Peer::serve() {
     if (request.arrived) {
       stage_ = Stage::kWorking;
       allow_any_time();
+      if (terms_->faults) choose_fault(request.tran_id);
       Reply reply = co_await answer(request);
       const bool sent = co_await send(request.tran_id, reply);
       count_and_log(request, reply, sent);
     }
     allow(limits_.closing);
-    co_await end_tls();
+    if (fault_ != nullptr && fault_->ends_connection()) {
+      end_wrongly();
+    } else {
+      co_await end_tls();
+    }
   }
   allow(limits_.closing);
   co_await close();
@@ -165,6 +172,7 @@ asio::awaitable<bool> Peer::do_handshake() {
   asio::error_code error;
   send_at_once(stream_.next_layer());
   co_await stream_.async_handshake(asio::ssl::stream_base::server, asio::redirect_error(asio::use_awaitable, error));
+  if (terms_->faults) log_fault(FaultyTls::played_on(stream_.native_handle()), "handshake");
   if (error) {
     metrics_.count_handshake(Handshake::kFailed);
     log_.info(fmt::format("{} no handshake: {}", address_, reason(error)));
@@ -263,6 +271,7 @@ asio::awaitable<Reply> Peer::answer(const Request &request) {
 // Every operation passes here before anything is done for it: it is allowed with RC_SUCCESS, or refused.
 ReturnCode Peer::check(const Request &request, RequestFields &fields) const {
   if (request.refused != RC_SUCCESS) return request.refused;
+  if (fault_ != nullptr && fault_->return_code != RC_SUCCESS) return fault_->return_code;
   if (!find_handler(request.tran_id)->parse(request.text.text(), fields)) return RC_MALFORMED_REQUEST;
   return is_within(request.scope, fields) ? RC_SUCCESS : RC_NAME_FORBIDDEN;
 }
@@ -357,7 +366,13 @@ asio::awaitable<bool> Peer::send(std::string_view tran_id, Reply &reply) {
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_of_list - Clock::now());
     allow(std::min(limits_.reply, left));
-    if (!co_await write(reply.bytes.text())) co_return false;
+    bool written = false;
+    if (fault_ == nullptr) {
+      written = co_await write(reply.bytes.text());
+    } else {
+      written = co_await write_wrongly(reply);
+    }
+    if (!written) co_return false;
     if (!reply.next_page) co_return true;
     if (reply.bytes.text().empty()) co_await let_others_run();
     const auto next_page = std::move(reply.next_page);
@@ -369,11 +384,55 @@ asio::awaitable<void> Peer::let_others_run() {
   co_await asio::post(stream_.get_executor(), asio::use_awaitable);
 }
 
-asio::awaitable<bool> Peer::write(const std::string &bytes) {
+asio::awaitable<bool> Peer::write(std::string_view bytes) {
   if (bytes.empty()) co_return stream_.next_layer().is_open();
   asio::error_code error;
   co_await asio::async_write(stream_, asio::buffer(bytes), asio::redirect_error(asio::use_awaitable, error));
   co_return !error;
+}
+
+void Peer::choose_fault(std::string_view tran_id) {
+  fault_ = terms_->faults->next_request(tran_id);
+  log_fault(fault_, tran_id);
+}
+
+// False where the fault ends the connection.
+asio::awaitable<bool> Peer::write_wrongly(Reply &reply) {
+  distort(*fault_, reply);
+  if (fault_->deviation == Deviation::kDelay && num_written_ == 0) co_await pause(fault_->time);
+  const bool ends = fault_->ends_connection();
+  const std::string_view bytes =
+      std::string_view(reply.bytes.text()).substr(0, ends ? fault_->bytes - num_written_ : std::string::npos);
+  const std::size_t piece = fault_->deviation == Deviation::kDribble ? 1 : bytes.size();
+  std::size_t at = 0;
+  do {
+    if (at != 0) co_await pause(fault_->time);
+    if (!co_await write(bytes.substr(at, piece))) co_return false;
+    at += piece;
+  } while (at < bytes.size());
+  num_written_ += bytes.size();
+  co_return !ends || num_written_ < fault_->bytes;
+}
+
+// Not of the time that the peer has.
+asio::awaitable<void> Peer::pause(std::chrono::milliseconds time) {
+  allow_any_time();
+  asio::error_code ignored;
+  asio::steady_timer timer(stream_.get_executor(), time);
+  co_await timer.async_wait(asio::redirect_error(asio::use_awaitable, ignored));
+  allow(limits_.reply);
+}
+
+// Without TLS's own end. Closed with nothing left to send, a connection is reset.
+void Peer::end_wrongly() {
+  if (fault_->deviation != Deviation::kReset) return;
+  asio::error_code ignored;
+  stream_.next_layer().set_option(asio::socket_base::linger(true, 0), ignored);
+  stream_.next_layer().close(ignored);
+}
+
+void Peer::log_fault(const Fault *fault, std::string_view of) const {
+  if (fault != nullptr) log_.warning(fmt::format("{} {} {}", address_, of, fault->name));
 }
 
 asio::awaitable<void> Peer::end_tls() {

@@ -21,6 +21,8 @@
 
 namespace veskd {
 
+struct Fault;
+
 // Runs on the strand of its socket. What it refers to must outlive it.
 class Peer : public std::enable_shared_from_this<Peer> {
  public:
@@ -66,10 +68,17 @@ class Peer : public std::enable_shared_from_this<Peer> {
   Call call(const Request &request, const RequestFields &fields, StoreConnection &store) const;
   Reply read(std::string_view tran_id, const std::function<Reply(StoreConnection &)> &make_reply);
   asio::awaitable<bool> send(std::string_view tran_id, Reply &reply);
-  asio::awaitable<bool> write(const std::string &bytes);
+  asio::awaitable<bool> write(std::string_view bytes);
   asio::awaitable<void> let_others_run();
   asio::awaitable<void> end_tls();
   asio::awaitable<void> close();
+
+  // What is done wrong on purpose.
+  void choose_fault(std::string_view tran_id);
+  asio::awaitable<bool> write_wrongly(Reply &reply);
+  asio::awaitable<void> pause(std::chrono::milliseconds time);
+  void end_wrongly();
+  void log_fault(const Fault *fault, std::string_view of) const;
 
   // From now on the peer has this long; then its socket is closed, which ends whatever waits for it.
   void allow(std::chrono::milliseconds time);
@@ -93,6 +102,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
   std::string subject_;
   Permissions permissions_;
   std::string fingerprint_;
+  const Fault *fault_ = nullptr;  // of the reply; null for nothing
+  std::size_t num_written_ = 0;   // bytes of the reply, if it has a fault
 };
 
 }  // namespace veskd

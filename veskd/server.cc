@@ -13,7 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include "veskd/certificates.h"
 #include "veskd/errors.h"
+#include "veskd/faults.h"
+#include "veskd/faulty_tls.h"
 #include "veskd/peer.h"
 
 namespace veskd {
@@ -35,11 +38,19 @@ void log_failure(const Log &log, std::string_view what, std::exception_ptr failu
   }
 }
 
+void add_faults(Terms &terms, const ServerOptions &options) {
+  terms.faults = std::make_shared<Faults>(options.faults.script);
+  terms.faulty_tls = std::make_shared<FaultyTls>(terms.tls.native_handle(), *terms.faults,
+                                                 read_identity(options.tls.authority, options.faults.authority_key));
+}
+
 }  // namespace
 
 std::shared_ptr<Terms> make_terms(const ServerOptions &options) {
-  return std::make_shared<Terms>(
+  auto terms = std::make_shared<Terms>(
       Terms{make_tls_context(options.tls, options.tickets), options.limits, options.roles, options.audit_reads});
+  if (!options.faults.script.empty()) add_faults(*terms, options);
+  return terms;
 }
 
 Server::Server(const ServerOptions &options, Store &store, const Log &log)

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <initializer_list>
 #include <list>
@@ -27,6 +28,9 @@
 #include "veskd/tls.h"
 
 namespace veskd {
+
+class Faults;
+class FaultyTls;
 
 // How long a peer may take for each stage of its connection, and how much of the server it may use.
 struct Limits {
@@ -45,6 +49,12 @@ struct Limits {
   std::size_t num_threads = 0;               // 0: as many as the machine has processors, but two at least
 };
 
+// What the server does wrong on purpose, and the key of its authority for certificates that are.
+struct FaultFiles {
+  std::filesystem::path script;  // none when empty
+  std::filesystem::path authority_key;
+};
+
 struct ServerOptions {
   TlsFiles tls;
   TicketOptions tickets;
@@ -54,6 +64,7 @@ struct ServerOptions {
   Limits limits;
   RoleRules roles;
   bool audit_reads = true;  // what hands out a secret is audited; what changes one always is
+  FaultFiles faults;
 };
 
 // What connections are served under. One keeps those that it began with when others are put in their place.
@@ -62,6 +73,8 @@ struct Terms {
   Limits limits;
   RoleRules roles;
   bool audit_reads = true;
+  std::shared_ptr<Faults> faults = nullptr;  // null for a server that behaves
+  std::shared_ptr<FaultyTls> faulty_tls = nullptr;
 };
 
 // Throws StartError when the files cannot be used.

@@ -1,15 +1,20 @@
-// A server that is killed while many clients draw keys: no increment is served twice, and no key that was handed out is
-// lost.
+// A server that is killed while many clients draw and create keys: no increment is served twice, and no key that was
+// handed out, or whose creation was acknowledged, is lost.
+#include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <atomic>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "orn/support.h"
 #include "orn/vesk.h"
 #include "tests/server/program.h"
 #include "tests/server/test_server.h"
@@ -17,17 +22,21 @@
 namespace veskd::test {
 namespace {
 
+using testing::Contains;
+
 constexpr const char *kConstant = "CONSTANT_000015";
+constexpr const char *kCreated = "CREATED_";
 constexpr std::uint32_t kNumKeys = 20000;
 constexpr std::size_t kNumClients = 64;
-constexpr std::size_t kKillAfter = 300;  // keys received
+constexpr std::size_t kNumCreators = 16;
+constexpr std::size_t kKillAfter = 300;  // keys received or created
 
 struct DrawnKey {
   std::string name;
   std::string value;
 };
 
-// The keys that all clients received, by increment.
+// The keys that all clients received, by increment, and the names of those that they created.
 class Ledger {
  public:
   // False when the increment was drawn before.
@@ -35,15 +44,22 @@ class Ledger {
     const std::lock_guard lock(mutex_);
     return keys_.emplace(increment, std::move(key)).second;
   }
+  void add_created(std::string name) {
+    const std::lock_guard lock(mutex_);
+    created_.push_back(std::move(name));
+  }
   std::size_t size() const {
     const std::lock_guard lock(mutex_);
-    return keys_.size();
+    return keys_.size() + created_.size();
   }
+  // When no client runs.
   const std::map<std::uint32_t, DrawnKey> &keys() const { return keys_; }
+  const std::vector<std::string> &created() const { return created_; }
 
  private:
   mutable std::mutex mutex_;
   std::map<std::uint32_t, DrawnKey> keys_;
+  std::vector<std::string> created_;
 };
 
 // Draws one key. Returns the call's status; what was received goes to the ledger.
@@ -58,24 +74,47 @@ int draw(const CertificatePaths &paths, std::uint16_t port, Ledger &ledger) {
   return status;
 }
 
-// All clients draw until their calls fail; the server is killed when enough keys have been received.
+int create(const CertificatePaths &paths, std::uint16_t port, const std::string &name, Ledger &ledger) {
+  const int status = qCreateSymKey(&paths, "127.0.0.1", port, name.c_str(), 'N');
+  if (status == 0) ledger.add_created(name);
+  return status;
+}
+
+// The names of all keys that clients created, as the server tells them now.
+std::vector<std::string> created_names(const CertificatePaths &paths, std::uint16_t port) {
+  const std::unique_ptr<LinkedList, decltype(&ll_free)> list(ll_create(41), ll_free);
+  std::uint32_t highest = 0;
+  EXPECT_EQ(qRetrieveKeyNameListFiltered_as_ll(&paths, "127.0.0.1", port, list.get(), kCreated, &highest), 0);
+  std::vector<std::string> names;
+  for (const LinkedListNode *node = ll_first(list.get()); node != nullptr; node = ll_next(node)) {
+    const std::string name = static_cast<const char *>(ll_element(node));
+    names.push_back(name.substr(0, name.find(' ')));
+  }
+  return names;
+}
+
+// All clients draw, or create, until their calls fail; the server is killed when enough keys have been received.
 void draw_until_killed(const CertificatePaths &paths, DevServer &server, Ledger &ledger) {
   const std::size_t enough = ledger.size() + kKillAfter;
   std::atomic<bool> killed = false;
-  std::vector<std::thread> clients(kNumClients);
-  for (std::thread &client : clients) {
-    client = std::thread([&] {
-      while (draw(paths, server.port(), ledger) == 0) {
-        if (ledger.size() >= enough && !killed.exchange(true)) server.program().signal(SIGKILL);
-      }
+  const auto run = [&](const std::function<int()> &call) {
+    while (call() == 0) {
+      if (ledger.size() >= enough && !killed.exchange(true)) server.program().signal(SIGKILL);
+    }
+  };
+  std::vector<std::thread> clients;
+  for (std::size_t i = 0; i < kNumClients; ++i)
+    clients.emplace_back(run, [&] { return draw(paths, server.port(), ledger); });
+  for (std::size_t i = 0; i < kNumCreators; ++i)
+    clients.emplace_back(run, [&, name = fmt::format("{}{}_{}_", kCreated, enough, i), number = 0]() mutable {
+      return create(paths, server.port(), name + std::to_string(number++), ledger);
     });
-  }
   for (std::thread &client : clients) client.join();
   ASSERT_TRUE(killed);
   ASSERT_EQ(server.program().wait(), -SIGKILL);
 }
 
-TEST(Crash, NoIncrementIsServedTwiceAndNoServedKeyIsLost) {
+TEST(Crash, NoIncrementIsServedTwiceAndNoAcknowledgedKeyIsLost) {
   TemporaryDirectory directory;
   Ledger ledger;
   {
@@ -95,13 +134,16 @@ TEST(Crash, NoIncrementIsServedTwiceAndNoServedKeyIsLost) {
   // An increment that was moved past without being received was under way to a client when the server was killed.
   std::uint32_t size = 0, sequence = 0;
   ASSERT_EQ(qGetTemplateDepth(&paths, "127.0.0.1", server.port(), kConstant, &size, &sequence), 0);
-  EXPECT_GE(sequence, ledger.size());
-  EXPECT_LE(sequence, ledger.size() + kNumKills * kNumClients);
+  EXPECT_GE(sequence, ledger.keys().size());
+  EXPECT_LE(sequence, ledger.keys().size() + kNumKills * kNumClients);
   for (const auto &[increment, key] : ledger.keys()) {
     KeyRecord record{};
     ASSERT_EQ(qRetrieveKey(&paths, "127.0.0.1", server.port(), key.name.c_str(), "", &record), 0) << key.name;
     ASSERT_EQ(std::string(record.caKeyValue, 32), key.value) << key.name;
   }
+  const std::vector<std::string> names = created_names(paths, server.port());
+  EXPECT_FALSE(ledger.created().empty());
+  for (const std::string &name : ledger.created()) ASSERT_THAT(names, Contains(name));
 }
 
 }  // namespace

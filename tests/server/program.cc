@@ -76,8 +76,20 @@ std::string Program::errors() {
   return text;
 }
 
-DevServer::DevServer(const std::filesystem::path &directory, unsigned max_descriptors)
-    : program_({"dev", "--dir", directory.string()}, max_descriptors),
+namespace {
+
+std::vector<std::string> dev_arguments(const std::filesystem::path &directory,
+                                       const std::vector<std::string> &options) {
+  std::vector<std::string> arguments = {"dev", "--dir", directory.string()};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  return arguments;
+}
+
+}  // namespace
+
+DevServer::DevServer(const std::filesystem::path &directory, unsigned max_descriptors,
+                     const std::vector<std::string> &options)
+    : program_(dev_arguments(directory, options), max_descriptors),
       banner_(program_.read_line()),
       next_command_(program_.read_line()) {
   std::ifstream ready(directory / "ready.json");

@@ -45,7 +45,8 @@ class Program {
 // A program that serves a directory.
 class DevServer {
  public:
-  explicit DevServer(const std::filesystem::path &directory, unsigned max_descriptors = 0);
+  explicit DevServer(const std::filesystem::path &directory, unsigned max_descriptors = 0,
+                     const std::vector<std::string> &options = {});
 
   std::uint16_t port() const { return port_; }
   const std::string &banner() const { return banner_; }

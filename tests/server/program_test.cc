@@ -152,6 +152,32 @@ TEST_F(DevCommand, QuietLogsNoRequests) {
 }
 
 // More connections than descriptors: those that cannot be accepted wait, and when the others end, all is as before.
+TEST_F(DevCommand, PlaysFaultsAndLogsThem) {
+  const fs::path faults = directory / "faults.toml";
+  std::ofstream(faults) << "[[fault]]\noperation = 'AdminNoop'\ndo = 'return-code'\ncode = 9998\n";
+  DevServer server(path, 0, {"--faults", faults.string()});
+  EXPECT_EQ(ping(server), 9998);
+  EXPECT_THAT(server.program().errors(), HasSubstr(faults.string() + " says what this server does wrong on purpose"));
+  EXPECT_THAT(server.program().errors(), HasSubstr(" 1043 fault 1, return-code"));
+
+  std::ofstream(faults) << "[[fault]]\ndo = 'dance'\n";
+  server.program().signal(SIGHUP);
+  EXPECT_TRUE(eventually([&] { return server.program().errors().find("faults.toml:2: ") != std::string::npos; }));
+  EXPECT_EQ(ping(server), 9998);
+
+  std::ofstream(faults) << "[[fault]]\nnth = 1000\ndo = 'cut'\n";
+  server.program().signal(SIGHUP);
+  EXPECT_TRUE(eventually([&] { return ping(server) == 0; }));
+}
+
+TEST_F(DevCommand, RefusesAFileOfFaultsWithMistakes) {
+  const fs::path faults = directory / "faults.toml";
+  std::ofstream(faults) << "[[fault]]\ndo = 'dance'\n";
+  Program program({"dev", "--dir", path.string(), "--faults", faults.string()});
+  EXPECT_EQ(program.wait(), 1);
+  EXPECT_THAT(program.errors(), HasSubstr(faults.string() + ":2: fault.do: must be one of"));
+}
+
 TEST_F(DevCommand, LivesOnWhenItRunsOutOfDescriptors) {
   DevServer server(path, 40);
   std::vector<std::unique_ptr<RawConnection>> silent;

@@ -52,6 +52,7 @@ ServerOptions development_options(const Limits &limits, const Machine &machine, 
 
 ServerOptions with_files(ServerOptions options, const DevEnvironment &environment) {
   options.tls = environment.tls_files();
+  options.faults.authority_key = environment.authority_key_path();
   return options;
 }
 

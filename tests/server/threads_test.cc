@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <fstream>
 #include <set>
 #include <string>
 #include <thread>
@@ -82,6 +83,22 @@ TEST(Threads, ReadersAndWritersOfEverythingDoNotDisturbEachOther) {
     ASSERT_EQ(qRemoveTemplate(server.paths(), server.host(), server.port(), constant.c_str()), 0);
     ASSERT_EQ(qDeleteKey(server.paths(), server.host(), server.port(), name.c_str()), 0);
   });
+}
+
+TEST(Threads, FaultsAreCountedAcrossThem) {
+  const TemporaryDirectory directory;
+  std::ofstream(directory / "faults.toml") << "[[fault]]\nevery = 4\ndo = 'return-code'\ncode = 9998\n";
+  ServerOptions options;
+  options.limits = four_threads();
+  options.roles = development_roles();
+  options.faults.script = directory / "faults.toml";
+  TestServer server(options);
+  constexpr int kNumCalls = 5;
+  std::atomic<int> num_refused = 0;
+  run_clients([&](int) {
+    for (int i = 0; i < kNumCalls; ++i) num_refused += server.ping() == 9998 ? 1 : 0;
+  });
+  EXPECT_EQ(num_refused, kNumClients * kNumCalls / 4);
 }
 
 TEST(Threads, TheServerStopsWhileClientsCall) {
