@@ -8,10 +8,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <memory>
 #include <string>
-#include <utility>
+#include <thread>
 #include <vector>
 
 #include "tests/server/test_server.h"
@@ -275,6 +276,35 @@ TEST_F(Watching, ThePageMayUseNothingButItsOwnStyle) {
   EXPECT_THAT(page, HasSubstr("\r\nX-Content-Type-Options: nosniff\r\n"));
   for (const char *foreign : {"<script", "<link", "<img", "src=", "http:", "https:", "style=", "onload"})
     EXPECT_THAT(page.substr(page.find("<html")), Not(HasSubstr(foreign)));
+}
+
+TEST(CountedHandshakes, AreToldByKind) {
+  Metrics metrics;
+  metrics.count_handshake(Handshake::kFull);
+  for (int i = 0; i < 2; ++i) metrics.count_handshake(Handshake::kResumed);
+  for (int i = 0; i < 3; ++i) metrics.count_handshake(Handshake::kFailed);
+  EXPECT_THAT(metrics.text({}), AllOf(HasSubstr("{kind=\"full\"} 1\n"), HasSubstr("{kind=\"resumed\"} 2\n"),
+                                      HasSubstr("{kind=\"failed\"} 3\n")));
+}
+
+// Threads that count the same for the first time, while others read.
+TEST(CountedOperations, AreAllToldWhoeverCounts) {
+  Metrics metrics;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&] {
+      for (int j = 0; j < 500; ++j) {
+        metrics.count_operation("AdminNoop", j % 2 == 0 ? RC_SUCCESS : RC_NO_ROLE, std::chrono::milliseconds(2));
+        if (j % 100 == 0) metrics.text({{kLists, 1, ""}});
+      }
+    });
+  for (std::thread &thread : threads) thread.join();
+  const std::string text = metrics.text({});
+  EXPECT_THAT(text, AllOf(HasSubstr("{return_code=\"0000\",transaction=\"AdminNoop\"} 1000\n"),
+                          HasSubstr("{return_code=\"0111\",transaction=\"AdminNoop\"} 1000\n"),
+                          HasSubstr("{transaction=\"AdminNoop\",le=\"0.001\"} 0\n"),
+                          HasSubstr("{transaction=\"AdminNoop\",le=\"0.0025\"} 2000\n"),
+                          HasSubstr("veskd_operation_seconds_count{transaction=\"AdminNoop\"} 2000\n")));
 }
 
 TEST(WatchUrl, PutsBracketsRoundLongAddresses) {
