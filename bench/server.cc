@@ -1,42 +1,42 @@
 #include "bench/server.h"
 
-#include <cstdio>
+#include <fmt/format.h>
+
 #include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "orn/support.h"
 
 namespace bench {
 
-namespace {
-
-const char *from_environment(const char *name) {
-  const char *value = std::getenv(name);
-  if (value != nullptr) return value;
-  std::fprintf(stderr, "bench: %s is not set\n", name);
-  std::exit(2);
-}
-
-Server read_server() {
-  Server server{};
-  require_done(SetupCertificates(&server.paths, from_environment("VESK_CERTIFICATES"), "authority.pem", "client.pem",
-                                 "client-key.pem"),
-               "certificate paths");
-  server.host = from_environment("VESK_HOST");
-  server.port = static_cast<std::uint16_t>(std::atoi(from_environment("VESK_PORT")));
+Server server_in(const std::string &directory, const std::string &certificates) {
+  std::ifstream file(directory + "/ready.json");
+  const nlohmann::json ready = nlohmann::json::parse(file);
+  Server server{certificates, directory, ready.at("host"), ready.at("port"), {}};
+  server.paths = spelled_paths(server, 0);
   return server;
 }
 
-}  // namespace
-
-const Server &server() {
-  static const Server read = read_server();
-  return read;
+CertificatePaths spelled_paths(const Server &server, int spelling) {
+  const std::string slashes(static_cast<std::size_t>(spelling) + 1, '/');
+  CertificatePaths paths{};
+  int i = 1;
+  for (const char *name : {"authority.pem", "client.pem", "client-key.pem"})
+    fmt::format_to_n(paths.caPath[i++], sizeof paths.caPath[0] - 1, "{}{}{}", server.directory, slashes, name);
+  return paths;
 }
 
 void require_done(int status, const char *what) {
   if (status == 0) return;
-  std::fprintf(stderr, "bench: %s: %s %d, %s\n", what, StatusName(status), status, StatusText(status));
-  std::exit(1);
+  fmt::print(stderr, "bench: {}: {} {}, {}\n", what, StatusName(status), status, StatusText(status));
+  std::exit(EXIT_FAILURE);
+}
+
+void require(bool condition, const char *what) {
+  if (condition) return;
+  fmt::print(stderr, "bench: {} failed\n", what);
+  std::exit(EXIT_FAILURE);
 }
 
 }  // namespace bench

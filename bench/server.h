@@ -1,4 +1,4 @@
-// The server that is measured, from the environment that run.sh sets.
+// A server that is measured.
 #pragma once
 
 #include <cstdint>
@@ -9,15 +9,23 @@
 namespace bench {
 
 struct Server {
-  CertificatePaths paths;
+  std::string certificates;  // the kind of its keys and of its clients'
+  std::string directory;     // of the files that its clients need
   std::string host;
-  std::uint16_t port;
+  std::uint32_t port;
+  CertificatePaths paths;
 };
 
-// VESK_CERTIFICATES, VESK_HOST, VESK_PORT; ends the process when one is missing.
-const Server &server();
+// The server that `veskd dev` runs in a directory.
+Server server_in(const std::string &directory, const std::string &certificates);
+
+// The same paths, spelled so that nothing else in the process goes by the same names. Below 64.
+CertificatePaths spelled_paths(const Server &server, int spelling);
 
 // Ends the process with a status's name when it is not 0.
 void require_done(int status, const char *what);
+
+// Ends the process when a condition does not hold.
+void require(bool condition, const char *what);
 
 }  // namespace bench

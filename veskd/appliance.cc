@@ -116,15 +116,12 @@ ReturnCode report_fips_mode(const Call &, FipsModeReply &reply) {
 }
 
 Reply validate_db(const Call &call) {
-  return start_list(
-      call,
-      "SELECT name, ifnull(instance, current_instance), sealed_value FROM keys LEFT JOIN instances ON key = id "
-      "ORDER BY name",
-      {.tran_id = kValidateDB.tran_id,
-       .entry_bytes = kValidationEntryBytes,
-       .max_block_bytes = kMaxListCount,
-       .entry = [&sealer = call.store.sealer](const Query &row) { return validation_entry(sealer, row); },
-       .header = validation_header});
+  return start_list(call, kStoredValues,
+                    {.tran_id = kValidateDB.tran_id,
+                     .entry_bytes = kValidationEntryBytes,
+                     .max_block_bytes = kMaxListCount,
+                     .entry = [&sealer = call.store.sealer](const Query &row) { return validation_entry(sealer, row); },
+                     .header = validation_header});
 }
 
 }  // namespace veskd

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,6 +26,12 @@ PrivateKeyPtr find_private_key(StoreConnection &store, std::string_view name);
 // Replaces what has the name.
 void put_certificate(StoreConnection &store, std::string_view name, std::string_view bytes);
 void put_private_key(StoreConnection &store, std::string_view name, EVP_PKEY *key);
+
+// Calls the function with the kind and name of every entry that does not open.
+void for_each_damaged_entry(StoreConnection &store, const std::function<void(const std::string &)> &take);
+
+// Seals every entry anew. What does not open stays as it is.
+void reseal_entries(Database &database, const Sealer &from, const Sealer &to);
 
 void delete_entry(StoreConnection &store, EntryKind kind, std::string_view name);
 

@@ -176,6 +176,13 @@ bool is_issued_by(X509 *certificate, X509 *authority) {
   return issued;
 }
 
+std::string fingerprint_of(const X509 *certificate) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
+  unsigned int length = 0;
+  require_openssl(X509_digest(certificate, EVP_sha256(), digest.data(), &length) == 1, "no digest of a certificate");
+  return fmt::format("{:02x}", fmt::join(digest.begin(), digest.begin() + length, ""));
+}
+
 bool is_for_host(X509 *certificate, const std::string &name) {
   if (is_address(name)) return X509_check_ip_asc(certificate, name.c_str(), 0) == 1;
   return X509_check_host(certificate, name.c_str(), name.size(), 0, nullptr) == 1;

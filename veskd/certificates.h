@@ -53,6 +53,9 @@ Identity read_identity(const std::filesystem::path &certificate, const std::file
 bool is_valid_now(X509 *certificate);
 bool is_issued_by(X509 *certificate, X509 *authority);
 
+// SHA-256 of the certificate, hexadecimal.
+std::string fingerprint_of(const X509 *certificate);
+
 // Whether the certificate is good for that host name or numeric address.
 bool is_for_host(X509 *certificate, const std::string &name);
 

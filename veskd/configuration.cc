@@ -37,11 +37,20 @@ void read_tls_files(Section &section, TlsFiles &files) {
   }
 }
 
-void read_tls(Section section, TlsFiles &files) {
+void read_tickets(Section section, TicketOptions &tickets) {
+  section.flag("enabled", tickets.enabled);
+  if (section.private_file("key_file", tickets.key_file))
+    section.check("key_file", [&] { check_ticket_key_file(tickets.key_file); });
+  section.duration("rotate", tickets.rotate, 1s, 7 * 24h);
+  section.end();
+}
+
+void read_tls(Section section, TlsFiles &files, TicketOptions &tickets) {
   for (const char *key : {"certificate", "private_key", "client_authority"}) section.require(key);
   if (section.file("client_authority", files.authority))
     section.check("client_authority", [&] { check_authority(files.authority); });
   read_tls_files(section, files);
+  read_tickets(section.section("tickets"), tickets);
   section.end();
 }
 
@@ -73,6 +82,8 @@ void read_limits(Section section, Limits &limits) {
   section.number("page_bytes", limits.max_page_bytes, 1, kMaxPageBytes);
   section.duration("handshake", limits.handshake, 1ms, 1h);
   section.duration("request", limits.request, 1ms, 1h);
+  section.duration("begin", limits.begin, 1ms, 1h);
+  section.duration("ask", limits.ask, 1ms, 1h);
   section.duration("reply", limits.reply, 1ms, 1h);
   section.duration("list", limits.list, 1ms, 24h);
   section.duration("closing", limits.closing, 1ms, 1h);
@@ -126,7 +137,7 @@ ServiceSettings read_configuration(const fs::path &file) {
   root.file("sensor_file", settings.server.machine.sensor_file);
   for (const char *section : {"listen", "tls", "store"}) root.require(section);
   read_listen(root.section("listen"), settings.server);
-  read_tls(root.section("tls"), settings.server.tls);
+  read_tls(root.section("tls"), settings.server.tls, settings.server.tickets);
   read_mirrors(root.section("mirrors"), settings.server.tls.authority, settings.mirror_tls);
   read_store(root.section("store"), settings);
   read_limits(root.section("limits"), settings.server.limits);

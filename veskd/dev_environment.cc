@@ -8,6 +8,7 @@
 
 #include "veskd/certificates.h"
 #include "veskd/errors.h"
+#include "veskd/master_key_rotation.h"
 
 namespace veskd {
 namespace {
@@ -98,16 +99,6 @@ void open_leaf(const Pair &pair, const Identity &authority, const LeafRequest &r
   log.info(fmt::format("made the certificate {}", pair.certificate.string()));
 }
 
-fs::path make_directory(const fs::path &directory) {
-  std::error_code error;
-  const bool made = fs::create_directories(directory, error);
-  if (error) throw StartError(fmt::format("cannot make the directory {}: {}", directory.string(), error.message()));
-  if (made) fs::permissions(directory, fs::perms::owner_all, error);
-  const fs::path absolute = fs::canonical(directory, error);
-  if (error) throw StartError(fmt::format("cannot use the directory {}: {}", directory.string(), error.message()));
-  return absolute;
-}
-
 // As a shell reads it back: quoted only when it must be.
 std::string shell_word(const std::string &text) {
   constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+=:@%,";
@@ -124,7 +115,7 @@ DevEnvironment::DevEnvironment(const fs::path &directory, const std::vector<std:
     : directory_(make_directory(directory)), lock_(lock_file(directory_ / "veskd.lock")) {
   if (!authority_from.empty()) copy_authority(authority_from, directory_, log);
   make_certificates(host_names, log);
-  master_ = MasterKey::open(master_key_path(), store_path());
+  master_ = open_master_key(store_files_in(directory_));
 }
 
 void DevEnvironment::make_certificates(const std::vector<std::string> &host_names, const Log &log) {

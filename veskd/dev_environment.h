@@ -11,6 +11,7 @@
 #include "veskd/log.h"
 #include "veskd/sealing.h"
 #include "veskd/server.h"
+#include "veskd/store_file.h"
 
 namespace veskd {
 
@@ -24,8 +25,8 @@ class DevEnvironment {
 
   const std::filesystem::path &directory() const { return directory_; }
   const MasterKey &master_key() const { return *master_; }
-  std::filesystem::path master_key_path() const { return directory_ / "master.key"; }
-  std::filesystem::path store_path() const { return directory_ / "store.db"; }
+  std::filesystem::path master_key_path() const { return store_files_in(directory_).master_key; }
+  std::filesystem::path store_path() const { return store_files_in(directory_).store; }
   std::filesystem::path ready_file_path() const { return directory_ / "ready.json"; }
   std::filesystem::path authority_key_path() const { return directory_ / "authority-key.pem"; }
   TlsFiles tls_files() const;

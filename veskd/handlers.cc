@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <type_traits>
 
 #include "orn/vesk/wire/appliance.h"
 #include "orn/vesk/wire/certificates.h"
@@ -14,6 +15,7 @@
 #include "orn/vesk/wire/key_serving.h"
 #include "orn/vesk/wire/key_templates.h"
 #include "orn/vesk/wire/mirrors.h"
+#include "veskd/fields.h"
 #include "veskd/replicated_keys.h"
 
 namespace veskd {
@@ -49,6 +51,8 @@ Reply answer(const Call &call) {
   Reply reply;
   reply.code = kFunction(call, *record);
   if (reply.code != RC_SUCCESS) return refusal(text_in(call.fields.caTranId), reply.code);
+  // The request names the template, the reply the key.
+  if constexpr (std::is_same_v<Record, NextKeyBlock>) reply.outcomes = {{trimmed(record->caKeyName), reply.code}};
   put_padded(record->caTranId, text_in(call.fields.caTranId));
   put_padded(record->caReturnCode, return_code_text(reply.code));
   reply.bytes = WipedText(write_reply(kReply, *record));
@@ -56,9 +60,20 @@ Reply answer(const Call &call) {
 }
 
 template <auto kFunction, const auto &kRequest, const auto &kReply>
-constexpr Handler handler(const Transaction &transaction, Access access, Roles roles) {
-  return {transaction, access, roles, parse<kRequest>, answer<kFunction, kReply>};
+constexpr Handler handler(const Transaction &transaction, Access access, Roles roles, AuditedObject audited_object) {
+  return {transaction, access, roles, audited_object, parse<kRequest>, answer<kFunction, kReply>};
 }
+
+template <auto kField>
+std::string text_of(const RequestFields &fields) {
+  return trimmed(fields.*kField);
+}
+
+constexpr AuditedObject kNotAudited = nullptr;
+constexpr AuditedObject kAuditsKey = text_of<&RequestFields::caKeyName>;
+constexpr AuditedObject kAuditsTemplate = text_of<&RequestFields::caConstant>;
+constexpr AuditedObject kAuditsCertificate = text_of<&RequestFields::caCertName>;
+constexpr AuditedObject kAuditsMirror = text_of<&RequestFields::caMirrorName>;
 
 constexpr Handler with_payload(Handler row, std::size_t max_payload_bytes) {
   row.max_payload_bytes = max_payload_bytes;
@@ -73,60 +88,75 @@ constexpr Roles kReaders = kKeyUsers | kAuditor;
 constexpr Roles kInspectors = kAdministrator | kAuditor;
 
 constexpr std::array kHandlers = {
-    handler<admin_noop, kAdminNoopRequest, kAdminNoopReply>(kAdminNoop, Access::kReads, kAll),
-    handler<create_sym_key, kCreateSymKeyRequest, kCreateSymKeyReply>(kCreateSymKey, Access::kChanges, kKeyUsers),
-    handler<display_sym_key_policy, kDisplaySymKeyPolicyRequest, kDisplaySymKeyPolicyReply>(kDisplaySymKeyPolicy,
-                                                                                            Access::kReads, kReaders),
+    handler<admin_noop, kAdminNoopRequest, kAdminNoopReply>(kAdminNoop, Access::kReads, kAll, kNotAudited),
+    handler<create_sym_key, kCreateSymKeyRequest, kCreateSymKeyReply>(kCreateSymKey, Access::kChanges, kKeyUsers,
+                                                                      kAuditsKey),
+    handler<display_sym_key_policy, kDisplaySymKeyPolicyRequest, kDisplaySymKeyPolicyReply>(
+        kDisplaySymKeyPolicy, Access::kReads, kReaders, kNotAudited),
     handler<change_deletable, kChangeDeletableRequest, kChangeDeletableReply>(kChangeDeletable, Access::kChanges,
-                                                                              kAdministrator),
-    handler<delete_key, kDeleteKeyRequest, kDeleteKeyReply>(kDeleteKey, Access::kChanges, kAdministrator),
-    handler<import_sym_key, kImportSymKeyRequest, kImportSymKeyReply>(kImportSymKey, Access::kChanges, kAdministrator),
-    handler<export_sym_key, kExportSymKeyRequest, kExportSymKeyReply>(kExportSymKey, Access::kReads, kAdministrator),
-    Handler{kDisplayKeyNameList, Access::kReads, kReaders, parse<kDisplayKeyNameListRequest>, display_key_name_list},
-    handler<set_metadata, kSetMetadataRequest, kSetMetadataReply>(kSetMetadata, Access::kChanges, kKeyUsers),
-    Handler{kGetCertificateList, Access::kReads, kInspectors, parse<kGetCertificateListRequest>, get_certificate_list},
-    Handler{kRetrieveMetadata, Access::kReads, kReaders, parse_metadata_query, retrieve_metadata},
-    handler<create_db, kCreateDBRequest, kCreateDBReply>(kCreateDB, Access::kReads, kAdministrator),
-    handler<auto_gen_keys, kAutoGenKeysRequest, kAutoGenKeysReply>(kAutoGenKeys, Access::kChanges, kKeyUsers),
-    Handler{kGetPrivateKeyList, Access::kReads, kInspectors, parse<kGetPrivateKeyListRequest>, get_private_key_list},
+                                                                              kAdministrator, kAuditsKey),
+    handler<delete_key, kDeleteKeyRequest, kDeleteKeyReply>(kDeleteKey, Access::kChanges, kAdministrator, kAuditsKey),
+    handler<import_sym_key, kImportSymKeyRequest, kImportSymKeyReply>(kImportSymKey, Access::kChanges, kAdministrator,
+                                                                      kAuditsKey),
+    handler<export_sym_key, kExportSymKeyRequest, kExportSymKeyReply>(kExportSymKey, Access::kReads, kAdministrator,
+                                                                      kAuditsKey),
+    Handler{kDisplayKeyNameList, Access::kReads, kReaders, kNotAudited, parse<kDisplayKeyNameListRequest>,
+            display_key_name_list},
+    handler<set_metadata, kSetMetadataRequest, kSetMetadataReply>(kSetMetadata, Access::kChanges, kKeyUsers,
+                                                                  kAuditsKey),
+    Handler{kGetCertificateList, Access::kReads, kInspectors, kNotAudited, parse<kGetCertificateListRequest>,
+            get_certificate_list},
+    Handler{kRetrieveMetadata, Access::kReads, kReaders, kNotAudited, parse_metadata_query, retrieve_metadata},
+    handler<create_db, kCreateDBRequest, kCreateDBReply>(kCreateDB, Access::kReads, kAdministrator, kNotAudited),
+    handler<auto_gen_keys, kAutoGenKeysRequest, kAutoGenKeysReply>(kAutoGenKeys, Access::kChanges, kKeyUsers,
+                                                                   kAuditsTemplate),
+    Handler{kGetPrivateKeyList, Access::kReads, kInspectors, kNotAudited, parse<kGetPrivateKeyListRequest>,
+            get_private_key_list},
     handler<get_template_depth, kGetTemplateDepthRequest, kGetTemplateDepthReply>(kGetTemplateDepth, Access::kReads,
-                                                                                  kReaders),
-    Handler{kGetTemplateList, Access::kReads, kReaders, parse<kGetTemplateListRequest>, get_template_list},
+                                                                                  kReaders, kNotAudited),
+    Handler{kGetTemplateList, Access::kReads, kReaders, kNotAudited, parse<kGetTemplateListRequest>, get_template_list},
     handler<remove_template, kRemoveTemplateRequest, kRemoveTemplateReply>(kRemoveTemplate, Access::kChanges,
-                                                                           kAdministrator),
-    with_payload(handler<import_certificate, kImportCertificateRequest, kImportReply>(kImportCertificate,
-                                                                                      Access::kChanges, kAdministrator),
+                                                                           kAdministrator, kAuditsTemplate),
+    with_payload(handler<import_certificate, kImportCertificateRequest, kImportReply>(
+                     kImportCertificate, Access::kChanges, kAdministrator, kAuditsCertificate),
                  kMaxCertificateBytes),
-    handler<delete_certificate, kDeleteCertificateRequest, kDeleteCertificateReply>(kDeleteCertificate,
-                                                                                    Access::kChanges, kAdministrator),
-    with_payload(handler<import_private_key, kImportPrivateKeyRequest, kImportReply>(kImportPrivateKey,
-                                                                                     Access::kChanges, kAdministrator),
+    handler<delete_certificate, kDeleteCertificateRequest, kDeleteCertificateReply>(
+        kDeleteCertificate, Access::kChanges, kAdministrator, kAuditsCertificate),
+    with_payload(handler<import_private_key, kImportPrivateKeyRequest, kImportReply>(
+                     kImportPrivateKey, Access::kChanges, kAdministrator, kAuditsCertificate),
                  kMaxPrivateKeyBytes),
     handler<delete_private_key, kDeletePrivateKeyRequest, kDeletePrivateKeyReply>(kDeletePrivateKey, Access::kChanges,
-                                                                                  kAdministrator),
-    Handler{kExportCertificate, Access::kReads, kInspectors, parse<kExportCertificateRequest>, export_certificate},
+                                                                                  kAdministrator, kAuditsCertificate),
+    Handler{kExportCertificate, Access::kReads, kInspectors, kNotAudited, parse<kExportCertificateRequest>,
+            export_certificate},
     handler<set_next_increment, kSetNextIncrementRequest, kSetNextIncrementReply>(kSetNextIncrement, Access::kChanges,
-                                                                                  kAdministrator),
-    handler<retrieve_key, kRetrieveKeyRequest, kRetrieveKeyReply>(kRetrieveKey, Access::kReads, kKeyUsers),
-    handler<get_next_key, kGetNextKeyRequest, kGetNextKeyReply>(kGetNextKey, Access::kChanges, kKeyUsers),
+                                                                                  kAdministrator, kAuditsTemplate),
+    handler<retrieve_key, kRetrieveKeyRequest, kRetrieveKeyReply>(kRetrieveKey, Access::kReads, kKeyUsers, kAuditsKey),
+    handler<get_next_key, kGetNextKeyRequest, kGetNextKeyReply>(kGetNextKey, Access::kChanges, kKeyUsers,
+                                                                kAuditsTemplate),
     handler<set_mirror_address, kSetMirrorAddressRequest, kSetMirrorAddressReply>(kSetMirrorAddress, Access::kChanges,
-                                                                                  kAdministrator),
+                                                                                  kAdministrator, kAuditsMirror),
     handler<get_mirror_address, kGetMirrorAddressRequest, kGetMirrorAddressReply>(kGetMirrorAddress, Access::kReads,
-                                                                                  kInspectors),
+                                                                                  kInspectors, kNotAudited),
     handler<remove_mirror_address, kRemoveMirrorAddressRequest, kRemoveMirrorAddressReply>(
-        kRemoveMirrorAddress, Access::kChanges, kAdministrator),
-    Handler{kListMirrorNames, Access::kReads, kInspectors, parse<kListMirrorNamesRequest>, list_mirror_names},
+        kRemoveMirrorAddress, Access::kChanges, kAdministrator, kAuditsMirror),
+    Handler{kListMirrorNames, Access::kReads, kInspectors, kNotAudited, parse<kListMirrorNamesRequest>,
+            list_mirror_names},
     handler<get_mirror_status, kGetMirrorStatusRequest, kGetMirrorStatusReply>(kGetMirrorStatus, Access::kChanges,
-                                                                               kInspectors),
-    handler<get_queue_size, kGetQueueSizeRequest, kGetQueueSizeReply>(kGetQueueSize, Access::kReads, kInspectors),
-    handler<force_key_sync, kForceKeySyncRequest, kForceKeySyncReply>(kForceKeySync, Access::kChanges, kAdministrator),
-    Handler{kGetSystemStatus, Access::kReads, kInspectors, parse<kGetSystemStatusRequest>, get_system_status},
-    handler<report_fips_mode, kReportFipsModeRequest, kReportFipsModeReply>(kReportFipsMode, Access::kReads, kReaders),
-    Handler{kValidateDB, Access::kReads, kInspectors, parse<kValidateDBRequest>, validate_db},
-    Handler{wire::kReplicateKeys, Access::kChanges, kMirror, parse_replicate_keys, replicate_keys,
+                                                                               kInspectors, kNotAudited),
+    handler<get_queue_size, kGetQueueSizeRequest, kGetQueueSizeReply>(kGetQueueSize, Access::kReads, kInspectors,
+                                                                      kNotAudited),
+    handler<force_key_sync, kForceKeySyncRequest, kForceKeySyncReply>(kForceKeySync, Access::kChanges, kAdministrator,
+                                                                      kAuditsMirror),
+    Handler{kGetSystemStatus, Access::kReads, kInspectors, kNotAudited, parse<kGetSystemStatusRequest>,
+            get_system_status},
+    handler<report_fips_mode, kReportFipsModeRequest, kReportFipsModeReply>(kReportFipsMode, Access::kReads, kReaders,
+                                                                            kNotAudited),
+    Handler{kValidateDB, Access::kReads, kInspectors, kNotAudited, parse<kValidateDBRequest>, validate_db},
+    Handler{wire::kReplicateKeys, Access::kChanges, kMirror, kAuditsKey, parse_replicate_keys, replicate_keys,
             wire::kMaxReplicateKeysBytes},
     handler<compare_keys, wire::kCompareKeysRequest, wire::kCompareKeysReply>(wire::kCompareKeys, Access::kReads,
-                                                                              kMirror),
+                                                                              kMirror, kNotAudited),
 };
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "orn/vesk/wire/appliance.h"
 #include "orn/vesk/wire/codec.h"
@@ -35,11 +36,19 @@ struct Call {
   const Machine &machine;
 };
 
+// What became of one of the things that a request is about.
+struct Outcome {
+  std::string object;
+  ReturnCode code;
+};
+
 // The bytes of a reply. A list goes on page by page: each is made when the one before it has been sent, so that no list
 // is ever held whole. Without bytes the reply goes on all the same, when others have had their turn.
 struct Reply {
   ReturnCode code = RC_SUCCESS;
   WipedText bytes;
+  // What the audit tells, if that is not what the request names and how the reply ends.
+  std::vector<Outcome> outcomes = {};
   std::function<Reply(StoreConnection &)> next_page;
 };
 
@@ -48,10 +57,15 @@ enum class Access {
   kChanges,  // runs on the store's writer, and what it did is undone unless it succeeds
 };
 
+// The name of what a request is about, for the audit. Null for transactions that are not audited: they neither change
+// anything of worth nor hand out a secret.
+using AuditedObject = std::string (*)(const RequestFields &fields);
+
 struct Handler {
   vesk::wire::Transaction transaction;
   Access access;
   Roles roles;  // those that may ask
+  AuditedObject audited_object;
   // False when the request does not have the form of its transaction.
   bool (*parse)(std::string_view received, RequestFields &fields);
   Reply (*handle)(const Call &call);

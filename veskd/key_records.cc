@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <openssl/rand.h>
 
+#include <vector>
+
 #include "veskd/dates.h"
 #include "veskd/errors.h"
 
@@ -100,6 +102,61 @@ bool opens(const Sealer &sealer, std::string_view name, std::string_view instanc
            std::span<const std::uint8_t> sealed_value) {
   KeyValue value;
   return sealer.unseal(sealed_value, value_context(name, instance), *value);
+}
+
+namespace {
+
+// A sealed value and its place.
+struct SealedValue {
+  std::int64_t key;
+  std::string instance;
+  std::string name;
+  std::vector<std::uint8_t> bytes;
+};
+
+// Some of the values behind that place, in order.
+std::vector<SealedValue> sealed_values(Database &database, std::int64_t key, std::string_view instance) {
+  constexpr std::int64_t kMaxValues = 1000;
+  Query query(database,
+              "SELECT instances.key, instance, name, sealed_value FROM instances JOIN keys ON id = instances.key "
+              "WHERE (instances.key, instance) > (?1, ?2) ORDER BY instances.key, instance LIMIT ?3",
+              key, instance, kMaxValues);
+  std::vector<SealedValue> values;
+  while (query.next()) {
+    const std::span<const std::uint8_t> bytes = query.blob(3);
+    values.push_back({query.number(0), query.text(1), query.text(2), {bytes.begin(), bytes.end()}});
+  }
+  return values;
+}
+
+void reseal(Database &database, const SealedValue &old, const Sealer &from, const Sealer &to) {
+  const std::string context = value_context(old.name, old.instance);
+  KeyValue value;
+  if (!from.unseal(old.bytes, context, *value)) return;
+  const std::vector<std::uint8_t> sealed = to.seal(*value, context);
+  Query(database, "UPDATE instances SET sealed_value = ?3 WHERE key = ?1 AND instance = ?2", old.key, old.instance,
+        std::span<const std::uint8_t>(sealed))
+      .run();
+}
+
+}  // namespace
+
+void reseal_key_values(Database &database, const Sealer &from, const Sealer &to) {
+  std::vector<SealedValue> values = sealed_values(database, 0, "");
+  while (!values.empty()) {
+    for (const SealedValue &value : values) reseal(database, value, from, to);
+    values = sealed_values(database, values.back().key, values.back().instance);
+  }
+}
+
+void for_each_damaged_value(StoreConnection &store, const std::function<void(const std::string &)> &take) {
+  Query query(store.database, kStoredValues);
+  while (query.next()) {
+    const std::string name = query.text(0);
+    const std::string instance = query.text(1);
+    if (query.is_null(2) || !opens(store.sealer, name, instance, query.blob(2)))
+      take(fmt::format("key {} instance {}", name, instance));
+  }
 }
 
 void make_deletable(StoreConnection &store, const Key &key) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -81,9 +82,20 @@ void read_key_value(StoreConnection &store, const Key &key, std::string_view ins
 // Puts a value in the place of one that does not open.
 void replace_key_value(StoreConnection &store, const Key &key, std::string_view instance, const KeyValue &value);
 
+// Every stored value, as rows of key name, instance and sealed value; the value is null where a key has none.
+inline constexpr std::string_view kStoredValues =
+    "SELECT name, coalesce(instance, current_instance), sealed_value FROM keys LEFT JOIN instances ON key = id "
+    "ORDER BY name";
+
 // Whether a stored value opens as that of the key and instance.
 bool opens(const Sealer &sealer, std::string_view name, std::string_view instance,
            std::span<const std::uint8_t> sealed_value);
+
+// Calls the function with the name and instance of every value that does not open, and of keys that have none.
+void for_each_damaged_value(StoreConnection &store, const std::function<void(const std::string &)> &take);
+
+// Seals every value anew. What does not open stays as it is.
+void reseal_key_values(Database &database, const Sealer &from, const Sealer &to);
 
 void make_deletable(StoreConnection &store, const Key &key);
 

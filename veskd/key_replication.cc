@@ -182,14 +182,16 @@ Reply replicate_keys(const Call &call) {
   const std::string_view origin = call.text.substr(kOriginOffset, kOriginBytes);
   const std::size_t num_changes = (call.text.size() - kChangesOffset) / kChangeBytes;
   Receiving receiving(call.store);
+  Reply reply;
   std::string codes;
   for (std::size_t i = 0; i < num_changes; ++i) {
     Wiped<ReplicatedChange> change;
     read_fields(kReplicatedChange, change_bytes(call.text, i), *change);
-    codes += return_code_text(apply(call, origin, *change));
+    const ReturnCode code = apply(call, origin, *change);
+    codes += return_code_text(code);
+    reply.outcomes.push_back({trimmed(change->caKeyName), code});
   }
   receiving.end();
-  Reply reply;
   reply.bytes = WipedText(fmt::format("{:05}{}{}{}", kChangeCodesOffset - kLengthDigits + codes.size(),
                                       kReplicateKeys.tran_id, return_code_text(RC_SUCCESS), codes));
   return reply;

@@ -8,10 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "veskd/commands.h"
 #include "veskd/configuration.h"
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
 #include "veskd/log.h"
+#include "veskd/master_key_rotation.h"
 #include "veskd/sealing.h"
 #include "veskd/service.h"
 
@@ -25,6 +27,8 @@ struct DevOptions {
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  bool audit = false;
+  bool no_tickets = false;
   std::filesystem::path faults;
   bool quiet = false;
 };
@@ -37,8 +41,10 @@ struct ServeOptions {
 veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEnvironment &environment) {
   veskd::ServiceSettings settings;
   settings.server.tls = environment.tls_files();
+  settings.server.tickets.enabled = !options.no_tickets;
   settings.server.port = options.port;
   settings.server.roles = veskd::development_roles();
+  settings.server.audit_reads = options.audit;
   settings.server.machine.sensor_file = options.sensor_file;
   settings.server.faults = {options.faults, environment.authority_key_path()};
   settings.server.machine.store_directory = environment.directory();
@@ -77,7 +83,7 @@ void run_serve(const ServeOptions &options) {
   }
   veskd::Log log(settings.log);
   const veskd::Descriptor lock = veskd::lock_file(settings.server.machine.store_directory / "veskd.lock");
-  const auto master = veskd::MasterKey::open(settings.master_key, settings.store);
+  const auto master = veskd::open_master_key({settings.store, settings.master_key});
   run_service(
       settings, *master, log, [&](std::uint16_t port) { say_what_is_served(settings, port); }, read_settings);
 }
@@ -97,6 +103,8 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
+  dev.add_flag("--no-tickets", options.no_tickets, "issue no TLS session tickets: every handshake is a full one");
   dev.add_option("--faults", options.faults, "file that says what the server does wrong on purpose, to test clients");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
@@ -118,13 +126,15 @@ int main(int argc, char **argv) {
   CLI::App *serve = app.add_subcommand("serve", "Serve as a configuration file says");
   add_dev_options(*dev, dev_options);
   add_serve_options(*serve, serve_options);
+  dev->callback([&] { run_dev(dev_options); });
+  serve->callback([&] { run_serve(serve_options); });
+  veskd::add_audit_command(app);
+  veskd::add_backup_commands(app);
+  veskd::add_rotation_command(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
-  }
-  try {
-    *dev ? run_dev(dev_options) : run_serve(serve_options);
   } catch (const veskd::ConfigurationError &error) {
     std::cerr << error.what() << std::endl;
     return EXIT_FAILURE;

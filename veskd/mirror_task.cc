@@ -106,12 +106,14 @@ asio::awaitable<bool> Replicator::Task::step() {
 // A change that the mirror refuses is a fault and leaves the queue: it must not hold up those behind it.
 asio::awaitable<void> Replicator::Task::deliver(const Mirror &mirror, const ReplicationBatch &batch) {
   Outcome outcome{mirror.status, 0, 0, {}};
-  if (batch.num_changes > 0) {
+  std::vector<AuditEvent> events;
+  if (!batch.keys.empty()) {
     const std::string reply =
-        co_await ask(mirror, batch.request, kChangeCodesOffset + batch.num_changes * kCodeDigits, outcome);
+        co_await ask(mirror, batch.request, kChangeCodesOffset + batch.keys.size() * kCodeDigits, outcome);
     if (reply.empty()) co_return co_await record_failure(mirror, outcome);
-    for (std::size_t i = 0; i < batch.num_changes; ++i) {
+    for (std::size_t i = 0; i < batch.keys.size(); ++i) {
       const int code = code_at(reply, kChangeCodesOffset + i * kCodeDigits);
+      events.push_back(event_of(mirror, batch.keys[i], code));
       if (code == RC_SUCCESS) continue;
       ++outcome.num_faults;
       outcome.last_fault = std::max(code, 0);
@@ -125,13 +127,25 @@ asio::awaitable<void> Replicator::Task::deliver(const Mirror &mirror, const Repl
   outcome.num_faults += static_cast<std::int64_t>(batch.damaged.size());
   const std::int64_t last_number = batch.last_number;
   // Named, here and below: GCC 12 destroys a temporary of an awaited call twice.
-  const StoreChange finish = [id = mirror_id_, outcome, last_number](StoreConnection &store) {
+  const StoreChange finish = [id = mirror_id_, outcome, last_number, events](StoreConnection &store) {
     finish_changes(store, id, last_number);
+    for (const AuditEvent &event : events) append_audit_entry(store, event);
     record(store, id, outcome.status, outcome.num_faults, outcome.last_fault);
   };
   co_await change(finish);
   compare_at_ = std::min(compare_at_,
                          compared_at_ == Clock::time_point::min() ? compared_at_ : compared_at_ + times_.compare_pause);
+}
+
+// What was sent is recorded as it leaves the queue: while a delivery is tried again, it is still to be recorded.
+AuditEvent Replicator::Task::event_of(const Mirror &mirror, const std::string &key_name, std::int64_t code) const {
+  return {.caller = fmt::format("to mirror {}", mirror.name),
+          .fingerprint = {},
+          .peer = fmt::format("{}:{}", mirror.host, mirror.port),
+          .tran_id = kReplicateKeys.tran_id,
+          .function = kReplicateKeys.function,
+          .object = key_name,
+          .return_code = code};
 }
 
 asio::awaitable<void> Replicator::Task::compare(const Mirror &mirror) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "veskd/audit_records.h"
 #include "veskd/mirror_records.h"
 #include "veskd/replicated_keys.h"
 #include "veskd/replicator.h"
@@ -40,6 +41,7 @@ class Replicator::Task {
 
   asio::awaitable<bool> step();
   asio::awaitable<void> deliver(const Mirror &mirror, const ReplicationBatch &batch);
+  AuditEvent event_of(const Mirror &mirror, const std::string &key_name, std::int64_t code) const;
   asio::awaitable<void> compare(const Mirror &mirror);
   // The reply, which tells of success and has that many bytes; otherwise nothing, and what is wrong in the
   // outcome.

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <optional>
 
+#include "veskd/audit_records.h"
 #include "veskd/certificates.h"
 #include "veskd/faults.h"
 #include "veskd/faulty_tls.h"
@@ -76,6 +77,13 @@ void acknowledge_at_once(asio::ip::tcp::socket &socket) {
   ::setsockopt(socket.native_handle(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
 }
 
+// As it may stand in the audit, whatever a peer calls things.
+std::string printable(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return !is_name(std::string_view(&c, 1)); }, '?');
+  return text;
+}
+
 }  // namespace
 
 struct Peer::Request {
@@ -103,10 +111,11 @@ Peer::Peer(asio::ip::tcp::socket socket, std::shared_ptr<Terms> terms, Store &st
 asio::awaitable<void> Peer::serve() {
   const auto self = shared_from_this();
   allow(limits_.handshake);
-  if (co_await do_handshake()) {
+  if (co_await wait_for_a_word() && co_await do_handshake()) {
     allow(limits_.request);
     const Request request = co_await read_request();
     if (request.arrived) {
+      stage_ = Stage::kWorking;
       allow_any_time();
       if (terms_->faults) choose_fault(request.tran_id);
       Reply reply = co_await answer(request);
@@ -125,6 +134,39 @@ asio::awaitable<void> Peer::serve() {
   allow_any_time();
 }
 
+Peer::Clock::time_point Peer::gives_way_at() const {
+  switch (stage_) {
+    case Stage::kSilent:
+      return start_ + limits_.begin;
+    case Stage::kSpeaking:
+      return start_ + limits_.ask;
+    default:
+      return Clock::time_point::max();
+  }
+}
+
+void Peer::ask_to_give_way() {
+  asio::post(stream_.get_executor(), [self = shared_from_this()] { self->give_way(); });
+}
+
+void Peer::give_way() {
+  asio::error_code ignored;
+  const bool has_said_more = stream_.next_layer().available(ignored) > 0;
+  if (has_said_more && stage_ == Stage::kSilent) stage_ = Stage::kSpeaking;
+  if (has_said_more || gives_way_at() > Clock::now()) return;
+  stage_ = Stage::kGivenWay;
+  stream_.next_layer().close(ignored);
+}
+
+asio::awaitable<bool> Peer::wait_for_a_word() {
+  asio::error_code error;
+  co_await stream_.next_layer().async_wait(asio::ip::tcp::socket::wait_read,
+                                           asio::redirect_error(asio::use_awaitable, error));
+  if (error) log_.info(fmt::format("{} no handshake: {}", address_, reason(error)));
+  if (!error) stage_ = Stage::kSpeaking;
+  co_return !error;
+}
+
 asio::awaitable<bool> Peer::do_handshake() {
   asio::error_code error;
   send_at_once(stream_.next_layer());
@@ -138,6 +180,7 @@ asio::awaitable<bool> Peer::do_handshake() {
   const CertificatePtr certificate(SSL_get1_peer_certificate(stream_.native_handle()));
   if (!certificate) co_return false;
   subject_ = subject_of(certificate.get());
+  fingerprint_ = fingerprint_of(certificate.get());
   permissions_ = terms_->roles.permissions_of(certificate.get());
   co_return true;
 }
@@ -214,7 +257,11 @@ ReturnCode Peer::admit(const Handler &handler, Request &request) const {
 
 asio::awaitable<Reply> Peer::answer(const Request &request) {
   Wiped<RequestFields> fields;
-  if (const ReturnCode code = check(request, *fields); code != RC_SUCCESS) co_return refusal(request.tran_id, code);
+  if (const ReturnCode code = check(request, *fields); code != RC_SUCCESS) {
+    Reply reply = refusal(request.tran_id, code);
+    if (is_denial(code)) co_await record(*find_handler(request.tran_id), *fields, reply);
+    co_return reply;
+  }
   co_return co_await run(*find_handler(request.tran_id), request, *fields);
 }
 
@@ -228,8 +275,10 @@ ReturnCode Peer::check(const Request &request, RequestFields &fields) const {
 
 asio::awaitable<Reply> Peer::run(const Handler &handler, const Request &request, const RequestFields &fields) {
   if (handler.access == Access::kChanges) co_return co_await run_change(handler, request, fields);
-  co_return read(handler.transaction.tran_id,
-                 [&](StoreConnection &store) { return handler.handle(call(request, fields, store)); });
+  Reply reply = read(handler.transaction.tran_id,
+                     [&](StoreConnection &store) { return handler.handle(call(request, fields, store)); });
+  co_await record(handler, fields, reply);
+  co_return reply;
 }
 
 Call Peer::call(const Request &request, const RequestFields &fields, StoreConnection &store) const {
@@ -247,31 +296,69 @@ Reply Peer::read(std::string_view tran_id, const std::function<Reply(StoreConnec
   }
 }
 
-// Waits, without holding a thread, until the writer has made the change durable. The locals live as long as the wait.
 asio::awaitable<Reply> Peer::run_change(const Handler &handler, const Request &request, const RequestFields &fields) {
-  Reply reply;
-  bool durable = false;
-  const auto queue_change = [&](auto resume) {
-    const auto resume_later = std::make_shared<decltype(resume)>(std::move(resume));
-    store_.change({.apply =
-                       [&, this](StoreConnection &store) {
-                         reply = handler.handle(call(request, fields, store));
-                         return reply.code == RC_SUCCESS;
-                       },
-                   .done =
-                       [&, resume_later](bool outcome) {
-                         durable = outcome;
-                         const auto executor = asio::get_associated_executor(*resume_later);
-                         asio::post(executor, [resume_later] { (*resume_later)(); });
-                       }});
+  Reply reply = refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+  Change change;
+  change.apply = [&, this](StoreConnection &store) {
+    reply = handler.handle(call(request, fields, store));
+    return reply.code == RC_SUCCESS;
   };
-  co_await asio::async_initiate<const asio::use_awaitable_t<> &, void()>(queue_change, asio::use_awaitable);
-  if (!durable) co_return refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+  if (is_audited(handler)) {
+    change.record = [&, this](StoreConnection &store) { write_audit(store, handler, fields, reply); };
+  }
+  if (!co_await make_durable(change)) co_return refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
   co_return reply;
 }
 
+asio::awaitable<void> Peer::record(const Handler &handler, const RequestFields &fields, Reply &reply) {
+  if (!is_audited(handler) && !is_denial(reply.code)) co_return;
+  Change change;
+  change.apply = [&, this](StoreConnection &store) {
+    write_audit(store, handler, fields, reply);
+    return true;
+  };
+  if (!co_await make_durable(change)) reply = refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+}
+
+// Waits, without holding a thread, until the writer is done. What the change refers to must live as long as the wait.
+asio::awaitable<bool> Peer::make_durable(Change &change) {
+  bool durable = false;
+  const auto queue_change = [&](auto resume) {
+    const auto resume_later = std::make_shared<decltype(resume)>(std::move(resume));
+    change.done = [&, resume_later](bool outcome) {
+      durable = outcome;
+      const auto executor = asio::get_associated_executor(*resume_later);
+      asio::post(executor, [resume_later] { (*resume_later)(); });
+    };
+    store_.change(std::move(change));
+  };
+  co_await asio::async_initiate<const asio::use_awaitable_t<> &, void()>(queue_change, asio::use_awaitable);
+  co_return durable;
+}
+
+bool Peer::is_audited(const Handler &handler) const {
+  return handler.audited_object != nullptr && (terms_->audit_reads || handler.access == Access::kChanges);
+}
+
+void Peer::write_audit(StoreConnection &store, const Handler &handler, const RequestFields &fields,
+                       const Reply &reply) const {
+  AuditEvent event{.caller = subject_,
+                   .fingerprint = fingerprint_,
+                   .peer = address_,
+                   .tran_id = handler.transaction.tran_id,
+                   .function = handler.transaction.function,
+                   .object = {},
+                   .return_code = {}};
+  const std::string object = handler.audited_object != nullptr ? printable(handler.audited_object(fields)) : "";
+  const std::vector<Outcome> whole = {{object, reply.code}};
+  for (const Outcome &outcome : reply.outcomes.empty() ? whole : reply.outcomes) {
+    event.object = outcome.object;
+    event.return_code = outcome.code;
+    append_audit_entry(store, event);
+  }
+}
+
 asio::awaitable<bool> Peer::send(std::string_view tran_id, Reply &reply) {
-  using Clock = std::chrono::steady_clock;
   const Clock::time_point end_of_list = Clock::now() + limits_.list;
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_of_list - Clock::now());
@@ -394,6 +481,7 @@ void Peer::log_request(const Request &request, const Reply &reply, bool sent) co
 }
 
 std::string Peer::reason(const asio::error_code &error) const {
+  if (stage_ == Stage::kGivenWay) return "gave way to others";
   return timed_out_ ? "time-out" : error.message();
 }
 

@@ -6,6 +6,8 @@
 #include <asio/ip/tcp.hpp>
 #include <asio/ssl/stream.hpp>
 #include <asio/steady_timer.hpp>
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -29,10 +31,23 @@ class Peer : public std::enable_shared_from_this<Peer> {
   // The whole of the connection. Never throws for what the peer does.
   asio::awaitable<void> serve();
 
+  using Clock = std::chrono::steady_clock;
+
+  // Both may be called from any thread. From when on this connection is one to end when there are too many: its peer
+  // has not said a word for longer than it takes to begin, or not sent its request for longer than it takes those who
+  // mean to. Never, once the request is there.
+  Clock::time_point gives_way_at() const;
+  // Has the connection ended if that time has come, and it is the peer that is waited for and not this server.
+  void ask_to_give_way();
+
  private:
+  enum class Stage { kSilent, kSpeaking, kWorking, kGivenWay };
+
   // What the peer sent: the text of its one request, or why there is none.
   struct Request;
 
+  void give_way();
+  asio::awaitable<bool> wait_for_a_word();
   asio::awaitable<bool> do_handshake();
   asio::awaitable<Request> read_request();
   asio::awaitable<void> read_payload(const Handler &handler, Request &request);
@@ -42,6 +57,13 @@ class Peer : public std::enable_shared_from_this<Peer> {
   ReturnCode check(const Request &request, RequestFields &fields) const;
   asio::awaitable<Reply> run(const Handler &handler, const Request &request, const RequestFields &fields);
   asio::awaitable<Reply> run_change(const Handler &handler, const Request &request, const RequestFields &fields);
+  // Whether it stays, and the reply may go out.
+  asio::awaitable<bool> make_durable(Change &change);
+  bool is_audited(const Handler &handler) const;
+  // Makes the reply a refusal when it cannot be recorded.
+  asio::awaitable<void> record(const Handler &handler, const RequestFields &fields, Reply &reply);
+  void write_audit(StoreConnection &store, const Handler &handler, const RequestFields &fields,
+                   const Reply &reply) const;
   Call call(const Request &request, const RequestFields &fields, StoreConnection &store) const;
   Reply read(std::string_view tran_id, const std::function<Reply(StoreConnection &)> &make_reply);
   asio::awaitable<bool> send(std::string_view tran_id, Reply &reply);
@@ -66,6 +88,8 @@ class Peer : public std::enable_shared_from_this<Peer> {
 
   const std::shared_ptr<Terms> terms_;
   const Limits &limits_;
+  const Clock::time_point start_ = Clock::now();
+  std::atomic<Stage> stage_ = Stage::kSilent;  // changes on the strand
   asio::ssl::stream<asio::ip::tcp::socket> stream_;
   asio::steady_timer watchdog_;
   bool timed_out_ = false;
@@ -75,6 +99,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   std::string address_;
   std::string subject_;
   Permissions permissions_;
+  std::string fingerprint_;
   const Fault *fault_ = nullptr;  // of the reply; null for nothing
   std::size_t num_written_ = 0;   // bytes of the reply, if it has a fault
 };

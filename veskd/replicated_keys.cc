@@ -92,9 +92,9 @@ ReplicationBatch read_batch(StoreConnection &store, std::int64_t mirror_id) {
     }
     const WipedText bytes(write_record(kReplicatedChange, *change));
     body.text() += bytes.text();
-    ++batch.num_changes;
+    batch.keys.push_back(queued.key_name);
   }
-  if (batch.num_changes == 0) return batch;
+  if (batch.keys.empty()) return batch;
   const std::string header = request_header(changes.front().origin, mirror_id, body.text().size());
   body.text().replace(0, kChangesOffset, header);
   batch.request = std::move(body);

@@ -15,7 +15,7 @@ namespace veskd {
 struct ReplicationBatch {
   WipedText request;                 // empty when nothing waits
   std::int64_t last_number = 0;      // of the queue, up to which the request covers it
-  std::size_t num_changes = 0;       // in the request
+  std::vector<std::string> keys;     // whose changes are in the request
   std::vector<std::string> damaged;  // keys that cannot be sent because their stored value does not open
 };
 ReplicationBatch read_batch(StoreConnection &store, std::int64_t mirror_id);

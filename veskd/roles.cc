@@ -58,15 +58,6 @@ std::optional<CertificateMark> mark_of(const GENERAL_NAME *name) {
   }
 }
 
-std::string fingerprint_of(X509 *certificate) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
-  unsigned length = 0;
-  std::string text;
-  if (X509_digest(certificate, EVP_sha256(), digest.data(), &length) != 1) return text;
-  for (unsigned i = 0; i < length; ++i) text += fmt::format("{:02x}", digest[i]);
-  return text;
-}
-
 std::string normal_fingerprint(std::string text) {
   std::erase(text, ':');
   text = in_lower_case(std::move(text));

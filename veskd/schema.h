@@ -78,6 +78,27 @@ CREATE TABLE certificate_store (
 )sql",
 
     // 4. Mirrors, and the queues of what they have yet to get.
-    kMirrorSchema};
+    kMirrorSchema,
+
+    // 5. The keys under which the store seals, themselves sealed under the master key; and the audit.
+    R"sql(
+CREATE TABLE store_keys (purpose TEXT PRIMARY KEY, sealed BLOB NOT NULL) STRICT, WITHOUT ROWID;
+
+CREATE TABLE audit (
+  number INTEGER PRIMARY KEY,
+  time TEXT NOT NULL,
+  caller TEXT NOT NULL,
+  fingerprint TEXT NOT NULL,
+  peer TEXT NOT NULL,
+  tran_id TEXT NOT NULL,
+  function TEXT NOT NULL,
+  object TEXT NOT NULL,
+  return_code INTEGER NOT NULL,
+  previous_hash BLOB NOT NULL,
+  hash BLOB NOT NULL
+) STRICT;
+
+CREATE TABLE audit_head (number INTEGER NOT NULL, hash BLOB NOT NULL, seal BLOB NOT NULL) STRICT;
+)sql"};
 
 }  // namespace veskd

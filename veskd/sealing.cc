@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kNonceBytes = 12;
 constexpr std::size_t kTagBytes = 16;
 static_assert(kNonceBytes + kTagBytes == kSealingBytes);
-constexpr std::size_t kMasterFileBytes = 2 * kKeyBytes + 1;
+constexpr std::size_t kKeyFileBytes = 2 * kKeyBytes + 1;
 
 struct ContextFree {
   void operator()(EVP_CIPHER_CTX *context) const { EVP_CIPHER_CTX_free(context); }
@@ -45,41 +45,37 @@ bool parse_hexadecimal(std::string_view digits, std::span<std::uint8_t> bytes) {
 
 }  // namespace
 
-std::unique_ptr<MasterKey> MasterKey::read(const std::filesystem::path &path) {
+void read_key_file(const std::filesystem::path &path, KeyValue &value, std::string_view advice) {
   require_private(path);
   const WipedText content(read_file(path));
+  if (content.text().size() != kKeyFileBytes || content.text().back() != '\n' ||
+      !parse_hexadecimal(content.text(), *value))
+    throw StartError(fmt::format("{} does not hold 64 hexadecimal digits and a line end: {}", path.string(), advice));
+}
+
+std::unique_ptr<MasterKey> MasterKey::read(const std::filesystem::path &path) {
   auto master = std::make_unique<MasterKey>();
-  if (content.text().size() != kMasterFileBytes || content.text().back() != '\n' ||
-      !parse_hexadecimal(content.text(), *master->key_))
-    throw StartError(
-        fmt::format("{} is not a master key file (64 hexadecimal digits and a line end): restore it from a "
-                    "backup; without it no key of the store can be read",
-                    path.string()));
+  read_key_file(path, master->key_, "restore the master key from a backup; without it no key of the store can be read");
   return master;
 }
 
 // A store without its master key cannot be read; a new key in its place would only hide that.
-std::unique_ptr<MasterKey> MasterKey::open(const std::filesystem::path &path, const std::filesystem::path &store) {
-  if (std::filesystem::exists(path)) return read(path);
-  if (!std::filesystem::exists(store)) return create(path);
-  throw StartError(
-      fmt::format("the key store {} is there but its master key {} is missing: restore it from a backup; "
-                  "without it no key of the store can be read",
-                  store.string(), path.string()));
-}
-
 std::unique_ptr<MasterKey> MasterKey::create(const std::filesystem::path &path) {
   auto master = std::make_unique<MasterKey>();
   fill_with_secret_random(*master->key_);
-  std::string digits(kMasterFileBytes, '\n');
+  master->write(path);
+  return master;
+}
+
+void MasterKey::write(const std::filesystem::path &path) const {
+  std::string digits(kKeyFileBytes, '\n');
   constexpr std::string_view kDigits = "0123456789abcdef";
   for (std::size_t i = 0; i < kKeyBytes; ++i) {
-    digits[2 * i] = kDigits[(*master->key_)[i] >> 4];
-    digits[2 * i + 1] = kDigits[(*master->key_)[i] & 15];
+    digits[2 * i] = kDigits[(*key_)[i] >> 4];
+    digits[2 * i + 1] = kDigits[(*key_)[i] & 15];
   }
   const WipedText content(std::move(digits));
   create_file(path, content.text(), kPrivateMode);
-  return master;
 }
 
 void fill_with_secret_random(std::span<std::uint8_t> bytes) {
@@ -87,8 +83,10 @@ void fill_with_secret_random(std::span<std::uint8_t> bytes) {
     throw std::runtime_error("no random bytes: " + openssl_error());
 }
 
-Sealer::Sealer(const MasterKey &master) : master_(master), cipher_(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr)) {
+Sealer::Sealer(std::span<const std::uint8_t, kKeyBytes> key)
+    : cipher_(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr)) {
   require_openssl(cipher_ != nullptr, "AES-256-GCM is not available");
+  std::copy(key.begin(), key.end(), key_->begin());
 }
 
 Sealer::~Sealer() {
@@ -102,7 +100,7 @@ std::vector<std::uint8_t> Sealer::seal(std::span<const std::uint8_t> value, std:
   const Context cipher(EVP_CIPHER_CTX_new());
   const bool done =
       cipher && RAND_bytes(sealed.data(), kNonceBytes) == 1 &&
-      EVP_EncryptInit_ex2(cipher.get(), cipher_, master_.bytes().data(), sealed.data(), nullptr) == 1 &&
+      EVP_EncryptInit_ex2(cipher.get(), cipher_, key_->data(), sealed.data(), nullptr) == 1 &&
       EVP_EncryptUpdate(cipher.get(), nullptr, &length, bytes_of(context), static_cast<int>(context.size())) == 1 &&
       EVP_EncryptUpdate(cipher.get(), ciphertext, &length, value.data(), static_cast<int>(value.size())) == 1 &&
       EVP_EncryptFinal_ex(cipher.get(), ciphertext + length, &length) == 1 &&
@@ -121,7 +119,7 @@ bool Sealer::unseal(std::span<const std::uint8_t> sealed, std::string_view conte
   int length = 0;
   const Context cipher(EVP_CIPHER_CTX_new());
   const bool done =
-      cipher && EVP_DecryptInit_ex2(cipher.get(), cipher_, master_.bytes().data(), sealed.data(), nullptr) == 1 &&
+      cipher && EVP_DecryptInit_ex2(cipher.get(), cipher_, key_->data(), sealed.data(), nullptr) == 1 &&
       EVP_DecryptUpdate(cipher.get(), nullptr, &length, bytes_of(context), static_cast<int>(context.size())) == 1 &&
       EVP_DecryptUpdate(cipher.get(), value.data(), &length, ciphertext, static_cast<int>(value.size())) == 1 &&
       EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_SET_TAG, kTagBytes, tag.data()) == 1 &&

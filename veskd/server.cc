@@ -25,6 +25,9 @@ namespace {
 // After an accept that failed for want of descriptors or memory: time for a connection to end.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
+// Between a connection that was asked to give way and the next: the first may have had a reason not to.
+constexpr std::chrono::milliseconds kPatience{10};
+
 constexpr std::size_t kMinThreads = 2;
 
 void log_failure(const Log &log, std::string_view what, std::exception_ptr failure) {
@@ -44,7 +47,8 @@ void add_faults(Terms &terms, const ServerOptions &options) {
 }  // namespace
 
 std::shared_ptr<Terms> make_terms(const ServerOptions &options) {
-  auto terms = std::make_shared<Terms>(Terms{make_tls_context(options.tls), options.limits, options.roles});
+  auto terms = std::make_shared<Terms>(
+      Terms{make_tls_context(options.tls, options.tickets), options.limits, options.roles, options.audit_reads});
   if (!options.faults.script.empty()) add_faults(*terms, options);
   return terms;
 }
@@ -63,6 +67,8 @@ Server::Server(const ServerOptions &options, Store &store, const Log &log)
   listen(options);
   start_accepting();
 }
+
+Server::~Server() = default;
 
 void Server::listen(const ServerOptions &options) {
   asio::error_code error;
@@ -107,13 +113,10 @@ void Server::start_accepting() {
 
 asio::awaitable<void> Server::accept_connections() {
   while (!stopping_) {
-    if (num_connections_ >= terms_->limits.max_connections) {
-      co_await wait_for_room();
-      continue;
-    }
     asio::error_code error;
     asio::ip::tcp::socket socket = co_await acceptor_.async_accept(asio::any_io_executor(asio::make_strand(io_)),
                                                                    asio::redirect_error(asio::use_awaitable, error));
+    while (!stopping_ && !error && peers_.size() >= terms_->limits.max_connections) co_await make_room();
     if (stopping_) break;
     if (error) {
       co_await pause_after(error);
@@ -123,16 +126,31 @@ asio::awaitable<void> Server::accept_connections() {
   }
 }
 
-// A timer that never runs out: the end of a connection cancels it.
-asio::awaitable<void> Server::wait_for_room() {
+// Returns when a connection has ended, or may be ended.
+asio::awaitable<void> Server::make_room() {
   asio::error_code cancelled;
-  room_.expires_at(asio::steady_timer::time_point::max());
+  room_.expires_at(end_oldest());
   co_await room_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+}
+
+// Ends the oldest connection that may be ended. Tells when to look again if none has ended until then.
+std::chrono::steady_clock::time_point Server::end_oldest() {
+  const auto now = Peer::Clock::now();
+  auto next = Peer::Clock::time_point::max();
+  for (const std::shared_ptr<Peer> &peer : peers_) {
+    const auto time = peer->gives_way_at();
+    next = std::min(next, time);
+    if (time > now) continue;
+    peer->ask_to_give_way();
+    return now + kPatience;
+  }
+  return next;
 }
 
 asio::awaitable<void> Server::pause_after(const asio::error_code &error) {
   if (error == asio::error::connection_aborted) co_return;
   log_.warning(fmt::format("a connection could not be accepted: {}", error.message()));
+  end_oldest();
   asio::error_code cancelled;
   room_.expires_after(kAcceptPause);
   co_await room_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
@@ -140,18 +158,18 @@ asio::awaitable<void> Server::pause_after(const asio::error_code &error) {
 
 void Server::start_connection(asio::ip::tcp::socket socket) {
   const asio::any_io_executor executor = socket.get_executor();
-  auto peer = std::make_shared<Peer>(std::move(socket), terms_, store_, machine_, log_);
-  ++num_connections_;
+  const auto peer = std::make_shared<Peer>(std::move(socket), terms_, store_, machine_, log_);
+  const auto place = peers_.insert(peers_.end(), peer);
   asio::co_spawn(
       executor, [peer]() -> asio::awaitable<void> { return peer->serve(); },
-      asio::bind_executor(strand_, [this](std::exception_ptr failure) { end_connection(failure); }));
+      asio::bind_executor(strand_, [this, place](std::exception_ptr failure) { end_connection(place, failure); }));
 }
 
-void Server::end_connection(std::exception_ptr failure) {
-  --num_connections_;
+void Server::end_connection(Peers::iterator peer, std::exception_ptr failure) {
+  peers_.erase(peer);
   room_.cancel();
   log_failure(log_, "a connection failed", failure);
-  if (stopping_ && num_connections_ == 0) io_.stop();
+  if (stopping_ && peers_.empty()) io_.stop();
 }
 
 void Server::stop() {
@@ -181,7 +199,7 @@ void Server::begin_stop() {
   asio::error_code ignored;
   acceptor_.close(ignored);
   room_.cancel();
-  if (num_connections_ == 0) return io_.stop();
+  if (peers_.empty()) return io_.stop();
   stop_timer_.expires_after(terms_->limits.stopping);
   stop_timer_.async_wait([this](const asio::error_code &error) {
     if (!error) io_.stop();

@@ -34,11 +34,15 @@ class FaultyTls;
 struct Limits {
   std::chrono::milliseconds handshake{10000};
   std::chrono::milliseconds request{30000};
+  // When there are more connections than allowed, those end first whose peer has not begun, or not sent its request,
+  // within these times.
+  std::chrono::milliseconds begin{100};
+  std::chrono::milliseconds ask{3000};
   std::chrono::milliseconds reply{30000};  // of each page
   std::chrono::milliseconds list{600000};  // of all pages
   std::chrono::milliseconds closing{2000};
   std::chrono::milliseconds stopping{5000};  // what runs when the server is told to stop may take this long
-  std::size_t max_connections = 512;         // more wait in the accept queue
+  std::size_t max_connections = 512;         // more wait, or take the place of those that keep silent
   std::size_t max_page_bytes = 16384;        // of the entries on a page of a list
   std::size_t num_threads = 0;               // 0: as many as the machine has processors, but two at least
 };
@@ -51,11 +55,13 @@ struct FaultFiles {
 
 struct ServerOptions {
   TlsFiles tls;
+  TicketOptions tickets;
   std::string address = "127.0.0.1";
   std::uint16_t port = 0;  // 0: a free one
   Machine machine;
   Limits limits;
   RoleRules roles;
+  bool audit_reads = true;  // what hands out a secret is audited; what changes one always is
   FaultFiles faults;
 };
 
@@ -64,6 +70,7 @@ struct Terms {
   asio::ssl::context tls;
   Limits limits;
   RoleRules roles;
+  bool audit_reads = true;
   std::shared_ptr<Faults> faults = nullptr;  // null for a server that behaves
   std::shared_ptr<FaultyTls> faulty_tls = nullptr;
 };
@@ -71,10 +78,13 @@ struct Terms {
 // Throws StartError when the files cannot be used.
 std::shared_ptr<Terms> make_terms(const ServerOptions &options);
 
+class Peer;
+
 class Server {
  public:
   // Listens; throws StartError. The store and the log must outlive the server.
   Server(const ServerOptions &options, Store &store, const Log &log);
+  ~Server();
 
   std::uint16_t port() const { return port_; }
 
@@ -94,10 +104,12 @@ class Server {
   void listen(const ServerOptions &options);
   void start_accepting();
   asio::awaitable<void> accept_connections();
-  asio::awaitable<void> wait_for_room();
+  asio::awaitable<void> make_room();
+  std::chrono::steady_clock::time_point end_oldest();
   asio::awaitable<void> pause_after(const asio::error_code &error);
   void start_connection(asio::ip::tcp::socket socket);
-  void end_connection(std::exception_ptr failure);
+  using Peers = std::list<std::shared_ptr<Peer>>;
+  void end_connection(Peers::iterator peer, std::exception_ptr failure);
   void begin_stop();
   void await_signal(asio::signal_set &signals, const std::function<void()> &action);
   void run_thread();
@@ -112,7 +124,7 @@ class Server {
   asio::steady_timer stop_timer_;
   std::list<asio::signal_set> signals_;
   std::shared_ptr<Terms> terms_;
-  std::size_t num_connections_ = 0;
+  Peers peers_;  // the oldest first
   bool stopping_ = false;
 
   Store &store_;

@@ -4,24 +4,19 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <system_error>
 
 #include "veskd/errors.h"
 #include "veskd/files.h"
 #include "veskd/schema.h"
+#include "veskd/transaction.h"
 
 namespace veskd {
 namespace {
 
 // Changes of one commit: enough to share the flush among all who wait, few enough that the first need not wait long.
 constexpr std::size_t kMaxChangesPerCommit = 256;
-
-// What is sealed to recognise the master key by.
-constexpr std::array<std::uint8_t, 16> kCheckValue = {'v', 'e', 's', 'k', 'd', ' ', 'm', 'a',
-                                                      's', 't', 'e', 'r', ' ', 'k', 'e', 'y'};
-constexpr std::string_view kCheckContext = "master key check";
 
 // SQLite gives its journals the mode of the database file, so that file is made first.
 Database open_private(const std::filesystem::path &path) {
@@ -32,43 +27,51 @@ Database open_private(const std::filesystem::path &path) {
   return Database(path);
 }
 
-// A transaction that is rolled back unless it was committed.
-class Transaction {
- public:
-  explicit Transaction(Database &database) : database_(database) { database_.execute("BEGIN IMMEDIATE"); }
-  ~Transaction() {
-    if (!committed_) try_rollback();
-  }
-  void commit() {
-    database_.execute("COMMIT");
-    committed_ = true;
-  }
+void migrate(Database &database, const std::filesystem::path &path) {
+  std::int64_t version = store_version(database);
+  if (version < 0 || version > std::ssize(kMigrations))
+    throw StartError(
+        fmt::format("the key store {} has version {}, this veskd knows versions up to {}: use a newer veskd",
+                    path.string(), version, kMigrations.size()));
+  for (; version < std::ssize(kMigrations); ++version) database.execute(kMigrations[static_cast<std::size_t>(version)]);
+  database.execute(fmt::format("PRAGMA user_version = {}", version).c_str());
+}
 
- private:
-  // SQLite may have rolled back by itself, as it does when the disk is full.
-  void try_rollback() noexcept {
-    try {
-      database_.execute("ROLLBACK");
-    } catch (const DatabaseError &) {
-    }
-  }
-
-  Database &database_;
-  bool committed_ = false;
-};
-
-}  // namespace
-
-Store::Store(const std::filesystem::path &path, const MasterKey &master, const Log &log)
-    : path_(path), log_(log), sealer_(master), writer_{open_private(path), sealer_} {
+// Makes the store if there is none, brings one of an earlier version forward, and opens its keys.
+std::unique_ptr<StoreKeys> prepare_store(const std::filesystem::path &path, const MasterKey &master) {
   try {
-    writer_.database.execute("PRAGMA journal_mode = WAL");
-    writer_.database.execute("PRAGMA synchronous = FULL");
-    migrate();
-    check_master_key();
+    Database database = open_private(path);
+    database.execute("PRAGMA journal_mode = WAL");
+    database.execute("PRAGMA synchronous = FULL");
+    Transaction transaction(database);
+    migrate(database, path);
+    auto keys = open_store_keys(database, master);
+    if (!keys)
+      throw StartError(
+          fmt::format("the master key does not belong to the key store {}: restore the master key file that "
+                      "was made with this store",
+                      path.string()));
+    transaction.commit();
+    return keys;
   } catch (const DatabaseError &error) {
     throw StartError(fmt::format("cannot use the key store {}: {}", path.string(), error.what()));
   }
+}
+
+}  // namespace
+
+std::int64_t store_version(Database &database) {
+  Query query(database, "PRAGMA user_version");
+  return query.next() ? query.number(0) : 0;
+}
+
+Store::Store(const std::filesystem::path &path, const MasterKey &master, const Log &log)
+    : path_(path),
+      log_(log),
+      keys_(prepare_store(path, master)),
+      sealer_(*keys_->values),
+      writer_{Database(path), sealer_, keys_->audit} {
+  writer_.database.execute("PRAGMA synchronous = FULL");
   writer_thread_ = std::thread([this] { write_changes(); });
 }
 
@@ -81,38 +84,6 @@ Store::~Store() {
   writer_thread_.join();
 }
 
-void Store::migrate() {
-  Transaction transaction(writer_.database);
-  std::int64_t version = 0;
-  {
-    Query query(writer_.database, "PRAGMA user_version");
-    if (query.next()) version = query.number(0);
-  }
-  if (version < 0 || version > std::ssize(kMigrations))
-    throw StartError(
-        fmt::format("the key store {} has version {}, this veskd knows versions up to {}: use a newer veskd",
-                    path_.string(), version, kMigrations.size()));
-  for (; version < std::ssize(kMigrations); ++version)
-    writer_.database.execute(kMigrations[static_cast<std::size_t>(version)]);
-  writer_.database.execute(fmt::format("PRAGMA user_version = {}", version).c_str());
-  transaction.commit();
-}
-
-void Store::check_master_key() {
-  Query query(writer_.database, "SELECT sealed FROM master_key_check");
-  if (!query.next()) {
-    const std::vector<std::uint8_t> sealed = sealer_.seal(kCheckValue, kCheckContext);
-    Query(writer_.database, "INSERT INTO master_key_check VALUES (?1)", std::span(sealed)).run();
-    return;
-  }
-  std::array<std::uint8_t, kCheckValue.size()> value;
-  if (!sealer_.unseal(query.blob(0), kCheckContext, value) || value != kCheckValue)
-    throw StartError(
-        fmt::format("the master key does not belong to the key store {}: restore the master key file that "
-                    "was made with this store",
-                    path_.string()));
-}
-
 std::unique_ptr<StoreConnection> Store::take_reader() {
   {
     const std::lock_guard lock(mutex_);
@@ -122,7 +93,7 @@ std::unique_ptr<StoreConnection> Store::take_reader() {
       return reader;
     }
   }
-  auto reader = std::make_unique<StoreConnection>(Database(path_), sealer_);
+  auto reader = std::make_unique<StoreConnection>(Database(path_), sealer_, keys_->audit);
   reader->database.execute("PRAGMA query_only = ON");
   return reader;
 }
@@ -215,20 +186,29 @@ void Store::commit(std::deque<Change> &changes) {
 }
 
 bool Store::try_apply(const Change &change) {
-  writer_.database.execute("SAVEPOINT change");
-  bool failed = false;
+  Database &database = writer_.database;
+  const auto undo = [&] { database.execute("ROLLBACK TO change"); };
+  database.execute("SAVEPOINT change");
+  bool done = attempt([&] {
+    if (!change.apply(writer_)) undo();
+  });
+  if (!done) undo();
+  if (change.record && !attempt([&] { change.record(writer_); })) {
+    undo();
+    done = false;
+  }
+  database.execute("RELEASE change");
+  return done;
+}
+
+bool Store::attempt(const std::function<void()> &action) const {
   try {
-    if (change.apply(writer_)) {
-      writer_.database.execute("RELEASE change");
-      return true;
-    }
+    action();
   } catch (const std::exception &error) {
     log_.error(fmt::format("a change of the key store failed: {}", error.what()));
-    failed = true;
+    return false;
   }
-  writer_.database.execute("ROLLBACK TO change");
-  writer_.database.execute("RELEASE change");
-  return !failed;
+  return true;
 }
 
 }  // namespace veskd

@@ -17,6 +17,7 @@
 #include "veskd/database.h"
 #include "veskd/log.h"
 #include "veskd/sealing.h"
+#include "veskd/store_keys.h"
 
 namespace veskd {
 
@@ -24,6 +25,7 @@ namespace veskd {
 struct StoreConnection {
   Database database;
   const Sealer &sealer;
+  const KeyValue &audit_key;
 };
 
 struct Change {
@@ -31,7 +33,13 @@ struct Change {
   std::function<bool(StoreConnection &)> apply;
   // Called on the writer's thread once the change is durable or undone; false when it has failed.
   std::function<void(bool durable)> done;
+  // Runs behind apply, whatever became of that, and stays. When it throws, both are undone and the change has failed.
+  // Empty when nothing is to be recorded.
+  std::function<void(StoreConnection &)> record = {};
 };
+
+// The number of the migration that the store was brought to last.
+std::int64_t store_version(Database &database);
 
 class Store {
  public:
@@ -93,14 +101,14 @@ class Store {
   std::unique_ptr<StoreConnection> take_reader();
   void give_back(std::unique_ptr<StoreConnection> connection);
 
-  void migrate();
-  void check_master_key();
   void write_changes();
   void commit(std::deque<Change> &changes);
   bool try_apply(const Change &change);
+  bool attempt(const std::function<void()> &action) const;
 
   const std::filesystem::path path_;
   const Log &log_;
+  const std::unique_ptr<const StoreKeys> keys_;
   const Sealer sealer_;
   StoreConnection writer_;
 

@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "veskd/dates.h"
 
 namespace veskd {
@@ -65,6 +68,38 @@ void mark_served(StoreConnection &store, const Template &family, std::int64_t in
 
 void set_next_increment(StoreConnection &store, const Template &family, std::int64_t increment) {
   Query(store.database, "UPDATE templates SET next_increment = ?1 WHERE id = ?2", increment, family.id).run();
+}
+
+namespace {
+
+void move_on(StoreConnection &store, const Template &family, std::int64_t increment) {
+  Query(store.database,
+        "UPDATE templates SET next_increment = ?1, first_unserved = ?1, num_generated = ?2 WHERE id = ?3", increment,
+        std::max(increment, family.num_generated), family.id)
+      .run();
+  Query(store.database,
+        "UPDATE keys SET served_date = ?1 WHERE template = ?2 AND increment < ?3 AND served_date IS NULL", today(),
+        family.id, increment)
+      .run();
+}
+
+std::vector<std::string> constants(StoreConnection &store) {
+  Query query(store.database, "SELECT constant FROM templates WHERE removed_date IS NULL");
+  std::vector<std::string> all;
+  while (query.next()) all.push_back(query.text(0));
+  return all;
+}
+
+}  // namespace
+
+void skip_increments(StoreConnection &store, const std::optional<std::int64_t> &count) {
+  if (count == 0) return;
+  for (const std::string &constant : constants(store)) {
+    const Template family = find_template(store, constant).value();
+    const std::int64_t increment =
+        count ? family.next_increment + std::min(*count, kMaxIncrements) : family.num_generated;
+    move_on(store, family, std::min(increment, kMaxIncrements));
+  }
 }
 
 bool is_removable(StoreConnection &store, const Template &family) {

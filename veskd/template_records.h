@@ -49,6 +49,11 @@ std::optional<NextKey> find_next_key(StoreConnection &store, const Template &fam
 void mark_served(StoreConnection &store, const Template &family, std::int64_t increment);
 void set_next_increment(StoreConnection &store, const Template &family, std::int64_t increment);
 
+// Moves every template on by that many increments, none meaning past all that were generated, as if they had been
+// served. Where that leads behind the last one, the increments between count as generated too: their names may be
+// taken.
+void skip_increments(StoreConnection &store, const std::optional<std::int64_t> &count);
+
 // Whether every key that was not served may be deleted.
 bool is_removable(StoreConnection &store, const Template &family);
 

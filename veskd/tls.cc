@@ -21,7 +21,8 @@ void set_versions_and_ciphers(SSL_CTX *tls) {
   SSL_CTX_set_security_level(tls, kSecurityLevel);
   require_openssl(SSL_CTX_set_min_proto_version(tls, TLS1_2_VERSION) == 1 &&
                       SSL_CTX_set_max_proto_version(tls, 0) == 1 &&
-                      SSL_CTX_set_cipher_list(tls, "ECDHE+AESGCM:ECDHE+CHACHA20") == 1,
+                      SSL_CTX_set_cipher_list(tls, "ECDHE+AESGCM:ECDHE+CHACHA20") == 1 &&
+                      SSL_CTX_set1_groups_list(tls, "X25519:P-256:P-384:P-521") == 1,
                   kFailed);
 }
 
@@ -41,18 +42,17 @@ void check_authority(const std::filesystem::path &file) {
   check_file(SSL_CTX_load_verify_file(context.native_handle(), file.c_str()), "trusted authority", file);
 }
 
-asio::ssl::context make_tls_context(const TlsFiles &files) {
+asio::ssl::context make_tls_context(const TlsFiles &files, const TicketOptions &tickets) {
   asio::ssl::context context(asio::ssl::context::tls_server);
   SSL_CTX *tls = context.native_handle();
   set_versions_and_ciphers(tls);
   require_openssl(SSL_CTX_set_session_id_context(tls, kSessionContext, sizeof kSessionContext - 1) == 1, kFailed);
-  // A connection carries one transaction and is authenticated in full, so nothing is resumed.
-  SSL_CTX_set_options(tls, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_TICKET | SSL_OP_NO_COMPRESSION |
-                               SSL_OP_CIPHER_SERVER_PREFERENCE | SSL_OP_CLEANSE_PLAINTEXT);
+  SSL_CTX_set_options(tls, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION | SSL_OP_CIPHER_SERVER_PREFERENCE |
+                               SSL_OP_CLEANSE_PLAINTEXT);
   SSL_CTX_set_session_cache_mode(tls, SSL_SESS_CACHE_OFF);
-  SSL_CTX_set_num_tickets(tls, 0);
   SSL_CTX_set_mode(tls, SSL_MODE_RELEASE_BUFFERS);
   load_files(tls, files);
+  tickets.enabled ? issue_tickets(tls, tickets, files.authority) : issue_no_tickets(tls);
   STACK_OF(X509_NAME) *names = SSL_load_client_CA_file(files.authority.c_str());
   check_file(names != nullptr ? 1 : 0, "trusted authority", files.authority);
   SSL_CTX_set_client_CA_list(tls, names);

@@ -4,6 +4,8 @@
 #include <asio/ssl/context.hpp>
 #include <filesystem>
 
+#include "veskd/tickets.h"
+
 namespace veskd {
 
 // The PEM files that the server shows and trusts.
@@ -13,8 +15,8 @@ struct TlsFiles {
   std::filesystem::path authority;
 };
 
-// TLS 1.2 at least, a client certificate always, no renegotiation, no session resumption.
-asio::ssl::context make_tls_context(const TlsFiles &files);
+// TLS 1.2 at least, a client certificate always, no renegotiation; sessions are resumed by tickets, if at all.
+asio::ssl::context make_tls_context(const TlsFiles &files, const TicketOptions &tickets);
 
 // Throws FileError unless the file holds certificates.
 void check_authority(const std::filesystem::path &file);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/server/laboratory.h"
+#include "veskd/files.h"
 
 namespace veskd::test {
 namespace {
@@ -20,6 +21,12 @@ using testing::HasSubstr;
 class Configuration : public testing::Test {
  protected:
   ServiceSettings read() { return read_configuration(laboratory.file()); }
+  void use_the_example() {
+    fs::copy_file(VESKD_EXAMPLE, laboratory.file(), fs::copy_options::overwrite_existing);
+    laboratory.write("sensors", "");
+    const std::string digits(64, '7');
+    replace_file(laboratory / "tickets.key", digits + "\n", kPrivateMode);
+  }
   std::string mistakes() {
     return start_error([&] { read(); });
   }
@@ -34,8 +41,7 @@ class Configuration : public testing::Test {
 };
 
 TEST_F(Configuration, TheExampleInTheDocumentsIsValid) {
-  fs::copy_file(VESKD_EXAMPLE, laboratory.file(), fs::copy_options::overwrite_existing);
-  laboratory.write("sensors", "");
+  use_the_example();
   const ServiceSettings settings = read();
   EXPECT_EQ(settings.server.port, 5696);
   EXPECT_EQ(settings.server.tls.certificate_chain, laboratory / "server.pem");
@@ -45,8 +51,7 @@ TEST_F(Configuration, TheExampleInTheDocumentsIsValid) {
 
 // Every value of the example that has a default is that default.
 TEST_F(Configuration, TheExampleShowsTheDefaults) {
-  fs::copy_file(VESKD_EXAMPLE, laboratory.file(), fs::copy_options::overwrite_existing);
-  laboratory.write("sensors", "");
+  use_the_example();
   const Limits shown = read().server.limits;
   const Limits standard;
   EXPECT_EQ(shown.max_connections, standard.max_connections);
@@ -54,10 +59,14 @@ TEST_F(Configuration, TheExampleShowsTheDefaults) {
   EXPECT_EQ(shown.max_page_bytes, standard.max_page_bytes);
   EXPECT_EQ(shown.handshake, standard.handshake);
   EXPECT_EQ(shown.request, standard.request);
+  EXPECT_EQ(shown.begin, standard.begin);
+  EXPECT_EQ(shown.ask, standard.ask);
   EXPECT_EQ(shown.reply, standard.reply);
   EXPECT_EQ(shown.list, standard.list);
   EXPECT_EQ(shown.closing, standard.closing);
   EXPECT_EQ(shown.stopping, standard.stopping);
+  EXPECT_EQ(read().server.tickets.enabled, TicketOptions().enabled);
+  EXPECT_EQ(read().server.tickets.rotate, TicketOptions().rotate);
   EXPECT_EQ(read().log.form, LogOptions().form);
   EXPECT_EQ(read().log.level, LogOptions().level);
 }
@@ -121,6 +130,10 @@ TEST_F(Configuration, SaysWhatIsWrong) {
       {"[[roles]]\nrole = 'storage-client'\nuri = 'u'\nprefixes = []\n", 14, "roles.prefixes: must be a list"},
       {"[[roles]]\nrole = 'storage-client'\nuri = 'u'\nprefixes = [5]\n", 14, "roles.prefixes: must be a list"},
       {"[[roles]]\nrole = 'storage-client'\nuri = 'u'\nprefixes = ['']\n", 14, "roles.prefixes: must hold no empty"},
+      {"[tls.tickets]\nrotate = '8d'\n", 12, "tls.tickets.rotate: must be from 1s to"},
+      {"[tls.tickets]\nenabled = 1\n", 12, "tls.tickets.enabled: must be true or false"},
+      {"[tls.tickets]\nkey_file = 'none'\n", 12, "tls.tickets.key_file: cannot open"},
+      {"[tls.tickets]\nkey_file = 'server-key.pem'\n", 12, "does not hold 64 hexadecimal digits and a line end"},
       {"[log\n", 11, "rror"},
   };
   for (const Mistake &mistake : mistakes) {

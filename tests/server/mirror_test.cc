@@ -9,6 +9,7 @@
 
 #include "orn/support.h"
 #include "tests/server/mirror_servers.h"
+#include "veskd/audit_records.h"
 #include "veskd/certificates.h"
 #include "veskd/return_codes.h"
 
@@ -88,6 +89,19 @@ TEST_F(Mirrors, EveryChangeOfAMirrorKeyReachesTheMirror) {
   EXPECT_TRUE(one_.agrees_with("two"));
   EXPECT_EQ(one_.queue_size("two"), 0);
   EXPECT_EQ(one_.mirror("two").fault_count, 0);
+}
+
+// A key that goes to a mirror is handed out.
+TEST_F(Mirrors, WhatIsSentIsAudited) {
+  one_.create_mirror_key("K1");
+  ASSERT_TRUE(eventually([&] { return one_.agrees_with("two"); }));
+  Store::Reader reader(one_.store());
+  std::vector<std::string> told;
+  for_each_audit_entry((*reader).database, 1, [&](const AuditEntry &entry) {
+    if (entry.event.function == "ReplicateKeys")
+      told.push_back(entry.event.caller + " " + entry.event.object + " " + std::to_string(entry.event.return_code));
+  });
+  EXPECT_THAT(told, ElementsAre("to mirror two K1 0"));
 }
 
 TEST_F(Mirrors, OtherKeysStayWhereTheyAre) {

@@ -48,6 +48,14 @@ std::string Program::read_line() {
   return line;
 }
 
+std::string Program::read_all() {
+  std::string text;
+  char buffer[4096];
+  for (ssize_t count = 0; (count = ::read(output_, buffer, sizeof buffer)) > 0;)
+    text.append(buffer, static_cast<std::size_t>(count));
+  return text;
+}
+
 void Program::signal(int number) {
   ::kill(pid_, number);
 }

@@ -23,6 +23,9 @@ class Program {
   // The next line of its standard output, without line end; empty at the end.
   std::string read_line();
 
+  // All of its standard output that is left.
+  std::string read_all();
+
   void signal(int number);
 
   // Waits for its end. The exit code, or minus the signal that ended it.

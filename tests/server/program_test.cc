@@ -204,14 +204,21 @@ TEST(Usage, IsExplainedOnRequest) {
 }
 
 TEST(Usage, IsWrongWithExitCode2) {
-  const std::vector<std::vector<std::string>> wrong = {{},
-                                                       {"serve"},
-                                                       {"dev"},
-                                                       {"dev", "--dir"},
-                                                       {"dev", "--dir", "/tmp/d", "--port", "65536"},
-                                                       {"dev", "--dir", "/tmp/d", "--port", "x"},
-                                                       {"dev", "--dir", "/tmp/d", "--verbose"},
-                                                       {"dev", "--dir", "/tmp/d", "--host-name", "one,two"}};
+  const std::vector<std::vector<std::string>> wrong = {
+      {},
+      {"serve"},
+      {"dev"},
+      {"dev", "--dir"},
+      {"dev", "--dir", "/tmp/d", "--port", "65536"},
+      {"dev", "--dir", "/tmp/d", "--port", "x"},
+      {"dev", "--dir", "/tmp/d", "--verbose"},
+      {"dev", "--dir", "/tmp/d", "--host-name", "one,two"},
+      {"audit"},
+      {"audit", "verify"},
+      {"audit", "show", "--dir", "/tmp/d", "--output", "xml"},
+      {"backup", "--dir", "/tmp/d"},
+      {"restore", "--from", "/tmp/b", "--dir", "/tmp/d", "--skip-increments", "-1"},
+      {"rotate-master-key"}};
   for (const auto &arguments : wrong) {
     Program program(arguments);
     EXPECT_EQ(program.wait(), 2) << testing::PrintToString(arguments);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/server/mirror_servers.h"
+#include "veskd/audit_records.h"
 #include "veskd/mirror_wire.h"
 #include "veskd/return_codes.h"
 
@@ -147,6 +148,21 @@ TEST_F(ReplicateKeys, WhatIsNotOfItsFormIsRefusedWhole) {
             "9001"
             "0101");
   EXPECT_EQ(server_.value_of("K1"), "");
+}
+
+// Each change has an entry, with the sender as who made it.
+TEST_F(ReplicateKeys, ChangesAreAudited) {
+  WrittenChange conflict;
+  conflict.number = "0000000000000000002";
+  conflict.instance = padded("I2", 24);
+  ask({WrittenChange(), conflict});
+  Store::Reader reader(server_.store());
+  std::vector<std::string> told;
+  for_each_audit_entry((*reader).database, 1, [&](const AuditEntry &entry) {
+    told.push_back(entry.event.caller + " " + entry.event.object + " " + std::to_string(entry.event.return_code));
+  });
+  EXPECT_EQ(told, (std::vector<std::string>{"CN=veskd development mirror,O=veskd dev K1 0",
+                                            "CN=veskd development mirror,O=veskd dev K1 606"}));
 }
 
 }  // namespace

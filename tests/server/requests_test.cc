@@ -166,23 +166,6 @@ TEST(Admission, Tls12IsTheOldestVersion) {
   EXPECT_STREQ(SSL_get_version(newest.tls()), "TLSv1.3");
 }
 
-TEST(Admission, NoSessionIsResumed) {
-  TestServer server;
-  for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
-    RawOptions options = raw_options(server.directory());
-    options.max_version = version;
-    RawConnection first(server.port());
-    ASSERT_TRUE(first.handshake(options));
-    first.send("000041043");
-    ASSERT_EQ(first.receive_all(), "0000810430000");
-    RawConnection second(server.port());
-    ASSERT_TRUE(second.handshake(options, SSL_get_session(first.tls())));
-    EXPECT_FALSE(SSL_session_reused(second.tls()));
-    second.send("000041043");
-    EXPECT_EQ(second.receive_all(), "0000810430000");
-  }
-}
-
 TEST(Admission, ConnectionsAreNotRenegotiated) {
   TestServer server;
   RawOptions options = raw_options(server.directory());

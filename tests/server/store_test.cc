@@ -9,8 +9,10 @@
 #include <latch>
 
 #include "tests/server/test_server.h"
+#include "veskd/certificate_records.h"
 #include "veskd/dates.h"
 #include "veskd/key_records.h"
+#include "veskd/schema.h"
 
 namespace veskd::test {
 namespace {
@@ -44,7 +46,7 @@ class Sealing : public testing::Test {
  protected:
   TemporaryDirectory directory;
   std::unique_ptr<MasterKey> master = MasterKey::create(directory / "master.key");
-  Sealer sealer{*master};
+  Sealer sealer{master->bytes()};
   const std::vector<std::uint8_t> value = {1, 2, 3, 4};
   std::vector<std::uint8_t> opened = std::vector<std::uint8_t>(4);
 };
@@ -84,13 +86,13 @@ TEST_F(Sealing, AnotherContextIsNoticed) {
 
 TEST_F(Sealing, AnotherMasterKeyIsNoticed) {
   const auto other = MasterKey::create(directory / "other.key");
-  EXPECT_FALSE(Sealer(*other).unseal(sealer.seal(value, "context"), "context", opened));
+  EXPECT_FALSE(Sealer(other->bytes()).unseal(sealer.seal(value, "context"), "context", opened));
 }
 
 TEST_F(Sealing, TheMasterKeyIsReadBackFromItsPrivateFile) {
   EXPECT_EQ(mode_of(directory / "master.key"), 0600u);
   const auto again = MasterKey::read(directory / "master.key");
-  ASSERT_TRUE(Sealer(*again).unseal(sealer.seal(value, "context"), "context", opened));
+  ASSERT_TRUE(Sealer(again->bytes()).unseal(sealer.seal(value, "context"), "context", opened));
   EXPECT_EQ(opened, value);
 }
 
@@ -156,6 +158,56 @@ TEST_F(StoreTest, AnotherMasterKeyIsRecognised) {
               testing::HasSubstr("the master key does not belong to the key store"));
 }
 
+// A store of before there were store keys: its values are sealed under the master key itself.
+class FormerStoreTest : public StoreTest {
+ protected:
+  FormerStoreTest() {
+    Database database(path);
+    for (const char *migration : {kMigrations[0], kMigrations[1], kMigrations[2], kMigrations[3]})
+      database.execute(migration);
+    database.execute(
+        "PRAGMA user_version = 4; "
+        "INSERT INTO keys (id, name, current_instance, size_bits, creation_date, activation_date, expiration_date, "
+        "rollover_code, rollover_days, deletable, mirror, user_group_flag, user_name, group_name) "
+        "VALUES (7, 'K1', 'I1', 256, '', '', '', 'N', '0000', 'Y', 'N', '1', '', '')");
+    const Sealer former(master->bytes());
+    const std::vector<std::uint8_t> check = former.seal(bytes_of("veskd master key"), "master key check");
+    Query(database, "INSERT INTO master_key_check VALUES (?1)", std::span(check)).run();
+    const std::vector<std::uint8_t> value = former.seal(bytes_of(kFormerValue), "key value\nK1\nI1");
+    Query(database, "INSERT INTO instances VALUES (7, 'I1', ?1)", std::span(value)).run();
+    const std::vector<std::uint8_t> certificate = former.seal(bytes_of("PEM"), "certificate\nC1");
+    Query(database, "INSERT INTO certificate_store VALUES ('certificate', 'C1', ?1)", std::span(certificate)).run();
+  }
+
+  static std::span<const std::uint8_t> bytes_of(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
+  }
+
+  static constexpr std::string_view kFormerValue = "the value of a key of 256 bits..";
+};
+
+TEST_F(FormerStoreTest, HasItsValuesSealedUnderAKeyOfItsOwn) {
+  for (int start = 0; start < 2; ++start) {
+    Store store(path, *master, kLog);
+    const auto value = value_of(store, "K1");
+    EXPECT_EQ(std::string(value.begin(), value.end()), kFormerValue);
+    Store::Reader reader(store);
+    EXPECT_EQ(find_certificate(*reader, "C1"), "PEM");
+    Query sealed((*reader).database, "SELECT sealed_value FROM instances");
+    ASSERT_TRUE(sealed.next());
+    EXPECT_FALSE(opens(Sealer(master->bytes()), "K1", "I1", sealed.blob(0)));
+  }
+}
+
+TEST_F(FormerStoreTest, IsLeftAsItIsWhenTheMasterKeyIsAnother) {
+  const auto other = MasterKey::create(directory / "other.key");
+  EXPECT_THAT(start_error([&] { Store store(path, *other, kLog); }),
+              testing::HasSubstr("the master key does not belong to the key store"));
+  Store store(path, *master, kLog);
+  const auto value = value_of(store, "K1");
+  EXPECT_EQ(std::string(value.begin(), value.end()), kFormerValue);
+}
+
 TEST_F(StoreTest, AStoreOfANewerVersionIsLeftAlone) {
   { Store store(path, *master, kLog); }
   Database(path).execute("PRAGMA user_version = 1000");
@@ -188,6 +240,35 @@ TEST_F(StoreTest, ARefusedChangeIsUndoneAndTheOthersOfItsCommitStand) {
   EXPECT_TRUE(find_key(*reader, "K1").has_value());
   EXPECT_FALSE(find_key(*reader, "K2").has_value());
   EXPECT_FALSE(find_key(*reader, "K3").has_value());
+}
+
+TEST_F(StoreTest, ARecordStaysWhenItsChangeIsUndone) {
+  Store store(path, *master, kLog);
+  for (const char *name : {"K1", "K2"}) {
+    std::promise<bool> outcome;
+    store.change({.apply = [&](StoreConnection &c) -> bool {
+                    create_key(c, name, kPolicy);
+                    if (std::string(name) == "K2") throw DatabaseError("broken");
+                    return false;
+                  },
+                  .done = [&](bool durable) { outcome.set_value(durable); },
+                  .record = [&](StoreConnection &c) { create_key(c, std::string("record of ") + name, kPolicy); }});
+    EXPECT_EQ(outcome.get_future().get(), std::string(name) == "K1");
+    Store::Reader reader(store);
+    EXPECT_FALSE(find_key(*reader, name).has_value());
+    EXPECT_TRUE(find_key(*reader, std::string("record of ") + name).has_value());
+  }
+}
+
+TEST_F(StoreTest, WhatCannotBeRecordedIsUndone) {
+  Store store(path, *master, kLog);
+  std::promise<bool> outcome;
+  store.change({.apply = [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); },
+                .done = [&](bool durable) { outcome.set_value(durable); },
+                .record = [](StoreConnection &) { throw DatabaseError("broken"); }});
+  EXPECT_FALSE(outcome.get_future().get());
+  Store::Reader reader(store);
+  EXPECT_FALSE(find_key(*reader, "K1").has_value());
 }
 
 TEST_F(StoreTest, WhenTheCommitFailsEveryChangeInItHasFailed) {

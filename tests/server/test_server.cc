@@ -41,11 +41,12 @@ CertificatePaths client_paths(const std::filesystem::path &directory) {
 
 namespace {
 
-ServerOptions development_options(const Limits &limits, const Machine &machine) {
+ServerOptions development_options(const Limits &limits, const Machine &machine, bool audit_reads) {
   ServerOptions options;
   options.limits = limits;
   options.roles = development_roles();
   options.machine = machine;
+  options.audit_reads = audit_reads;
   return options;
 }
 
@@ -57,8 +58,8 @@ ServerOptions with_files(ServerOptions options, const DevEnvironment &environmen
 
 }  // namespace
 
-TestServer::TestServer(const Limits &limits, const Machine &machine)
-    : TestServer(development_options(limits, machine)) {}
+TestServer::TestServer(const Limits &limits, const Machine &machine, bool audit_reads)
+    : TestServer(development_options(limits, machine, audit_reads)) {}
 
 TestServer::TestServer(const ServerOptions &options)
     : environment_(directory_.path(), {}, log_),

@@ -43,7 +43,7 @@ class TestServer {
  public:
   // What the options leave open, the directory gives: the files.
   explicit TestServer(const ServerOptions &options);
-  explicit TestServer(const Limits &limits = {}, const Machine &machine = {});
+  explicit TestServer(const Limits &limits = {}, const Machine &machine = {}, bool audit_reads = false);
   ~TestServer();
   TestServer(const TestServer &) = delete;
   TestServer &operator=(const TestServer &) = delete;

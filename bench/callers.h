@@ -1,0 +1,47 @@
+// The two clients that are compared, and the three manners in which each makes the same call.
+#pragma once
+
+#include <array>
+#include <memory>
+
+#include "bench/allocations.h"
+#include "bench/server.h"
+
+namespace bench {
+
+enum class Client { kLibrary, kBare };
+inline constexpr std::array kClients = {Client::kLibrary, Client::kBare};
+const char *name_of(Client client);
+
+enum class Manner {
+  kResumed,    // the session of an earlier call is resumed
+  kInFull,     // a full handshake, with a context that was made before
+  kFromFiles,  // everything anew: files, context, full handshake
+};
+inline constexpr std::array kManners = {Manner::kResumed, Manner::kInFull, Manner::kFromFiles};
+const char *name_of(Manner manner);
+
+// The key that every call retrieves.
+inline constexpr const char *kKeyName = "BENCHMARK";
+
+// Makes the call, again and again, for one thread. Ends the process on failure.
+class Caller {
+ public:
+  virtual ~Caller() = default;
+  virtual void call() = 0;
+  // A call that counts what is allocated between the handshake and the good-bye.
+  virtual Allocations count_exchange() = 0;
+};
+
+// Makes the callers of one client, a thread each. Only one of these is in use at a time: the manner in which the
+// library makes its calls is the whole process's.
+class Callers {
+ public:
+  virtual ~Callers() = default;
+  // thread: below 64.
+  virtual std::unique_ptr<Caller> make(int thread) const = 0;
+};
+
+std::unique_ptr<Callers> callers(Client client, Manner manner, const Server &server);
+
+}  // namespace bench

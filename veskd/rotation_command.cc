@@ -1,0 +1,26 @@
+// veskd rotate-master-key.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "veskd/commands.h"
+#include "veskd/master_key_rotation.h"
+
+namespace veskd {
+
+void add_rotation_command(CLI::App &app) {
+  struct Options {
+    std::filesystem::path directory;
+    bool reseal_values = false;
+  };
+  const auto options = std::make_shared<Options>();
+  CLI::App *rotate = app.add_subcommand("rotate-master-key", "Change the master key, while a server runs or not");
+  rotate->add_option("--dir", options->directory, "directory of master key and store")->required();
+  rotate->add_flag("--reseal-values", options->reseal_values,
+                   "seal every key value anew too; no server may have the directory");
+  rotate->callback([options] {
+    const StoreFiles files = store_files_in(options->directory);
+    options->reseal_values ? rotate_all_keys(files) : rotate_master_key(files);
+  });
+}
+
+}  // namespace veskd
