@@ -223,11 +223,6 @@ const Fault *Faults::next_handshake(bool shows_ticket) {
   return choose([&](const Rule &rule) { return rule.looks_at_handshake(shows_ticket); });
 }
 
-bool Faults::are_about_tickets() const {
-  return std::any_of(rules_.begin(), rules_.end(),
-                     [](const Rule &rule) { return subject_of(rule.fault.deviation) == Subject::kTicket; });
-}
-
 namespace {
 
 // Behind length digits, identifier and return code. The count is the last that a page counts.

@@ -59,9 +59,6 @@ class Faults {
   const Fault *next_request(std::string_view tran_id);
   const Fault *next_handshake(bool shows_ticket);
 
-  // Whether some are about session tickets.
-  bool are_about_tickets() const;
-
  private:
   struct Rule;
   template <typename LooksAt>

@@ -2,14 +2,10 @@
 
 #include <openssl/ssl.h>
 
-#include "veskd/errors.h"
-
 namespace veskd {
 namespace {
 
-constexpr const char *kFailed = "faults in handshakes could not be set up";
 constexpr Days kWrongNameValidity{1};
-constexpr std::size_t kNumTickets = 2;
 
 int fault_index() {
   static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
@@ -48,10 +44,6 @@ FaultyTls::FaultyTls(SSL_CTX *tls, Faults &faults, const Identity &authority)
       expired_(make_expired(SSL_CTX_get0_certificate(tls), authority)),
       wrong_name_(make_leaf(authority, {"veskd", Purpose::kServer, {"elsewhere.invalid"}}, kWrongNameValidity)) {
   SSL_CTX_set_client_hello_cb(tls, answer_client_hello, this);
-  // A ticket has to be issued before it can be refused.
-  if (!faults_.are_about_tickets()) return;
-  SSL_CTX_clear_options(tls, SSL_OP_NO_TICKET);
-  require_openssl(SSL_CTX_set_num_tickets(tls, kNumTickets) == 1, kFailed);
 }
 
 const Fault *FaultyTls::played_on(const SSL *tls) {
