@@ -2,7 +2,7 @@
 #   make demo    builds everything and shows the main job with the real programs
 #   make test    passes the tests: plain, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads
 #                under ThreadSanitizer, and checks the format of the sources
-#   make bench   measures, as ratios within one run
+#   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
 #   make format  formats the sources
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c

@@ -33,8 +33,8 @@ class Caller {
   virtual Allocations count_exchange() = 0;
 };
 
-// Makes the callers of one client, a thread each. Only one of these is in use at a time: the manner in which the
-// library makes its calls is the whole process's.
+// Makes the callers of one client, a thread each. All that are in use at a time are of one manner: the library's is the
+// whole process's.
 class Callers {
  public:
   virtual ~Callers() = default;

@@ -1,10 +1,12 @@
 #include "bench/calls.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <latch>
 #include <memory>
 #include <numeric>
 #include <thread>
@@ -13,56 +15,96 @@ namespace bench {
 
 namespace {
 
-constexpr std::chrono::milliseconds kRound{200};
-
 using Clock = std::chrono::steady_clock;
 
-// Threads that call until the time is up. Each has made a call before, so that it has what its manner keeps.
+// Each runs twice in a turn, so that neither is always the one that comes second.
+constexpr std::chrono::milliseconds kSlice{50};
+constexpr int kTurns = 2;
+
+// Where a number of threads wait for one another, asleep.
+class Gate {
+ public:
+  explicit Gate(int threads) { pthread_barrier_init(&barrier_, nullptr, static_cast<unsigned>(threads)); }
+  ~Gate() { pthread_barrier_destroy(&barrier_); }
+  Gate(const Gate &) = delete;
+  Gate &operator=(const Gate &) = delete;
+  void pass() { pthread_barrier_wait(&barrier_); }
+
+ private:
+  pthread_barrier_t barrier_;
+};
+
+// Threads that call in the slices of time that they are given. One call was made before all others, which leaves a
+// context, and one by each thread, which leaves a session.
 class Crowd {
  public:
-  Crowd(const Callers &callers, int threads) : ready_(threads + 1), counts_(static_cast<std::size_t>(threads)) {
+  Crowd(const Callers &callers, int threads) : gate_(threads + 1), counts_(static_cast<std::size_t>(threads)) {
+    callers.make(0)->call();
     for (int i = 0; i < threads; ++i)
       threads_.emplace_back(
-          [this, i, caller = callers.make(i)] { counts_[static_cast<std::size_t>(i)] = run(*caller); });
+          [this, &count = counts_[static_cast<std::size_t>(i)], caller = callers.make(i)] { run(*caller, count); });
+    gate_.pass();
   }
+  ~Crowd() {
+    is_over_ = true;
+    gate_.pass();
+    for (std::thread &thread : threads_) thread.join();
+  }
+  Crowd(const Crowd &) = delete;
+  Crowd &operator=(const Crowd &) = delete;
 
-  // Returns how many calls were made.
-  std::int64_t run_for(std::chrono::milliseconds time, Cost &cost) {
-    ready_.arrive_and_wait();
+  void run_for(std::chrono::milliseconds time) {
     const Stopwatch watch;
     end_ = Clock::now() + time;
-    for (std::thread &thread : threads_) thread.join();
-    cost = watch.read();
-    return std::accumulate(counts_.begin(), counts_.end(), std::int64_t{0});
+    gate_.pass();
+    gate_.pass();
+    cost_ += watch.read();
+  }
+
+  void add_to(CallFigures &figures) const {
+    const auto calls = static_cast<double>(std::accumulate(counts_.begin(), counts_.end(), std::int64_t{0}));
+    figures.microseconds.push_back(1e6 * cost_.processor / calls);
+    figures.per_second.push_back(calls / cost_.clock);
   }
 
  private:
-  std::int64_t run(Caller &caller) {
+  void run(Caller &caller, std::int64_t &count) {
     caller.call();
-    ready_.arrive_and_wait();
-    std::int64_t calls = 0;
-    do {
-      caller.call();
-      ++calls;
-    } while (Clock::now() < end_.load());
-    return calls;
+    gate_.pass();
+    for (;;) {
+      gate_.pass();
+      if (is_over_) return;
+      do {
+        caller.call();
+        ++count;
+      } while (Clock::now() < end_.load());
+      gate_.pass();
+    }
   }
 
-  std::latch ready_;
-  std::atomic<Clock::time_point> end_{Clock::time_point::max()};
+  Gate gate_;
+  std::atomic<bool> is_over_{false};
+  std::atomic<Clock::time_point> end_{};
   std::vector<std::int64_t> counts_;
+  Cost cost_{};
   std::vector<std::thread> threads_;
 };
 
+void measure(CallCell &cell) {
+  const auto library = callers(Client::kLibrary, cell.manner, *cell.server);
+  const auto bare = callers(Client::kBare, cell.manner, *cell.server);
+  measure_side_by_side({*library, cell.library}, {*bare, cell.bare}, cell.threads);
+}
+
 }  // namespace
 
-void measure_calls(Client client, Manner manner, const Server &server, int threads, CallFigures &figures) {
-  const std::unique_ptr<Callers> made = callers(client, manner, server);
-  Crowd crowd(*made, threads);
-  Cost cost{};
-  const auto calls = static_cast<double>(crowd.run_for(kRound, cost));
-  figures.microseconds.push_back(1e6 * cost.processor / calls);
-  figures.per_second.push_back(calls / cost.clock);
+void measure_side_by_side(const Side &one, const Side &other, int threads) {
+  Crowd first(one.callers, threads);
+  Crowd second(other.callers, threads);
+  for (int i = 0; i < kTurns; ++i)
+    for (Crowd *crowd : {&first, &second, &second, &first}) crowd->run_for(kSlice);
+  first.add_to(one.figures);
+  second.add_to(other.figures);
 }
 
 std::vector<CallCell> measure_all_calls(const std::vector<Server> &servers, int rounds) {
@@ -70,13 +112,8 @@ std::vector<CallCell> measure_all_calls(const std::vector<Server> &servers, int 
   for (const Server &server : servers)
     for (const Manner manner : kManners)
       for (const int threads : {1, 8, 64}) cells.push_back({&server, manner, threads, {}, {}});
-  for (int round = 0; round < rounds; ++round) {
-    // Neither client is always the one that comes second.
-    auto order = kClients;
-    if (round % 2 == 1) std::reverse(order.begin(), order.end());
-    for (CallCell &cell : cells)
-      for (const Client client : order) measure_calls(client, cell.manner, *cell.server, cell.threads, cell.of(client));
-  }
+  for (int round = 0; round < rounds; ++round)
+    for (CallCell &cell : cells) measure(cell);
   return cells;
 }
 

@@ -9,27 +9,30 @@
 
 namespace bench {
 
-// A round of one client.
+// Of one client, a value for each round.
 struct CallFigures {
   std::vector<double> microseconds;  // of the client's processor time for one call
   std::vector<double> per_second;    // calls
 };
 
-// One manner of calling. The values of a round were measured one right after the other.
+// One manner of calling.
 struct CallCell {
   const Server *server;
   Manner manner;
   int threads;
   CallFigures library;
   CallFigures bare;
-
-  CallFigures &of(Client client) { return client == Client::kLibrary ? library : bare; }
 };
 
-// Makes calls for a fifth of a second and adds what they cost.
-void measure_calls(Client client, Manner manner, const Server &server, int threads, CallFigures &figures);
+// Has two make calls by turns, in short slices of time so that what disturbs the machine meets both, and adds what a
+// call has cost each.
+struct Side {
+  const Callers &callers;
+  CallFigures &figures;
+};
+void measure_side_by_side(const Side &one, const Side &other, int threads);
 
-// All cells, round by round, so that what disturbs the machine meets all of them.
+// All cells, round by round.
 std::vector<CallCell> measure_all_calls(const std::vector<Server> &servers, int rounds);
 
 // The cell of the same server and threads in another manner.

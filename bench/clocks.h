@@ -13,6 +13,12 @@ namespace bench {
 struct Cost {
   double clock;
   double processor;
+
+  Cost &operator+=(const Cost &more) {
+    clock += more.clock;
+    processor += more.processor;
+    return *this;
+  }
 };
 
 class Stopwatch {

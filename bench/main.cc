@@ -25,10 +25,10 @@ constexpr int kNameRounds = 7;
 void measure_host_names(Results &results, const Server &server) {
   Server named = server;
   named.host = "localhost";
-  for (int round = 0; round < results.rounds; ++round) {
-    measure_calls(Client::kLibrary, Manner::kResumed, server, 1, results.by_address);
-    measure_calls(Client::kLibrary, Manner::kResumed, named, 1, results.by_host_name);
-  }
+  const auto by_address = callers(Client::kLibrary, Manner::kResumed, server);
+  const auto by_host_name = callers(Client::kLibrary, Manner::kResumed, named);
+  for (int round = 0; round < results.rounds; ++round)
+    measure_side_by_side({*by_address, results.by_address}, {*by_host_name, results.by_host_name}, 1);
 }
 
 int measure(const std::string &ecdsa_directory, const std::string &rsa_directory, const std::string &output) {

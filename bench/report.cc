@@ -103,7 +103,7 @@ void print_goals(const Results &results) {
   const auto num_met = std::count_if(goals.begin(), goals.end(), [](const Goal &goal) { return goal.is_met(); });
   fmt::print("\ngoals: {} of {} met\n", num_met, goals.size());
   for (const Goal &goal : goals)
-    fmt::print("{:<7} {:<70} {:>9.3f}, at {} {:.3g}\n", goal.is_met() ? "met" : "MISSED", goal.subject, goal.value,
+    fmt::print("{:<7} {:<70} {:>9.4g}, at {} {:.4g}\n", goal.is_met() ? "met" : "MISSED", goal.subject, goal.value,
                goal.at_least ? "least" : "most", goal.limit);
 }
 
