@@ -36,8 +36,9 @@ class DevEnvironment {
   // Tells scripts that the server listens, and where.
   void write_ready_file(const std::string &host, std::uint16_t port) const;
 
-  // The command to type next.
+  // The command to type next, and the one that names the server for all that follow.
   std::string next_command(const std::string &host, std::uint16_t port) const;
+  std::string context_command(const std::string &host, std::uint16_t port) const;
 
  private:
   void make_certificates(const std::vector<std::string> &host_names, const Log &log);

@@ -46,7 +46,8 @@ void serve(const Options &options) {
   environment.write_ready_file(server_options.address, server.port());
   std::cout << fmt::format("veskd serves the keys of {} on {} port {}\n", environment.directory().string(),
                            server_options.address, server.port())
-            << environment.next_command(server_options.address, server.port()) << std::endl;
+            << environment.next_command(server_options.address, server.port()) << '\n'
+            << environment.context_command(server_options.address, server.port()) << std::endl;
   server.run();
   log.info("stopped");
 }
