@@ -100,6 +100,7 @@ class Run {
     try {
       run(item);
     } catch (const Failure &failure) {
+      if (!ends_all(failure)) journal_.withdraw(item.name);
       note_failure(item, failure);
       return;
     }

@@ -74,24 +74,26 @@ void remove(const Settings &settings, const std::string &name) {
   show(settings, fmt::format("removed context {}; its certificate files stay", printable(name)), {{"removed", name}});
 }
 
+std::string value_in(const Context &context, const char *member) {
+  const auto found = context.find(member);
+  return found == context.end() ? std::string() : found->second;
+}
+
 void list(const Settings &settings, const ListOptions &options) {
   ListOutput output(settings, options, "contexts", {"name", "current", "host", "port", "certificates"});
   const Contexts contexts = read_contexts();
   std::size_t width = 0;
   for (const auto &[name, context] : contexts.named) width = std::max(width, printable(name).size());
   for (const auto &[name, context] : contexts.named) {
-    const auto value = [&](const char *member) {
-      const auto found = context.find(member);
-      return found == context.end() ? std::string() : found->second;
-    };
     const bool is_current = name == contexts.current;
     output.add(Members{{"name", name},
                        {"current", is_current},
-                       {"host", text_or_null(value("host"))},
-                       {"port", text_or_null(value("port"))},
-                       {"certificates", text_or_null(value("certificates"))}},
+                       {"host", text_or_null(value_in(context, "host"))},
+                       {"port", text_or_null(value_in(context, "port"))},
+                       {"certificates", text_or_null(value_in(context, "certificates"))}},
                fmt::format("{} {:<{}}  {} port {}, {}", is_current ? '*' : ' ', printable(name), width,
-                           printable(value("host")), printable(value("port")), printable(value("certificates"))));
+                           printable(value_in(context, "host")), printable(value_in(context, "port")),
+                           printable(value_in(context, "certificates"))));
   }
   output.end();
 }

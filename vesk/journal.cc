@@ -24,6 +24,7 @@ constexpr std::size_t kMaxBytes = std::size_t{1} << 28;
 constexpr char kTask = '#';
 constexpr char kBegun = '?';
 constexpr char kDone = '+';
+constexpr char kWithdrawn = '-';
 
 Failure failed(std::string_view step, const std::string &path) {
   return Failure(ExitCode::kOther,
@@ -53,6 +54,13 @@ Journal::~Journal() {
 
 void Journal::read(const std::string &task) {
   std::string text = read_text(path_, kMaxBytes, "journal");
+  const std::string header = kTask + escaped(task) + "\n";
+  if (text.substr(0, header.size()) != header.substr(0, text.size())) {
+    throw Failure(
+        ExitCode::kUsage,
+        fmt::format("{} is of another task: {}", printable(path_), printable(text.substr(0, text.find('\n')))),
+        "finish that first, or remove the journal");
+  }
   // A last line without an end was being written when its run ended.
   text.resize(text.find_last_of('\n') + 1);
   if (ftruncate(descriptor_, static_cast<off_t>(text.size())) != 0) throw failed("mend", path_);
@@ -60,15 +68,14 @@ void Journal::read(const std::string &task) {
     append(kTask, task);
     return flush();
   }
-  std::istringstream lines(text);
+  std::istringstream lines(text.substr(header.size()));
   std::string line;
-  std::getline(lines, line);
-  if (line != kTask + escaped(task))
-    throw Failure(ExitCode::kUsage, fmt::format("{} is of another task: {}", printable(path_), printable(line)),
-                  "finish that first, or remove the journal");
   while (std::getline(lines, line)) {
-    if (line.starts_with(kDone)) earlier_.insert(unescaped(std::string_view(line).substr(1)));
-    if (line.starts_with(kBegun)) begun_.insert(unescaped(std::string_view(line).substr(1)));
+    if (line.empty()) continue;
+    const std::string name = unescaped(std::string_view(line).substr(1));
+    if (line.front() == kDone) earlier_.insert(name);
+    if (line.front() == kBegun) begun_.insert(name);
+    if (line.front() == kWithdrawn) begun_.erase(name);
   }
 }
 
@@ -82,17 +89,23 @@ void Journal::flush() {
   if (fdatasync(descriptor_) != 0) throw failed("write", path_);
 }
 
-void Journal::begin(const std::string &name) {
+void Journal::note(char mark, const std::string &name, bool flushes) {
   if (path_.empty()) return;
   const std::lock_guard lock(mutex_);
-  append(kBegun, name);
+  append(mark, name);
+  if (flushes) flush();
+}
+
+void Journal::begin(const std::string &name) {
+  note(kBegun, name, false);
 }
 
 void Journal::add(const std::string &name) {
-  if (path_.empty()) return;
-  const std::lock_guard lock(mutex_);
-  append(kDone, name);
-  flush();
+  note(kDone, name, true);
+}
+
+void Journal::withdraw(const std::string &name) {
+  note(kWithdrawn, name, false);
 }
 
 void Journal::remove() {

@@ -22,15 +22,18 @@ class Journal {
   // Whether an earlier run was about to do it and was ended: it may be done or not.
   bool has_begun(const std::string &name) const { return begun_.contains(name); }
 
-  // Threads may call both at the same time. What is added is on the disk when add returns.
+  // Threads may call these at the same time. What is added is on the disk when add returns; what is withdrawn was not
+  // done.
   void begin(const std::string &name);
   void add(const std::string &name);
+  void withdraw(const std::string &name);
 
   // Takes the journal away: there is nothing left to go on with.
   void remove();
 
  private:
   void read(const std::string &task);
+  void note(char mark, const std::string &name, bool flushes);
   void append(char mark, const std::string &text);
   void flush();
 

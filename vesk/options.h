@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <functional>
+#include <list>
 #include <optional>
 #include <string>
 #include <variant>
@@ -53,7 +54,7 @@ struct Command {
   std::vector<std::string> examples = {};
   std::function<void()> run = {};
   std::deque<Option> options = {};
-  std::deque<Command> commands = {};
+  std::list<Command> commands = {};
 
   Command &add(const std::string &command_name, const std::string &command_summary);
   Option &argument(const std::string &argument_name, Option::Target target, Kind kind, const std::string &text);

@@ -30,8 +30,8 @@ class Bulk : public ServedCommandTest {
   }
   std::vector<std::string> keys() const {
     std::vector<std::string> names;
-    for (const json &key : document_in(vesk({"key", "list", "--output", "json"})).at("keys"))
-      names.push_back(key.at("name"));
+    const json document = document_in(vesk({"key", "list", "--output", "json"}));
+    for (const json &key : document.at("keys")) names.push_back(key.at("name"));
     return names;
   }
   bool has_journal() const { return std::filesystem::exists(files_.path("names.journal")); }

@@ -138,6 +138,46 @@ TEST_F(Keys, DeletionStopsAtTheFirstFailureAndSaysHowFarItCame) {
   EXPECT_EQ(document_in(outcome), json({{"deleted", {"K3"}}, {"complete", false}}));
 }
 
+// Each is checked against the published schema when it runs.
+TEST_F(Keys, EveryDocumentIsAsPublished) {
+  const std::vector<std::vector<std::string>> commands = {
+      {"ping"},
+      {"server", "certificates"},
+      {"key", "create", "K1", "--mirror"},
+      {"key", "get", "K1", "--out", "k1"},
+      {"key", "list"},
+      {"key", "policy", "K1"},
+      {"key", "make-deletable", "K1"},
+      {"template", "generate", "tape-library-01", "--count", "2"},
+      {"template", "list"},
+      {"template", "depth", "tape-library-01"},
+      {"template", "set-next", "tape-library-01", "1"},
+      {"key", "next", "tape-library-01"},
+      {"template", "remove", "tape-library-01", "--yes"},
+      {"metadata", "set", "K1", "--md", "1=tape"},
+      {"metadata", "get", "K1"},
+      {"metadata", "find"},
+      {"certificate", "list"},
+      {"private-key", "list"},
+      {"mirror", "set", "west", "127.0.0.1", "1"},
+      {"mirror", "get", "west"},
+      {"mirror", "list"},
+      {"mirror", "queue", "west"},
+      {"mirror", "sync", "west", "--all"},
+      {"mirror", "remove", "west", "--yes"},
+      {"database", "create"},
+      {"context", "list"},
+      {"context", "show"},
+      {"key", "delete", "K1", "--dry-run"},
+      {"key", "delete", "K1", "--yes"},
+  };
+  for (std::vector<std::string> command : commands) {
+    const std::string words = command.front() + (command.size() > 1 ? " " + command[1] : "");
+    command.insert(command.end(), {"--output", "json"});
+    EXPECT_THAT(vesk(command), Ends(0, HasSubstr("\"schema\": \"vesk/1\""), IsEmpty())) << words;
+  }
+}
+
 TEST_F(Keys, CreatingTheKeyDatabaseKeepsWhatIsThere) {
   vesk({"key", "create", "K1"});
   EXPECT_THAT(vesk({"database", "create"}), Ends(0, StartsWith("created the key database of 127.0.0.1:"), IsEmpty()));

@@ -182,6 +182,11 @@ TEST_F(CommandTest, HelpIsOnStandardOutputAtEveryLevel) {
                                                           {"private-key", "import"},
                                                           {"private-key", "delete"},
                                                           {"private-key", "list"},
+                                                          {"context", "add"},
+                                                          {"context", "list"},
+                                                          {"context", "use"},
+                                                          {"context", "show"},
+                                                          {"context", "remove"},
                                                           {"database", "create"}};
   for (std::vector<std::string> command : commands) {
     std::string words = "vesk";
