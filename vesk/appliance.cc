@@ -1,17 +1,17 @@
 // vesk appliance
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
+#include <array>
 #include <cerrno>
 #include <fstream>
 #include <memory>
-#include <optional>
+#include <sstream>
 #include <system_error>
 
 #include "vesk/commands.h"
 #include "vesk/connection.h"
 #include "vesk/failure.h"
-#include "vesk/health.h"
+#include "vesk/list_output.h"
 #include "vesk/memory_file.h"
 #include "vesk/output.h"
 #include "vesk/progress.h"
@@ -20,6 +20,11 @@
 
 namespace command {
 namespace {
+
+struct SensorOptions {
+  std::string out;
+  ListOptions list;
+};
 
 struct SystemStatus {
   int status = 0;  // 0 or ERR_HARDWARE_FAULT
@@ -49,7 +54,7 @@ bool is_fault(std::string_view states) {
   return states.find_first_of("18") != std::string_view::npos;
 }
 
-HealthFact fact(const char *label, const char *member, std::string_view field) {
+Fact fact(const char *label, const char *member, std::string_view field) {
   const std::string states = trimmed(field);
   const bool nothing = states.find_first_not_of('-') == std::string::npos;
   if (is_fault(states)) return {label, member, states, Health::kFault, "fault"};
@@ -60,21 +65,21 @@ HealthFact fact(const char *label, const char *member, std::string_view field) {
 void status(const Settings &settings) {
   const Connection connection(settings);
   const SystemStatus read = read_status(connection, "");
-  const std::vector<HealthFact> facts = {fact("application", "application", read.application),
-                                         fact("core", "core", read.core),
-                                         fact("disk", "disk", read.disk),
-                                         fact("voltage", "voltage", read.voltage),
-                                         fact("battery", "battery", read.battery),
-                                         fact("fan", "fan", read.fan),
-                                         fact("temperature", "temperature", read.temperature)};
-  show_health(settings, facts);
+  const std::vector<Fact> facts = {fact("application", "application", read.application),
+                                   fact("core", "core", read.core),
+                                   fact("disk", "disk", read.disk),
+                                   fact("voltage", "voltage", read.voltage),
+                                   fact("battery", "battery", read.battery),
+                                   fact("fan", "fan", read.fan),
+                                   fact("temperature", "temperature", read.temperature)};
+  show_facts(settings, facts);
   if (read.status == 0) return;
   std::string faulty;
-  for (const HealthFact &shown : facts) {
+  for (const Fact &shown : facts) {
     if (shown.health == Health::kFault) faulty += fmt::format("{}{}", faulty.empty() ? "" : ", ", shown.label);
   }
-  report_fault(fmt::format("{}: fault in {}", connection.server(), faulty),
-               "the readings themselves: vesk appliance sensors");
+  throw Failure(ExitCode::kHealth, fmt::format("{}: fault in {}", connection.server(), faulty),
+                "the readings themselves: vesk appliance sensors");
 }
 
 void write_file(const std::string &path, const std::string &content) {
@@ -87,7 +92,31 @@ void write_file(const std::string &path, const std::string &content) {
                 fmt::format("cannot write {}: {}", printable(path), std::generic_category().message(errno)));
 }
 
-void sensors(const Settings &settings, const std::string &out) {
+// The words of a line of the sensor data.
+constexpr std::array kReadingMembers = {"kind", "name", "value", "low", "high"};
+
+void show_readings(const Settings &settings, const ListOptions &options, const std::string &readings) {
+  ListOutput output(settings, options, "readings", {"name", "kind", "value", "low", "high"});
+  std::istringstream lines(readings);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    Members reading = {{"name", Json()}};
+    for (const char *member : kReadingMembers) {
+      std::string word;
+      words >> word;
+      if (std::string_view(member) == "name") {
+        reading.front().second = word;
+      } else {
+        reading.emplace_back(member, word);
+      }
+    }
+    output.add(reading, printable(line));
+  }
+  output.end();
+}
+
+void sensors(const Settings &settings, const SensorOptions &options) {
+  const std::string &out = options.out;
   const Connection connection(settings);
   const MemoryFile data;
   const SystemStatus read = read_status(connection, data.path());
@@ -95,14 +124,12 @@ void sensors(const Settings &settings, const std::string &out) {
   if (!out.empty()) {
     write_file(out, readings);
     show(settings, fmt::format("wrote the readings to {}", printable(out)), {{"file", out}});
-  } else if (settings.json()) {
-    show(settings, {}, {{"readings", readings}});
   } else {
-    write_standard_output(readings);
+    show_readings(settings, options.list, readings);
   }
   if (read.status != 0)
-    report_fault(fmt::format("{}: a reading is out of its limits", connection.server()),
-                 "which one: vesk appliance status");
+    throw Failure(ExitCode::kHealth, fmt::format("{}: a reading is out of its limits", connection.server()),
+                  "which one: vesk appliance status");
 }
 
 void fips(const Settings &settings) {
@@ -111,9 +138,9 @@ void fips(const Settings &settings) {
   const int status = connection.call(qReportFipsMode, version);
   if (status != -1) connection.require(status, {});
   const bool on = status == 0;
-  show_health(settings, {{"FIPS mode", "fips_mode", on, on ? Health::kGood : Health::kFault},
-                         {"version", "version", trimmed(version)}});
-  if (!on) report_fault(fmt::format("{} is not in FIPS mode", connection.server()));
+  show_facts(settings, {{"FIPS mode", "fips_mode", on, on ? Health::kGood : Health::kFault},
+                        {"version", "version", trimmed(version)}});
+  if (!on) throw Failure(ExitCode::kHealth, fmt::format("{} is not in FIPS mode", connection.server()));
 }
 
 void validate(const Settings &settings) {
@@ -126,45 +153,48 @@ void validate(const Settings &settings) {
   }
   if (status != ERR_DATABASE_INVALID) connection.require(status, {});
   const bool valid = status == 0;
-  show_health(settings, {{"key database", "valid", valid, valid ? Health::kGood : Health::kFault}});
+  show_facts(settings, {{"key database", "valid", valid, valid ? Health::kGood : Health::kFault}});
   if (!valid)
-    report_fault(fmt::format("{}: the key database holds values that do not open", connection.server()),
-                 "which keys: vesk appliance validate --trace -");
+    throw Failure(ExitCode::kHealth,
+                  fmt::format("{}: the key database holds values that do not open", connection.server()),
+                  "which keys: vesk appliance validate --trace -");
 }
 
-void add_plain(CLI::App &group, Settings &settings, const char *name, const char *description, const char *footer,
-               void (*run)(const Settings &)) {
-  CLI::App *command = group.add_subcommand(name, description);
-  command->footer(footer);
-  command->final_callback([&settings, run] { settings.action = [&, run] { run(settings); }; });
+void add_plain(Command &group, Settings &settings, const char *name, const char *description, const char *details,
+               const char *example, void (*run)(const Settings &)) {
+  Command &command = group.add(name, description);
+  command.details = details;
+  command.examples = {example};
+  command.run = [&settings, run] { run(settings); };
 }
 
-void add_sensors(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("sensors", "Show the readings of the server's sensors");
-  auto out = std::make_shared<std::string>();
-  command->add_option("--out", *out, "write them to a file, made or replaced")->option_text("FILE");
-  command->footer(
+void add_sensors(Command &group, Settings &settings) {
+  Command &command = group.add("sensors", "Show the readings of the server's sensors");
+  auto options = std::make_shared<SensorOptions>();
+  command.option("--out", &options->out, "FILE", Kind::kFile, "write them to a file, made or replaced");
+  add_list_options(command, options->list);
+  command.details =
       "A line for each reading: kind, name, value, lowest and highest value that are in order. Exit code 7 when one is "
-      "out\nof its limits.\n\nExample:\n  vesk appliance sensors --out readings");
-  command->final_callback([&settings, out] { settings.action = [&, out] { sensors(settings, *out); }; });
+      "out\n"
+      "of its limits.";
+  command.examples = {"vesk appliance sensors --out readings"};
+  command.run = [&settings, options] { sensors(settings, *options); };
 }
 
 }  // namespace
 
-void add_appliance(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("appliance", "Watch the machine that the server runs on");
-  group->require_subcommand(1);
-  add_plain(*group, settings, "status", "Show the health of the machine",
+void add_appliance(Command &root, Settings &settings) {
+  Command &group = root.add("appliance", "Watch the machine that the server runs on");
+  add_plain(group, settings, "status", "Show the health of the machine",
             "A character for each part: 0 in order, 1 a fault, 8 not readable, - nothing there; for temperatures N "
-            "normal and\nW warm. Exit code 7 when there is a fault.\n\nExample:\n  vesk appliance status --output json",
-            status);
-  add_sensors(*group, settings);
-  add_plain(*group, settings, "fips", "Show whether the server is in FIPS mode, and its version",
-            "Exit code 7 when it is not.\n\nExample:\n  vesk appliance fips", fips);
-  add_plain(*group, settings, "validate", "Have the server check every key value that it keeps",
-            "Exit code 7 when one does not open. Waits up to 5 minutes for each page of the list.\n\n"
-            "Example:\n  vesk appliance validate",
-            validate);
+            "normal and\nW warm. Exit code 7 when there is a fault.",
+            "vesk appliance status --output json", status);
+  add_sensors(group, settings);
+  add_plain(group, settings, "fips", "Show whether the server is in FIPS mode, and its version",
+            "Exit code 7 when it is not.", "vesk appliance fips", fips);
+  add_plain(group, settings, "validate", "Have the server check every key value that it keeps",
+            "Exit code 7 when one does not open. Waits up to 5 minutes for each page of the list.",
+            "vesk appliance validate", validate);
 }
 
 }  // namespace command

@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -34,9 +33,14 @@ struct ExportOptions {
   bool force = false;
 };
 
+struct TypeOptions {
+  std::string type = std::string(1, kCertificateType);
+  ListOptions list;
+};
+
 struct DeleteOptions {
   std::string name;
-  bool yes = false;
+  Consent consent;
 };
 
 void import(const Settings &settings, const ImportOptions &options) {
@@ -68,8 +72,8 @@ void write_to_standard_output(const std::string &bytes) {
 void export_to(const Settings &settings, const ExportOptions &options) {
   check_certificate_name(options.name);
   const bool to_standard_output = options.out == "-";
-  if (to_standard_output && settings.json()) {
-    throw Failure(ExitCode::kUsage, "--out - and --output json cannot both have standard output",
+  if (to_standard_output && settings.has_document()) {
+    throw Failure(ExitCode::kUsage, "--out - is for --output table: both would have standard output",
                   "write the certificate to a file: --out FILE");
   }
   if (!to_standard_output) check_secret_file(options.out, options.force);
@@ -84,80 +88,81 @@ void export_to(const Settings &settings, const ExportOptions &options) {
 void remove(const Settings &settings, const DeleteOptions &options) {
   check_certificate_name(options.name);
   const Connection connection(settings);
-  if (!options.yes) ask_yes(fmt::format("Delete certificate {}?", printable(options.name)), "nothing was deleted");
+  if (options.consent.dry_run) {
+    return show_dry_run(settings, fmt::format("would delete certificate {}", printable(options.name)),
+                        {{"deleted", options.name}});
+  }
+  ask_yes(options.consent, fmt::format("Delete certificate {}?", printable(options.name)), "nothing was deleted");
   connection.run(certificate_subject(options.name), qDeleteCertificate, options.name.c_str(), kCertificateType);
   show(settings, fmt::format("deleted certificate {}", printable(options.name)), {{"deleted", options.name}});
 }
 
-void list(const Settings &settings, const std::string &type) {
+void list(const Settings &settings, const TypeOptions &options) {
   // The server has no other type, and the library does not tell of a list that was refused.
-  if (type != std::string(1, kCertificateType))
+  if (options.type != std::string(1, kCertificateType))
     throw Failure(ExitCode::kUsage,
-                  fmt::format("there is no certificate type '{}'; all are of type C", printable(type)));
+                  fmt::format("there is no certificate type '{}'; all are of type C", printable(options.type)));
   const Connection connection(settings);
-  show_store_names(settings, "certificates", store_names([&](LinkedList *names) {
+  show_store_names(settings, options.list, "certificates", store_names([&](LinkedList *names) {
                      connection.run("certificates", qGetCertificateList_as_ll, kCertificateType, names);
                    }));
 }
 
-void add_certificate_name(CLI::App &command, std::string &name) {
-  command.add_option("NAME", name, "the certificate's name, at most 64 bytes")->option_text(" ")->required();
+void add_certificate_name(Command &command, std::string &name) {
+  command.argument("NAME", &name, Kind::kCertificate, "the certificate's name, at most 64 bytes");
 }
 
-void add_import(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("import", "Send a certificate to the server");
+void add_import(Command &group, Settings &settings) {
+  Command &command = group.add("import", "Send a certificate to the server");
   auto options = std::make_shared<ImportOptions>();
-  add_certificate_name(*command, options->name);
-  command->add_option("FILE", options->file, "the certificate, PEM or DER; - for standard input")
-      ->option_text(" ")
-      ->required();
-  command->add_flag("--replace", options->replace, "replace the certificate of that name if there is one");
-  command->footer(
-      "The file holds one certificate, with an RSA key of 2048 bits, and at most 16305 bytes.\n\n"
-      "Example:\n  vesk certificate import branch-office branch-office.pem");
-  command->final_callback([&settings, options] { settings.action = [&, options] { import(settings, *options); }; });
+  add_certificate_name(command, options->name);
+  command.argument("FILE", &options->file, Kind::kFile, "the certificate, PEM or DER; - for standard input");
+  command.flag("--replace", options->replace, "replace the certificate of that name if there is one");
+  command.details = "The file holds one certificate, with an RSA key of 2048 bits, and at most 16305 bytes.";
+  command.examples = {"vesk certificate import branch-office branch-office.pem"};
+  command.run = [&settings, options] { import(settings, *options); };
 }
 
-void add_export(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("export", "Fetch a certificate, as it was imported");
+void add_export(Command &group, Settings &settings) {
+  Command &command = group.add("export", "Fetch a certificate, as it was imported");
   auto options = std::make_shared<ExportOptions>();
-  add_certificate_name(*command, options->name);
-  command->add_option("--out", options->out, "a new file for the certificate, - for standard output")
-      ->option_text("FILE")
-      ->required();
-  command->add_flag("--force", options->force, "replace the file if it exists");
-  command->footer("Example:\n  vesk certificate export branch-office --out branch-office.pem");
-  command->final_callback([&settings, options] { settings.action = [&, options] { export_to(settings, *options); }; });
+  add_certificate_name(command, options->name);
+  command.option("--out", &options->out, "FILE", Kind::kFile, "a new file for the certificate, - for standard output")
+      .is_required = true;
+  command.flag("--force", options->force, "replace the file if it exists");
+  command.examples = {"vesk certificate export branch-office --out branch-office.pem"};
+  command.run = [&settings, options] { export_to(settings, *options); };
 }
 
-void add_delete(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("delete", "Delete a certificate");
+void add_delete(Command &group, Settings &settings) {
+  Command &command = group.add("delete", "Delete a certificate");
   auto options = std::make_shared<DeleteOptions>();
-  add_certificate_name(*command, options->name);
-  command->add_flag("--yes", options->yes, "do not ask");
-  command->footer(
-      "The private key of that name, if there is one, stays. Asks on a terminal and needs --yes elsewhere.\n\n"
-      "Example:\n  vesk certificate delete branch-office --yes");
-  command->final_callback([&settings, options] { settings.action = [&, options] { remove(settings, *options); }; });
+  add_certificate_name(command, options->name);
+  add_consent(command, options->consent);
+  command.details =
+      "The private key of that name, if there is one, stays. Asks on a terminal and needs --yes elsewhere.";
+  command.examples = {"vesk certificate delete branch-office --yes"};
+  command.run = [&settings, options] { remove(settings, *options); };
 }
 
-void add_list(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("list", "List the names of the certificates, one a line");
-  auto type = std::make_shared<std::string>(1, kCertificateType);
-  command->add_option("--type", *type, "the type of certificate [C, the only one]")->option_text("C");
-  command->footer("Example:\n  vesk certificate list --output json");
-  command->final_callback([&settings, type] { settings.action = [&, type] { list(settings, *type); }; });
+void add_list(Command &group, Settings &settings) {
+  Command &command = group.add("list", "List the names of the certificates, one a line");
+  auto options = std::make_shared<TypeOptions>();
+  command.option("--type", &options->type, "C", Kind::kText, "the type of certificate [C, the only one]").choices = {
+      options->type};
+  add_list_options(command, options->list);
+  command.examples = {"vesk certificate list --output json"};
+  command.run = [&settings, options] { list(settings, *options); };
 }
 
 }  // namespace
 
-void add_certificate(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("certificate", "Keep the certificates that keys are wrapped under");
-  group->require_subcommand(1);
-  add_import(*group, settings);
-  add_export(*group, settings);
-  add_delete(*group, settings);
-  add_list(*group, settings);
+void add_certificate(Command &root, Settings &settings) {
+  Command &group = root.add("certificate", "Keep the certificates that keys are wrapped under");
+  add_import(group, settings);
+  add_export(group, settings);
+  add_delete(group, settings);
+  add_list(group, settings);
 }
 
 }  // namespace command

@@ -1,19 +1,20 @@
-// The command groups. Each function adds its commands to the application; parsing one of them sets settings.action.
+// The command groups. Each function adds its commands to the application; each command runs with the settings.
 #pragma once
 
 #include "vesk/settings.h"
 
 namespace command {
 
-void add_ping(CLI::App &app, Settings &settings);
-void add_server(CLI::App &app, Settings &settings);
-void add_key(CLI::App &app, Settings &settings);
-void add_template(CLI::App &app, Settings &settings);
-void add_metadata(CLI::App &app, Settings &settings);
-void add_certificate(CLI::App &app, Settings &settings);
-void add_private_key(CLI::App &app, Settings &settings);
-void add_mirror(CLI::App &app, Settings &settings);
-void add_appliance(CLI::App &app, Settings &settings);
-void add_database(CLI::App &app, Settings &settings);
+void add_context(Command &root, Settings &settings);
+void add_ping(Command &root, Settings &settings);
+void add_server(Command &root, Settings &settings);
+void add_key(Command &root, Settings &settings);
+void add_template(Command &root, Settings &settings);
+void add_metadata(Command &root, Settings &settings);
+void add_certificate(Command &root, Settings &settings);
+void add_private_key(Command &root, Settings &settings);
+void add_mirror(Command &root, Settings &settings);
+void add_appliance(Command &root, Settings &settings);
+void add_database(Command &root, Settings &settings);
 
 }  // namespace command

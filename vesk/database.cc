@@ -1,5 +1,4 @@
 // vesk database
-#include <CLI/CLI.hpp>
 
 #include "vesk/commands.h"
 #include "vesk/connection.h"
@@ -16,12 +15,11 @@ void create(const Settings &settings) {
 
 }  // namespace
 
-void add_database(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("database", "Set up the server's key database");
-  group->require_subcommand(1);
-  CLI::App *command = group->add_subcommand("create", "Have the server create its key database");
-  command->footer("Example:\n  vesk database create");
-  command->final_callback([&settings] { settings.action = [&settings] { create(settings); }; });
+void add_database(Command &root, Settings &settings) {
+  Command &group = root.add("database", "Set up the server's key database");
+  Command &command = group.add("create", "Have the server create its key database");
+  command.examples = {"vesk database create"};
+  command.run = [&settings] { create(settings); };
 }
 
 }  // namespace command

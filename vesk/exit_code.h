@@ -14,7 +14,8 @@ enum class ExitCode : int {
   kConnection = 5,
   kTimeOut = 6,
   kHealth = 7,
-  kCancelled = 8,
+  kPartly = 8,
+  kCancelled = 130,
 };
 
 struct ExitCodeText {
@@ -30,10 +31,11 @@ inline constexpr std::array kExitCodes = {
     ExitCodeText{ExitCode::kNotFound,
                  "the server has no such key, instance, key template, certificate, private key or mirror"},
     ExitCodeText{ExitCode::kConnection, "no connection: host, certificate files, TLS"},
-    ExitCodeText{ExitCode::kTimeOut, "a time-out ran out"},
+    ExitCodeText{ExitCode::kTimeOut, "a time-out ran out; whether the server did the work is not known"},
     ExitCodeText{ExitCode::kHealth,
                  "what was asked about is not in order: a fault, a mirror that is down, a damaged key"},
-    ExitCodeText{ExitCode::kCancelled, "you were asked and said no"},
+    ExitCodeText{ExitCode::kPartly, "of many things some are done and some are not"},
+    ExitCodeText{ExitCode::kCancelled, "cancelled: by your answer, or by Ctrl-C or another signal"},
 };
 
 }  // namespace command

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <system_error>
 
@@ -48,6 +49,11 @@ class Input {
   int descriptor_;
 };
 
+Failure too_long(const std::string &name, std::size_t max_bytes, const char *what) {
+  return Failure(ExitCode::kOther,
+                 fmt::format("{} has more than {} bytes, the most that a {} may have", name, max_bytes, what));
+}
+
 }  // namespace
 
 veskd::WipedText read_input(const std::string &path, std::size_t max_bytes, const char *what) {
@@ -61,12 +67,20 @@ veskd::WipedText read_input(const std::string &path, std::size_t max_bytes, cons
     if (count == 0) break;
     length += count;
   }
-  if (length > max_bytes) {
-    throw Failure(ExitCode::kOther,
-                  fmt::format("{} has more than {} bytes, the most that a {} may have", input.name(), max_bytes, what));
-  }
+  if (length > max_bytes) throw too_long(input.name(), max_bytes, what);
   text.resize(length);
   return content;
+}
+
+std::string read_text(const std::string &path, std::size_t max_bytes, const char *what) {
+  Input input(path);
+  std::string text;
+  std::array<char, 65536> piece;
+  while (const std::size_t count = input.read(piece.data(), piece.size())) {
+    text.append(piece.data(), count);
+    if (text.size() > max_bytes) throw too_long(input.name(), max_bytes, what);
+  }
+  return text;
 }
 
 }  // namespace command

@@ -11,4 +11,7 @@ namespace command {
 // in messages, as in "certificate".
 veskd::WipedText read_input(const std::string &path, std::size_t max_bytes, const char *what);
 
+// The same for what is no secret and may be long.
+std::string read_text(const std::string &path, std::size_t max_bytes, const char *what);
+
 }  // namespace command

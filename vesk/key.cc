@@ -1,12 +1,12 @@
 // vesk key: create, get, next
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <charconv>
 #include <memory>
 #include <span>
 
 #include "orn/vesk/wiped.h"
+#include "vesk/bulk.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
 #include "vesk/failure.h"
@@ -14,13 +14,15 @@
 #include "vesk/key_output.h"
 #include "vesk/output.h"
 #include "vesk/text.h"
+#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
 
 struct CreateOptions {
-  std::string name;
+  std::optional<std::string> name;
   bool mirror = false;
+  BulkOptions bulk;
 };
 
 struct GetOptions {
@@ -34,12 +36,35 @@ struct NextOptions {
   KeyOutputOptions output;
 };
 
-void create(const Settings &settings, const CreateOptions &options) {
-  check_key_name(options.name);
+// What a column says of a key, or else the flag.
+bool is_mirror(const BulkItem &item, bool flag) {
+  const auto column = item.columns.find("mirror");
+  if (column == item.columns.end()) return flag;
+  if (column->second == "true" || column->second == "false") return column->second == "true";
+  throw Failure(ExitCode::kUsage, fmt::format("{}: mirror is '{}', neither true nor false", key_subject(item.name),
+                                              printable(column->second)));
+}
+
+void create_many(const Settings &settings, const CreateOptions &options) {
+  const std::vector<BulkItem> items = read_bulk_file(*options.bulk.from, {"mirror"}, check_key_name);
+  for (const BulkItem &item : items) is_mirror(item, options.mirror);
   const Connection connection(settings);
-  connection.run(key_subject(options.name), qCreateSymKey, options.name.c_str(), options.mirror ? 'Y' : 'N');
-  show(settings, fmt::format("created {}key {}", options.mirror ? "mirror " : "", printable(options.name)),
-       {{"created", options.name}, {"mirror", options.mirror}});
+  const BulkTask task = {"key create", "created key", veskd::RC_KEY_EXISTS, [&](const BulkItem &item) {
+                           const bool mirror = is_mirror(item, options.mirror);
+                           return connection.call(qCreateSymKey, item.name.c_str(), mirror ? 'Y' : 'N');
+                         }};
+  run_bulk(settings, connection, options.bulk, items, task);
+}
+
+void create(const Settings &settings, const CreateOptions &options) {
+  require_one_source(options.name.has_value(), options.bulk);
+  if (options.bulk.from) return create_many(settings, options);
+  const std::string &name = *options.name;
+  check_key_name(name);
+  const Connection connection(settings);
+  connection.run(key_subject(name), qCreateSymKey, name.c_str(), options.mirror ? 'Y' : 'N');
+  show(settings, fmt::format("created {}key {}", options.mirror ? "mirror " : "", printable(name)),
+       {{"created", name}, {"mirror", options.mirror}});
 }
 
 // The server says how large the key is; what it says must be believable before bytes are taken by it.
@@ -110,47 +135,46 @@ void next(const Settings &settings, const NextOptions &options) {
   }
 }
 
-void add_create(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("create", "Create a 256-bit key");
+void add_create(Command &group, Settings &settings) {
+  Command &command = group.add("create", "Create a 256-bit key");
   auto options = std::make_shared<CreateOptions>();
-  add_name(*command, options->name);
-  command->add_flag("--mirror", options->mirror, "make it a mirror key, which the server replicates");
-  command->footer(
-      "The key has no activation or expiration date and no rollover, and may be deleted.\n\n"
-      "Example:\n  vesk key create backup-2026 --mirror");
-  command->final_callback([&settings, options] { settings.action = [&, options] { create(settings, *options); }; });
+  add_optional_name(command, options->name);
+  command.flag("--mirror", options->mirror, "make it a mirror key, which the server replicates");
+  add_bulk_options(command, options->bulk);
+  command.details =
+      "The key has no activation or expiration date and no rollover, and may be deleted.\n"
+      "A file can have a column mirror, true or false. What is done is kept in FILE.journal, from which a second run\n"
+      "goes on.";
+  command.examples = {"vesk key create backup-2026 --mirror", "vesk key create --from names",
+                      "vesk key create --from keys.csv --jobs 16"};
+  command.run = [&settings, options] { create(settings, *options); };
 }
 
-void add_get(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("get", "Fetch a key: its facts, or with --out its value");
+void add_get(Command &group, Settings &settings) {
+  Command &command = group.add("get", "Fetch a key: its facts, or with --out its value");
   auto options = std::make_shared<GetOptions>();
-  add_name(*command, options->name);
-  command->add_option("--instance", options->instance, "an instance of the key, at most 24 bytes [the current one]")
-      ->option_text("INSTANCE");
-  add_key_output(*command, options->output);
-  command->footer(
+  add_name(command, options->name);
+  add_instance(command, options->instance, "an instance of the key, at most 24 bytes [the current one]");
+  add_key_output(command, options->output);
+  command.details =
       "Without --out the value is not shown. FILE must not exist, is made with mode 0600 and is never left half\n"
-      "written; its directory must be writable. Raw bytes are not written to a terminal.\n\n"
-      "Examples:\n"
-      "  vesk key get backup-2026\n"
-      "  vesk key get backup-2026 --out backup.key\n"
-      "  vesk key get backup-2026 --out - | openssl dgst -sha256\n"
-      "  vesk key get backup-2026 --out - --hex");
-  command->final_callback([&settings, options] { settings.action = [&, options] { get(settings, *options); }; });
+      "written; its directory must be writable. Raw bytes are not written to a terminal.";
+  command.examples = {"vesk key get backup-2026", "vesk key get backup-2026 --out backup.key",
+                      "vesk key get backup-2026 --out - | openssl dgst -sha256",
+                      "vesk key get backup-2026 --out - --hex"};
+  command.run = [&settings, options] { get(settings, *options); };
 }
 
-void add_next(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("next", "Draw the next key of a key template");
+void add_next(Command &group, Settings &settings) {
+  Command &command = group.add("next", "Draw the next key of a key template");
   auto options = std::make_shared<NextOptions>();
-  command->add_option("CONSTANT", options->constant, "the template's constant, exactly 15 bytes")
-      ->option_text(" ")
-      ->required();
-  add_key_output(*command, options->output);
-  command->footer(
+  add_constant(command, options->constant);
+  add_key_output(command, options->output);
+  command.details =
       "Every call uses up one increment of the template, also without --out: the key it names is never drawn\n"
-      "again. It can still be fetched by its name, with vesk key get.\n\n"
-      "Example:\n  vesk key next tape-library-01 --out next.key");
-  command->final_callback([&settings, options] { settings.action = [&, options] { next(settings, *options); }; });
+      "again. It can still be fetched by its name, with vesk key get.";
+  command.examples = {"vesk key next tape-library-01 --out next.key"};
+  command.run = [&settings, options] { next(settings, *options); };
 }
 
 }  // namespace
@@ -168,23 +192,34 @@ std::string increment_text(std::uint32_t increment) {
 }
 
 Json increment_value(const Settings &settings, std::uint32_t increment) {
-  if (settings.json()) return increment;
+  if (settings.form() == Form::kJson) return increment;
   return increment_text(increment);
 }
 
-void add_name(CLI::App &command, std::string &name) {
-  command.add_option("NAME", name, "the key's name, at most 40 bytes")->option_text(" ")->required();
+void add_name(Command &command, std::string &name) {
+  command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes");
 }
 
-void add_key(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("key", "Create, fetch, draw, list, delete and describe keys");
-  group->require_subcommand(1);
-  add_create(*group, settings);
-  add_get(*group, settings);
-  add_next(*group, settings);
-  add_key_list(*group, settings);
-  add_key_transfer(*group, settings);
-  add_key_policy(*group, settings);
+void add_optional_name(Command &command, std::optional<std::string> &name) {
+  command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes").is_required = false;
+}
+
+void add_constant(Command &command, std::string &constant) {
+  command.argument("CONSTANT", &constant, Kind::kTemplate, "the template's constant, exactly 15 bytes");
+}
+
+void add_instance(Command &command, std::optional<std::string> &instance, const std::string &text) {
+  command.option("--instance", &instance, "INSTANCE", Kind::kText, text);
+}
+
+void add_key(Command &root, Settings &settings) {
+  Command &group = root.add("key", "Create, fetch, draw, list, delete and describe keys");
+  add_create(group, settings);
+  add_get(group, settings);
+  add_next(group, settings);
+  add_key_list(group, settings);
+  add_key_transfer(group, settings);
+  add_key_policy(group, settings);
 }
 
 }  // namespace command

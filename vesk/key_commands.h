@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "vesk/output.h"
@@ -19,16 +20,22 @@ std::string increment_text(std::uint32_t increment);
 // In a table those digits, in JSON the number.
 Json increment_value(const Settings &settings, std::uint32_t increment);
 
-// The positional NAME.
-void add_name(CLI::App &command, std::string &name);
+// The arguments NAME and CONSTANT, and --instance.
+void add_name(Command &command, std::string &name);
+void add_optional_name(Command &command, std::optional<std::string> &name);
+void add_constant(Command &command, std::string &constant);
+void add_instance(Command &command, std::optional<std::string> &instance, const std::string &text);
+
+// The sixteen metadata fields of a key, as key policy and metadata get tell them.
+void show_metadata(const Settings &settings, const std::string &name);
 
 // list
-void add_key_list(CLI::App &group, Settings &settings);
+void add_key_list(Command &group, Settings &settings);
 
 // import and export
-void add_key_transfer(CLI::App &group, Settings &settings);
+void add_key_transfer(Command &group, Settings &settings);
 
 // policy, make-deletable and delete
-void add_key_policy(CLI::App &group, Settings &settings);
+void add_key_policy(Command &group, Settings &settings);
 
 }  // namespace command

@@ -1,10 +1,7 @@
 // vesk key: list
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
-#include <limits>
 #include <memory>
-#include <optional>
 
 #include "vesk/connection.h"
 #include "vesk/failure.h"
@@ -16,25 +13,11 @@
 namespace command {
 namespace {
 
-// What the library gives when no name was told.
-constexpr std::uint32_t kNoSequence = 0xFFFFFF;
-
 constexpr std::size_t kMaxPrefixBytes = 40;
 
-struct ListOptions {
+struct KeyListOptions {
   std::string prefix;
-  std::optional<std::string> limit;
-  bool null_terminated = false;
-};
-
-// How the list came out.
-struct Count {
-  std::size_t told = 0;
-  std::size_t shown = 0;
-  std::uint32_t highest_sequence = kNoSequence;
-
-  bool has_sequence() const { return told > 0; }
-  bool is_complete() const { return shown == told; }
+  ListOptions list;
 };
 
 // Unlike a name, a prefix may end in a blank.
@@ -46,72 +29,52 @@ void check_prefix(const std::string &prefix) {
                   fmt::format("the prefix has {} bytes; a key name has at most {}", prefix.size(), kMaxPrefixBytes));
 }
 
-std::string sentence(const Count &count) {
+std::string sentence(const ListOutput &output, std::uint32_t highest_sequence) {
+  const std::size_t told = output.num_told();
   const std::string shown =
-      count.is_complete() ? fmt::format("{}", count.told) : fmt::format("{} of {}", count.shown, count.told);
-  return fmt::format("{} {}{}, highest sequence {}", shown, count.told == 1 ? "key" : "keys",
-                     count.is_complete() ? "" : " shown",
-                     count.has_sequence() ? increment_text(count.highest_sequence) : "none");
+      output.is_complete() ? fmt::format("{}", told) : fmt::format("{} of {}", output.num_shown(), told);
+  return fmt::format("{} {}{}, highest sequence {}", shown, told == 1 ? "key" : "keys",
+                     output.is_complete() ? "" : " shown", told == 0 ? "none" : increment_text(highest_sequence));
 }
 
-Json members(const Count &count) {
-  return {{"count", count.told},
-          {"complete", count.is_complete()},
-          {"highest_sequence", count.has_sequence() ? Json(count.highest_sequence) : Json()}};
-}
-
-// Beyond the limit names are counted, not shown: the highest sequence is that of all.
-Count show_names(NameStream &names, std::size_t limit, ListOutput &output) {
-  Count count;
-  for (std::string name; names.next(name); ++count.told) {
-    if (count.shown == limit) continue;
-    Json object = Json::object();
-    put_text(object, "name", name);
-    output.add(name, printable(name), object);
-    ++count.shown;
-  }
+// The highest sequence is that of all names, shown or not.
+std::uint32_t show_names(NameStream &names, ListOutput &output) {
+  for (std::string name; names.next(name);) output.add(Members{{"name", name}}, printable(name));
   try {
-    count.highest_sequence = names.finish();
+    return names.finish();
   } catch (const Failure &) {
     output.abandon();
     throw;
   }
-  return count;
 }
 
-void list(const Settings &settings, const ListOptions &options) {
-  check_null(settings, options.null_terminated);
+void list(const Settings &settings, const KeyListOptions &options) {
+  ListOutput output(settings, options.list, "keys", {"name"});
   check_prefix(options.prefix);
-  constexpr std::uint32_t kMost = std::numeric_limits<std::uint32_t>::max();
-  const std::uint32_t limit = options.limit ? parse_number("limit", *options.limit, 1, kMost) : kMost;
   const Connection connection(settings);
   NameStream names(connection, options.prefix);
-  ListOutput output(settings, options.null_terminated);
-  const Count count = show_names(names, limit, output);
-  output.end(sentence(count), members(count));
-  if (settings.plain()) fmt::print(stderr, "{}\n", sentence(count));
+  const std::uint32_t highest_sequence = show_names(names, output);
+  const bool has_sequence = output.num_told() > 0;
+  const std::string footer = sentence(output, highest_sequence);
+  output.end(footer, {{"highest_sequence", has_sequence ? Json(highest_sequence) : Json()}});
+  if (settings.form() == Form::kPlain) fmt::print(stderr, "{}\n", footer);
 }
 
 }  // namespace
 
-void add_key_list(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("list", "List the names of all keys, in order");
-  auto options = std::make_shared<ListOptions>();
-  command->add_option("--prefix", options->prefix, "only names that begin so, at most 40 bytes")->option_text("TEXT");
-  command->add_option("--limit", options->limit, "show the first N names and count the others")->option_text("N");
-  add_null(*command, options->null_terminated);
-  command->footer(
+void add_key_list(Command &group, Settings &settings) {
+  Command &command = group.add("list", "List the names of all keys, in order");
+  auto options = std::make_shared<KeyListOptions>();
+  command.option("--prefix", &options->prefix, "TEXT", Kind::kKeyName, "only names that begin so, at most 40 bytes");
+  add_list_options(command, options->list);
+  command.details =
       "The list is complete unless a limit cuts it, which is said. It ends with the number of keys and the highest\n"
       "sequence, the hexadecimal number that names of key templates carry in their characters 16 to 21. In plain\n"
       "form that line goes to standard error, and names are one a line with \\xNN for what is not printable ASCII and\n"
-      "\\\\ for a backslash. The server tells the names as they were when the list began.\n\n"
-      "Examples:\n"
-      "  vesk key list --prefix tape-library-01\n"
-      "  vesk key list --output plain --null | xargs -0 -n1 vesk key get");
-  command->final_callback([&settings, options] {
-    settings.offers_plain = true;
-    settings.action = [&, options] { list(settings, *options); };
-  });
+      "\\\\ for a backslash. The server tells the names as they were when the list began.";
+  command.examples = {"vesk key list --prefix tape-library-01",
+                      "vesk key list --output plain --null | xargs -0 -n1 vesk key get"};
+  command.run = [&settings, options] { list(settings, *options); };
 }
 
 }  // namespace command

@@ -5,7 +5,6 @@
 #include <openssl/evp.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 
 #include "orn/vesk/wiped.h"
@@ -38,18 +37,15 @@ std::size_t put_base64(Text &text, std::span<const unsigned char> value) {
 
 }  // namespace
 
-void add_key_output(CLI::App &command, KeyOutputOptions &options) {
-  // A text of its own keeps the formatter from spelling the relations out.
-  const std::string flag = " ";
-  CLI::Option *out =
-      command.add_option("--out", options.out, "write the key's value to a new file, - for standard output");
-  CLI::Option *hex = command.add_flag("--hex", options.hex, "with --out: hexadecimal digits instead of raw bytes");
-  CLI::Option *base64 = command.add_flag("--base64", options.base64, "with --out: base64 instead of raw bytes");
-  CLI::Option *force = command.add_flag("--force", options.force, "with --out: replace the file if it exists");
-  out->option_text("FILE");
-  hex->needs(out)->option_text(flag);
-  base64->needs(out)->excludes(hex)->option_text(flag);
-  force->needs(out)->option_text(flag);
+Option &add_key_output(Command &command, KeyOutputOptions &options) {
+  Option &out = command.option("--out", &options.out, "FILE", Kind::kFile,
+                               "write the key's value to a new file, - for standard output");
+  command.flag("--hex", options.hex, "with --out: hexadecimal digits instead of raw bytes").needs = {"--out"};
+  Option &base64 = command.flag("--base64", options.base64, "with --out: base64 instead of raw bytes");
+  base64.needs = {"--out"};
+  base64.excludes = {"--hex"};
+  command.flag("--force", options.force, "with --out: replace the file if it exists").needs = {"--out"};
+  return out;
 }
 
 KeyOutput::KeyOutput(const KeyOutputOptions &options, const Settings &settings) : options_(options) {
@@ -58,8 +54,8 @@ KeyOutput::KeyOutput(const KeyOutputOptions &options, const Settings &settings) 
     check_secret_file(file(), options.force);
     return;
   }
-  if (settings.json()) {
-    throw Failure(ExitCode::kUsage, "--out - and --output json cannot both have standard output",
+  if (settings.has_document()) {
+    throw Failure(ExitCode::kUsage, "--out - is for --output table: both would have standard output",
                   "write the value to a file: --out FILE");
   }
   const bool raw = !options.hex && !options.base64;

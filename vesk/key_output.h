@@ -16,7 +16,8 @@ struct KeyOutputOptions {
   bool force = false;
 };
 
-void add_key_output(CLI::App &command, KeyOutputOptions &options);
+// Returns the option --out.
+Option &add_key_output(Command &command, KeyOutputOptions &options);
 
 class KeyOutput {
  public:

@@ -1,42 +1,27 @@
 // vesk key: policy, make-deletable, delete
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "vesk/ask.h"
+#include "vesk/bulk.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
+#include "vesk/list_output.h"
 #include "vesk/output.h"
 #include "vesk/text.h"
+#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
 
 struct DeleteOptions {
   std::vector<std::string> names;
-  bool yes = false;
+  Consent consent;
+  BulkOptions bulk;
 };
-
-void policy(const Settings &settings, const std::string &name) {
-  check_key_name(name);
-  const Connection connection(settings);
-  KeyMetadataValues values{};
-  connection.run(key_subject(name), qRetrieveKeyMetadata, name.c_str(), &values);
-
-  Json metadata = Json::object();
-  std::string table;
-  int number = 0;
-  for (const auto &value : values.md) {
-    const std::string field = fmt::format("MD{:02}", ++number);
-    metadata[field] = trimmed(value);
-    table += fmt::format("{}  {}\n", field, printable(trimmed(value)));
-  }
-  if (settings.json()) return show(settings, {}, {{"name", name}, {"metadata", metadata}});
-  write_standard_output(table);
-}
 
 void make_deletable(const Settings &settings, const std::string &name) {
   check_key_name(name);
@@ -51,79 +36,100 @@ std::string joined(const std::vector<std::string> &names, std::size_t first) {
   return text;
 }
 
-// Stops at the first key that cannot be deleted; deleted says how far it came.
-void delete_each(const Connection &connection, const DeleteOptions &options, const Settings &settings, Json &deleted) {
+// Stops at the first key that cannot be deleted.
+void delete_each(const Connection &connection, const DeleteOptions &options, ListOutput &deleted) {
   for (std::size_t i = 0; i < options.names.size(); ++i) {
     const std::string &name = options.names[i];
     try {
       connection.run(key_subject(name), qDeleteKey, name.c_str());
-      deleted.push_back(name);
-      if (!settings.json()) write_standard_output(fmt::format("deleted key {}\n", printable(name)));
+      deleted.add(name, fmt::format("deleted key {}", printable(name)));
     } catch (const Failure &failure) {
+      deleted.abandon();
       std::vector<std::string> details = failure.details();
       if (i + 1 < options.names.size()) details.push_back("not tried: " + joined(options.names, i + 1));
       throw Failure(failure.code(), failure.what(), failure.hint(), details);
     }
   }
+  deleted.end();
+}
+
+// More than anyone looks through before they say yes.
+constexpr std::size_t kMany = 10;
+
+void confirm(const std::vector<std::string> &names, const Consent &consent) {
+  constexpr const char *kLoss = "What they protect can never be read again.";
+  constexpr const char *kNotDone = "nothing was deleted";
+  if (names.size() > kMany) {
+    const std::string count = std::to_string(names.size());
+    ask_to_type(consent, fmt::format("Delete {} keys? {} Type {} to go on:", count, kLoss, count), count, kNotDone);
+  } else {
+    const char *what = names.size() == 1 ? "key" : "keys";
+    ask_yes(consent, fmt::format("Delete {} {}? {}", what, joined(names, 0), kLoss), kNotDone);
+  }
+}
+
+void show_dry_run_of(const Settings &settings, const std::vector<std::string> &names) {
+  ListOutput output(settings, {}, "deleted", {"deleted"});
+  for (const std::string &name : names) output.add(name, fmt::format("would delete key {}", printable(name)));
+  output.end({}, {{"dry_run", true}});
 }
 
 void delete_keys(const Settings &settings, const DeleteOptions &options) {
+  require_one_source(!options.names.empty(), options.bulk);
   for (const std::string &name : options.names) check_key_name(name);
+  std::vector<BulkItem> items;
+  if (options.bulk.from) items = read_bulk_file(*options.bulk.from, {}, check_key_name);
+  std::vector<std::string> names = options.names;
+  for (const BulkItem &item : items) names.push_back(item.name);
+
   const Connection connection(settings);
-  if (!options.yes) {
-    ask_yes(fmt::format("Delete {} {}? What they protect can never be read again.",
-                        options.names.size() == 1 ? "key" : "keys", joined(options.names, 0)),
-            "nothing was deleted");
+  if (options.consent.dry_run) return show_dry_run_of(settings, names);
+  confirm(names, options.consent);
+  if (options.bulk.from) {
+    const BulkTask task = {"key delete", "deleted key", veskd::RC_KEY_UNKNOWN,
+                           [&](const BulkItem &item) { return connection.call(qDeleteKey, item.name.c_str()); }};
+    return run_bulk(settings, connection, options.bulk, items, task);
   }
-  Json deleted = Json::array();
-  const auto show_document = [&] {
-    if (settings.json()) show(settings, {}, {{"deleted", deleted}});
-  };
-  try {
-    delete_each(connection, options, settings, deleted);
-  } catch (const Failure &) {
-    show_document();
-    throw;
-  }
-  show_document();
+  ListOutput deleted(settings, {}, "deleted", {"deleted"});
+  delete_each(connection, options, deleted);
 }
 
-void add_policy(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("policy", "Show the metadata fields of a key");
+void add_policy(Command &group, Settings &settings) {
+  Command &command = group.add("policy", "Show the metadata fields of a key");
   auto name = std::make_shared<std::string>();
-  add_name(*command, *name);
-  command->footer(
+  add_name(command, *name);
+  command.details =
       "Shows the sixteen metadata values of the key's policy record, MD01 to MD16. Its dates and flags\n"
-      "are not among them.\n\n"
-      "Example:\n  vesk key policy backup-2026 --output json");
-  command->final_callback([&settings, name] { settings.action = [&, name] { policy(settings, *name); }; });
+      "are not among them.";
+  command.examples = {"vesk key policy backup-2026 --output json"};
+  command.run = [&settings, name] { show_metadata(settings, *name); };
 }
 
-void add_make_deletable(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("make-deletable", "Let a key be deleted; this cannot be taken back");
+void add_make_deletable(Command &group, Settings &settings) {
+  Command &command = group.add("make-deletable", "Let a key be deleted; this cannot be taken back");
   auto name = std::make_shared<std::string>();
-  add_name(*command, *name);
-  command->footer("Example:\n  vesk key make-deletable backup-2026");
-  command->final_callback([&settings, name] { settings.action = [&, name] { make_deletable(settings, *name); }; });
+  add_name(command, *name);
+  command.examples = {"vesk key make-deletable backup-2026"};
+  command.run = [&settings, name] { make_deletable(settings, *name); };
 }
 
-void add_delete(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("delete", "Delete keys for good");
+void add_delete(Command &group, Settings &settings) {
+  Command &command = group.add("delete", "Delete keys for good");
   auto options = std::make_shared<DeleteOptions>();
-  command->add_option("NAME", options->names, "the names of the keys, each at most 40 bytes")
-      ->option_text(" ")
-      ->required();
-  command->add_flag("--yes", options->yes, "do not ask");
-  command->footer(
-      "Asks once on a terminal and needs --yes elsewhere. Stops at the first key that cannot be deleted.\n\n"
-      "Example:\n  vesk key delete backup-2024 backup-2025 --yes");
-  command->final_callback(
-      [&settings, options] { settings.action = [&, options] { delete_keys(settings, *options); }; });
+  command.argument("NAME", &options->names, Kind::kKeyName, "the names of the keys, each at most 40 bytes")
+      .is_required = false;
+  add_consent(command, options->consent);
+  add_bulk_options(command, options->bulk);
+  command.details =
+      "Asks once on a terminal and needs --yes elsewhere; for more than 10 keys you type their number. Of names in\n"
+      "arguments it stops at the first key that cannot be deleted; of a file it goes on, and names each.";
+  command.examples = {"vesk key delete backup-2024 backup-2025 --yes", "vesk key delete --from names --dry-run"};
+  command.run = [&settings, options] { delete_keys(settings, *options); };
 }
 
 }  // namespace
 
-void add_key_policy(CLI::App &group, Settings &settings) {
+void add_key_policy(Command &group, Settings &settings) {
   add_policy(group, settings);
   add_make_deletable(group, settings);
   add_delete(group, settings);

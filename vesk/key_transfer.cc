@@ -1,7 +1,6 @@
 // vesk key: import, export
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -13,6 +12,7 @@
 #include "vesk/key_commands.h"
 #include "vesk/key_output.h"
 #include "vesk/output.h"
+#include "vesk/secret_file.h"
 #include "vesk/stored_certificate.h"
 #include "vesk/text.h"
 #include "veskd/key_pairs.h"
@@ -54,6 +54,7 @@ std::string_view without_line_end(std::string_view text) {
 }
 
 void take_key(const ImportOptions &options, veskd::KeyValue &value) {
+  warn_of_readers(options.in);
   // The longest form is that of hexadecimal digits and a line end.
   const veskd::WipedText input = read_input(options.in, veskd::kBase16Length + 2, "key");
   const std::string &text = input.text();
@@ -121,6 +122,7 @@ void import(const Settings &settings, const ImportOptions &options) {
 }
 
 veskd::PrivateKeyPtr read_private_key(const std::string &path) {
+  warn_of_readers(path);
   const veskd::WipedText bytes = read_input(path, vesk::wire::kMaxPrivateKeyBytes, "private key");
   veskd::ParsedPrivateKey parsed = veskd::parse_private_key(bytes.text());
   const std::string name = name_of_input(path);
@@ -178,61 +180,56 @@ void export_to(const Settings &settings, const ExportOptions &options) {
                         {"written to", "file", output.file()}});
 }
 
-void add_certificate_option(CLI::App &command, std::string &certificate) {
-  command.add_option("--certificate", certificate, "the name of the certificate to wrap under, at most 64 bytes")
-      ->option_text("CERT")
-      ->required();
+void add_certificate_option(Command &command, std::string &certificate) {
+  command
+      .option("--certificate", &certificate, "CERT", Kind::kCertificate,
+              "the name of the certificate to wrap under, at most 64 bytes")
+      .is_required = true;
 }
 
-void add_import(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("import", "Bring in a 256-bit key, wrapped on its way");
+void add_import(Command &group, Settings &settings) {
+  Command &command = group.add("import", "Bring in a 256-bit key, wrapped on its way");
   auto options = std::make_shared<ImportOptions>();
-  add_name(*command, options->name);
-  add_certificate_option(*command, options->certificate);
-  command->add_option("--in", options->in, "the file that the key is in, - for standard input")
-      ->option_text("FILE")
-      ->required();
-  CLI::Option *hex = command->add_flag("--hex", options->hex, "the key is 64 hexadecimal digits, not raw bytes");
-  CLI::Option *base64 = command->add_flag("--base64", options->base64, "the key is 44 base64 characters");
-  CLI::Option *wrapped = command->add_flag("--wrapped", options->wrapped, "it is wrapped already: 256 bytes");
-  CLI::Option *file =
-      command->add_option("--certificate-file", options->certificate_file, "wrap under this copy of the certificate");
-  hex->option_text(" ");
-  base64->excludes(hex)->option_text(" ");
-  wrapped->excludes(hex)->excludes(base64)->option_text(" ");
-  file->excludes(wrapped)->option_text("FILE");
-  command->footer(
+  add_name(command, options->name);
+  add_certificate_option(command, options->certificate);
+  command.option("--in", &options->in, "FILE", Kind::kFile, "the file that the key is in, - for standard input")
+      .is_required = true;
+  command.flag("--hex", options->hex, "the key is 64 hexadecimal digits, not raw bytes");
+  command.flag("--base64", options->base64, "the key is 44 base64 characters").excludes = {"--hex"};
+  command.flag("--wrapped", options->wrapped, "it is wrapped already: 256 bytes").excludes = {"--hex", "--base64"};
+  command
+      .option("--certificate-file", &options->certificate_file, "FILE", Kind::kFile,
+              "wrap under this copy of the certificate")
+      .excludes = {"--wrapped"};
+  command.details =
       "The key is wrapped (RSA-OAEP, SHA-256) under the certificate CERT of the server, whose private key must be\n"
-      "there under the same name, and fetched again to compare. Keys never stand in arguments.\n\n"
-      "Examples:\n"
-      "  vesk key import payroll --certificate head-office --in payroll.key\n"
-      "  vesk key import payroll --certificate head-office --in - --hex < payroll.hex\n"
-      "  vesk key import payroll --certificate head-office --in payroll.wrapped --wrapped");
-  command->final_callback([&settings, options] { settings.action = [&, options] { import(settings, *options); }; });
+      "there under the same name, and fetched again to compare. Keys never stand in arguments.";
+  command.examples = {"vesk key import payroll --certificate head-office --in payroll.key",
+                      "vesk key import payroll --certificate head-office --in - --hex < payroll.hex",
+                      "vesk key import payroll --certificate head-office --in payroll.wrapped --wrapped"};
+  command.run = [&settings, options] { import(settings, *options); };
 }
 
-void add_export(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("export", "Fetch a key wrapped under a certificate");
+void add_export(Command &group, Settings &settings) {
+  Command &command = group.add("export", "Fetch a key wrapped under a certificate");
   auto options = std::make_shared<ExportOptions>();
-  add_name(*command, options->name);
-  add_certificate_option(*command, options->certificate);
-  command->add_option("--instance", options->instance, "an instance of the key, at most 24 bytes [the current one]")
-      ->option_text("INSTANCE");
-  add_key_output(*command, options->output);
-  command->get_option("--out")->required();
-  command->add_option("--unwrap-with", options->unwrap_with, "unwrap with this private key and write the key itself")
-      ->option_text("KEY");
-  command->footer(
-      "FILE gets the 256 bytes of the wrapped key (RSA-OAEP, SHA-256), or with --unwrap-with the 32 of the key.\n\n"
-      "Examples:\n"
-      "  vesk key export payroll --certificate branch-office --out payroll.wrapped\n"
-      "  vesk key export payroll --certificate branch-office --out payroll.key --unwrap-with branch-office-key.pem");
-  command->final_callback([&settings, options] { settings.action = [&, options] { export_to(settings, *options); }; });
+  add_name(command, options->name);
+  add_certificate_option(command, options->certificate);
+  add_instance(command, options->instance, "an instance of the key, at most 24 bytes [the current one]");
+  add_key_output(command, options->output).is_required = true;
+  command.option("--unwrap-with", &options->unwrap_with, "KEY", Kind::kFile,
+                 "unwrap with this private key and write the key itself");
+  command.details =
+      "FILE gets the 256 bytes of the wrapped key (RSA-OAEP, SHA-256), or with --unwrap-with the 32 of the key.";
+  command.examples = {
+      "vesk key export payroll --certificate branch-office --out payroll.wrapped",
+      "vesk key export payroll --certificate branch-office --out payroll.key --unwrap-with branch-office-key.pem"};
+  command.run = [&settings, options] { export_to(settings, *options); };
 }
 
 }  // namespace
 
-void add_key_transfer(CLI::App &group, Settings &settings) {
+void add_key_transfer(Command &group, Settings &settings) {
   add_import(group, settings);
   add_export(group, settings);
 }

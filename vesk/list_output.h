@@ -2,52 +2,70 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "vesk/options.h"
 #include "vesk/output.h"
 #include "vesk/settings.h"
 
-namespace CLI {
-class App;
-}
-
 namespace command {
 
-// Adds --null, which needs --output plain.
-void add_null(CLI::App &command, bool &null_terminated);
-void check_null(const Settings &settings, bool null_terminated);
+// What every list can be asked for.
+struct ListOptions {
+  std::optional<std::string> limit;
+  bool null_terminated = false;
+};
 
-// On a line of its own and unharmed: control characters, a DEL and bytes above ASCII as \xNN, a backslash doubled.
-std::string escaped(std::string_view text);
+void add_list_options(Command &command, ListOptions &options);
 
-// Sets a member to the text. JSON is Unicode: what is no UTF-8 is replaced in it, and its bytes are in base64 under the
-// same member of the object "base64".
-void put_text(Json &object, const std::string &member, std::string_view text);
+// Of a command that can be asked for nothing else.
+void add_list_options_of(Command &command, const Settings &settings,
+                         void (*list)(const Settings &, const ListOptions &));
 
 class ListOutput {
  public:
-  ListOutput(const Settings &settings, bool null_terminated) : settings_(settings), null_terminated_(null_terminated) {}
+  // Refuses options without sense. member is that of the list in a document; columns are those of CSV, the first of
+  // which is what plain form shows.
+  ListOutput(const Settings &settings, const ListOptions &options, const char *member,
+             std::vector<std::string> columns);
 
-  // table is what a table shows of the entry, object what a document does; in plain form it is the name.
-  void add(std::string_view name, std::string_view table, const Json &object);
+  // An entry is a name, or the members that tell of one. table is what a table shows of it. Beyond the limit entries
+  // are counted, not shown.
+  void add(const Json &entry, std::string_view table);
+  void add_name(const std::string &name);
 
-  // The end of the list: the footer of a table, and the members that follow the entries in a document.
-  void end(std::string_view footer, const Json &members);
+  std::size_t num_told() const { return num_told_; }
+  std::size_t num_shown() const { return num_shown_; }
+  bool is_complete() const { return num_shown_ == num_told_; }
+
+  // The end of the list: the footer of a table if there is one, and the members of a document behind what every list
+  // tells: the number of entries and whether all are shown. Says on standard error when they are not.
+  void end(std::string_view footer = {}, const Members &members = {});
 
   // The end of a list that failed: what was added is shown, and a document that was begun says that it is not complete.
   void abandon();
 
  private:
   void put(std::string_view bytes);
-  void begin_document();
-  void end_document(const Json &members);
+  void put_entry(const Json &entry, std::string_view table);
+  void put_csv_entry(const Json &entry);
+  void begin();
+  void end_document(const Members &members);
   void flush();
 
   const Settings &settings_;
+  const char *member_;
+  const std::vector<std::string> columns_;
   const bool null_terminated_;
+  std::uint32_t limit_;
   std::string waiting_;
-  std::size_t num_added_ = 0;
+  std::size_t num_told_ = 0;
+  std::size_t num_shown_ = 0;
+  bool has_begun_ = false;
 };
 
 }  // namespace command

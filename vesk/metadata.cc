@@ -1,13 +1,13 @@
 // vesk metadata
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <new>
 #include <optional>
 #include <tuple>
 
 #include "orn/support.h"
+#include "vesk/bulk.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
 #include "vesk/failure.h"
@@ -24,15 +24,16 @@ static_assert(std::size(KeyMetadataValues{}.md) == kNumFields);
 using EveryField = std::make_index_sequence<kNumFields>;
 
 struct SetOptions {
-  std::string name;
+  std::optional<std::string> name;
   std::optional<std::string> instance;
   std::vector<std::string> fields;
   bool replace = false;
+  BulkOptions bulk;
 };
 
 struct FindOptions {
   std::vector<std::string> where;
-  bool null_terminated = false;
+  ListOptions list;
 };
 
 struct FreeList {
@@ -41,52 +42,74 @@ struct FreeList {
 using Summaries = std::unique_ptr<LinkedList, FreeList>;
 
 template <std::size_t... kIndex>
-void write_fields(const Connection &connection, const SetOptions &options, const KeyMetadataValues &values,
-                  std::index_sequence<kIndex...>) {
-  connection.run(key_subject(options.name), qSetMetadata, options.name.c_str(), options.instance.value_or("").c_str(),
-                 values.md[kIndex]...);
+int write_fields(const Connection &connection, const std::string &name, const std::string &instance,
+                 const KeyMetadataValues &values, std::index_sequence<kIndex...>) {
+  return connection.call(qSetMetadata, name.c_str(), instance.c_str(), values.md[kIndex]...);
 }
 
 void put_field(char (&field)[65], const std::string &text) {
   field[text.copy(field, sizeof field - 1)] = '\0';
 }
 
+// Returns the status.
+int set_fields(const Connection &connection, const std::string &name, const SetOptions &options,
+               const std::vector<FieldValue> &fields) {
+  KeyMetadataValues values{};
+  const int status = options.replace ? 0 : connection.call(qRetrieveKeyMetadata, name.c_str(), &values);
+  if (status != 0) return status;
+  for (const FieldValue &field : fields) put_field(values.md[field.index], field.text);
+  return write_fields(connection, name, options.instance.value_or(""), values, EveryField());
+}
+
+std::vector<std::string> field_columns() {
+  std::vector<std::string> columns;
+  for (std::size_t i = 1; i <= kNumFields; ++i) {
+    columns.push_back(fmt::format("md{}", i));
+    if (i < 10) columns.push_back(fmt::format("md0{}", i));
+  }
+  return columns;
+}
+
+// The columns of a file, and for what they leave open the fields of --md.
+std::vector<FieldValue> fields_of(const BulkItem &item, const std::vector<FieldValue> &common) {
+  std::vector<std::string> texts;
+  for (const auto &[column, value] : item.columns) texts.push_back(fmt::format("{}={}", column, value));
+  std::vector<FieldValue> fields = common;
+  for (FieldValue &field : parse_field_values(texts)) fields.push_back(std::move(field));
+  return fields;
+}
+
+void set_many(const Settings &settings, const SetOptions &options, const std::vector<FieldValue> &common) {
+  const std::vector<BulkItem> items = read_bulk_file(*options.bulk.from, field_columns(), check_key_name);
+  for (const BulkItem &item : items) {
+    if (fields_of(item, common).empty() && !options.replace)
+      throw Failure(ExitCode::kUsage, fmt::format("no field is given for {}", key_subject(item.name)),
+                    "name columns md1 to md16 in a .csv file, or give --md N=TEXT for all");
+  }
+  const Connection connection(settings);
+  const BulkTask task = {"metadata set", "set metadata of key", 0, [&](const BulkItem &item) {
+                           return set_fields(connection, item.name, options, fields_of(item, common));
+                         }};
+  run_bulk(settings, connection, options.bulk, items, task);
+}
+
 void set(const Settings &settings, const SetOptions &options) {
-  check_key_name(options.name);
-  if (options.instance) check_instance(*options.instance);
+  require_one_source(options.name.has_value(), options.bulk);
   const std::vector<FieldValue> fields = parse_field_values(options.fields);
+  if (options.instance) check_instance(*options.instance);
+  if (options.bulk.from) return set_many(settings, options, fields);
+  const std::string &name = *options.name;
+  check_key_name(name);
   if (fields.empty() && !options.replace)
     throw Failure(ExitCode::kUsage, "no field is given", "--md N=TEXT sets one, --replace alone blanks all sixteen");
   const Connection connection(settings);
-  KeyMetadataValues values{};
-  if (!options.replace) connection.run(key_subject(options.name), qRetrieveKeyMetadata, options.name.c_str(), &values);
-  Json labels = Json::array();
-  for (const FieldValue &field : fields) {
-    put_field(values.md[field.index], field.text);
-    labels.push_back(field_label(field.index));
-  }
-  write_fields(connection, options, values, EveryField());
+  connection.require(set_fields(connection, name, options, fields), key_subject(name));
+  std::vector<std::string> labels;
+  for (const FieldValue &field : fields) labels.push_back(field_label(field.index));
   show(settings,
-       fmt::format("set {} of the sixteen metadata fields of key {}{}", fields.size(), printable(options.name),
+       fmt::format("set {} of the sixteen metadata fields of key {}{}", fields.size(), printable(name),
                    options.replace ? " and blanked the others" : ""),
-       {{"name", options.name}, {"set", labels}, {"others_blanked", options.replace}});
-}
-
-void get(const Settings &settings, const std::string &name) {
-  check_key_name(name);
-  const Connection connection(settings);
-  KeyMetadataValues values{};
-  connection.run(key_subject(name), qRetrieveKeyMetadata, name.c_str(), &values);
-
-  Json metadata = Json::object();
-  std::string lines;
-  for (std::size_t i = 0; i < kNumFields; ++i) {
-    const std::string text = trimmed(values.md[i]);
-    put_text(metadata, field_label(i), text);
-    lines += settings.plain() ? escaped(text) + "\n" : fmt::format("{}  {}\n", field_label(i), printable(text));
-  }
-  if (settings.json()) return show(settings, {}, {{"name", name}, {"metadata", metadata}});
-  write_standard_output(lines);
+       {{"name", name}, {"set", labels}, {"others_blanked", options.replace}});
 }
 
 template <std::size_t... kIndex>
@@ -101,98 +124,105 @@ Summaries ask(const Connection &connection, const Criteria &criteria, std::index
 // The library leaves the blanks of a field that is all blank.
 void add_entry(const KeyMetadataSummary &summary, ListOutput &output) {
   const std::string name = trimmed(summary.caKeyName);
-  Json object = Json::object();
-  put_text(object, "name", name);
-  Json metadata = Json::object();
+  Members metadata;
   std::string table = printable(name);
   for (std::size_t i = 0; i < std::size(summary.md); ++i) {
     const std::string text = trimmed(summary.md[i]);
-    put_text(metadata, field_label(i), text);
+    metadata.emplace_back(field_label(i), text);
     if (!text.empty()) table += fmt::format("  {}=\"{}\"", field_label(i), printable(text));
   }
-  object["metadata"] = metadata;
-  output.add(name, table, object);
+  output.add(Members{{"name", name}, {"metadata", metadata}}, table);
+}
+
+std::vector<std::string> columns() {
+  std::vector<std::string> names = {"name"};
+  for (std::size_t i = 0; i < std::size(KeyMetadataSummary{}.md); ++i) names.push_back("metadata." + field_label(i));
+  return names;
 }
 
 void find(const Settings &settings, const FindOptions &options) {
-  check_null(settings, options.null_terminated);
+  ListOutput output(settings, options.list, "keys", columns());
   const Criteria criteria = parse_criteria(options.where);
   const Connection connection(settings);
   const Summaries list = [&] {
     const Progress progress("looking at the metadata of all keys");
     return ask(connection, criteria, EveryField());
   }();
-  ListOutput output(settings, options.null_terminated);
   for (const LinkedListNode *node = ll_first(list.get()); node; node = ll_next(node))
     add_entry(*static_cast<const KeyMetadataSummary *>(ll_element(node)), output);
   const std::size_t count = ll_count(list.get());
-  output.end(fmt::format("{} {}", count, count == 1 ? "key" : "keys"), {{"count", count}, {"complete", true}});
+  const std::string shown = output.is_complete() ? "" : fmt::format("{} of ", output.num_shown());
+  output.end(fmt::format("{}{} {}", shown, count, count == 1 ? "key" : "keys"));
 }
 
-void add_set(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("set", "Set metadata fields of a key");
+void add_set(Command &group, Settings &settings) {
+  Command &command = group.add("set", "Set metadata fields of a key");
   auto options = std::make_shared<SetOptions>();
-  add_name(*command, options->name);
-  command->add_option("--md", options->fields, "sets field N, 1 to 16, to at most 64 bytes of text; may be repeated")
-      ->option_text("N=TEXT")
-      ->allow_extra_args(false);
-  command->add_flag("--replace", options->replace, "blank the fields that are not given, instead of keeping them");
-  command->add_option("--instance", options->instance, "an instance that the key must have [the current one]")
-      ->option_text("INSTANCE");
-  command->footer(
+  add_optional_name(command, options->name);
+  add_bulk_options(command, options->bulk);
+  command.option("--md", &options->fields, "N=TEXT", Kind::kText,
+                 "sets field N, 1 to 16, to at most 64 bytes of text; may be repeated");
+  command.flag("--replace", options->replace, "blank the fields that are not given, instead of keeping them");
+  add_instance(command, options->instance, "an instance that the key must have [the current one]");
+  command.details =
       "The server takes all sixteen fields at once. Those that are not given are read first and written back: if\n"
       "someone else sets metadata of the key in between, theirs is overwritten. --replace does not read.\n"
-      "Metadata belongs to the key, not to an instance. Blanks at the end of a field are not significant.\n\n"
-      "Examples:\n"
-      "  vesk metadata set backup-2026 --md 1=tape --md \"2=shelf 14\"\n"
-      "  vesk metadata set backup-2026 --replace");
-  command->final_callback([&settings, options] { settings.action = [&, options] { set(settings, *options); }; });
+      "Metadata belongs to the key, not to an instance. Blanks at the end of a field are not significant.\n"
+      "A file has columns md1 to md16; those that are empty leave their field to --md, or as it is.";
+  command.examples = {"vesk metadata set backup-2026 --md 1=tape --md \"2=shelf 14\"",
+                      "vesk metadata set backup-2026 --replace", "vesk metadata set --from shelves.csv"};
+  command.run = [&settings, options] { set(settings, *options); };
 }
 
-void add_get(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("get", "Show the sixteen metadata fields of a key");
+void add_get(Command &group, Settings &settings) {
+  Command &command = group.add("get", "Show the sixteen metadata fields of a key");
   auto name = std::make_shared<std::string>();
-  add_name(*command, *name);
-  command->footer(
-      "In plain form the values alone, a line each, MD01 first.\n\n"
-      "Example:\n  vesk metadata get backup-2026 --output json");
-  command->final_callback([&settings, name] {
-    settings.offers_plain = true;
-    settings.action = [&, name] { get(settings, *name); };
-  });
+  add_name(command, *name);
+  command.details = "In plain form the values alone, a line each, MD01 first.";
+  command.examples = {"vesk metadata get backup-2026 --output json"};
+  command.run = [&settings, name] { show_metadata(settings, *name); };
 }
 
-void add_find(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("find", "List the keys whose metadata meets every criterion");
+void add_find(Command &group, Settings &settings) {
+  Command &command = group.add("find", "List the keys whose metadata meets every criterion");
   auto options = std::make_shared<FindOptions>();
-  command
-      ->add_option("--where", options->where,
-                   "a field, an operator and a text, which may stand in double quotes; may be repeated, once a field")
-      ->option_text("'mdN OP \"TEXT\"'")
-      ->allow_extra_args(false);
-  add_null(*command, options->null_terminated);
-  command->footer(
+  command.option("--where", &options->where, "'mdN OP \"TEXT\"'", Kind::kText,
+                 "a field, an operator and a text, which may stand in double quotes; may be repeated, once a field");
+  add_list_options(command, options->list);
+  command.details =
       "Operators: eq equal, ne not equal, ct contains, gt greater, lt less, ge greater or equal, le less or equal;\n"
       "texts are compared byte by byte. Without a criterion all keys are listed. MD01 to MD07 are shown, which is\n"
       "what the library tells of a key; vesk metadata get shows all. In plain form the names alone, one a line.\n"
-      "Keys are held in memory until the last has arrived, half a megabyte for a thousand.\n\n"
-      "Examples:\n"
-      "  vesk metadata find --where 'md1 eq tape' --where 'md2 ct \"shelf 14\"'\n"
-      "  vesk metadata find --where 'md3 ne \"\"' --output plain");
-  command->final_callback([&settings, options] {
-    settings.offers_plain = true;
-    settings.action = [&, options] { find(settings, *options); };
-  });
+      "Keys are held in memory until the last has arrived, half a megabyte for a thousand.";
+  command.examples = {"vesk metadata find --where 'md1 eq tape' --where 'md2 ct \"shelf 14\"'",
+                      "vesk metadata find --where 'md3 ne \"\"' --output plain"};
+  command.run = [&settings, options] { find(settings, *options); };
 }
 
 }  // namespace
 
-void add_metadata(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("metadata", "Set, show and search the metadata fields of keys");
-  group->require_subcommand(1);
-  add_set(*group, settings);
-  add_get(*group, settings);
-  add_find(*group, settings);
+void show_metadata(const Settings &settings, const std::string &name) {
+  check_key_name(name);
+  const Connection connection(settings);
+  KeyMetadataValues values{};
+  connection.run(key_subject(name), qRetrieveKeyMetadata, name.c_str(), &values);
+  Members metadata;
+  std::string table;
+  for (std::size_t i = 0; i < kNumFields; ++i) {
+    const std::string text = trimmed(values.md[i]);
+    metadata.emplace_back(field_label(i), text);
+    table += fmt::format("{}  {}\n", field_label(i), printable(text));
+  }
+  if (settings.form() == Form::kTable) return write_standard_output(table);
+  if (settings.form() == Form::kPlain) return show_document(settings, metadata);
+  show_document(settings, {{"name", name}, {"metadata", metadata}});
+}
+
+void add_metadata(Command &root, Settings &settings) {
+  Command &group = root.add("metadata", "Set, show and search the metadata fields of keys");
+  add_set(group, settings);
+  add_get(group, settings);
+  add_find(group, settings);
 }
 
 }  // namespace command

@@ -1,7 +1,6 @@
 // vesk mirror
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -9,7 +8,6 @@
 #include "vesk/commands.h"
 #include "vesk/connection.h"
 #include "vesk/failure.h"
-#include "vesk/health.h"
 #include "vesk/output.h"
 #include "vesk/store_names.h"
 #include "vesk/text.h"
@@ -29,7 +27,7 @@ struct SetOptions {
 
 struct RemoveOptions {
   std::string name;
-  bool yes = false;
+  Consent consent;
 };
 
 struct SyncOptions {
@@ -85,17 +83,20 @@ void get(const Settings &settings, const std::string &name) {
 void remove(const Settings &settings, const RemoveOptions &options) {
   check_mirror_name(options.name);
   const Connection connection(settings);
-  if (!options.yes) {
-    ask_yes(fmt::format("Remove mirror {}? What waits for it is not delivered any more.", printable(options.name)),
-            "nothing was removed");
+  if (options.consent.dry_run) {
+    return show_dry_run(settings, fmt::format("would remove mirror {}", printable(options.name)),
+                        {{"removed", options.name}});
   }
+  ask_yes(options.consent,
+          fmt::format("Remove mirror {}? What waits for it is not delivered any more.", printable(options.name)),
+          "nothing was removed");
   connection.run(mirror_subject(options.name), qRemoveMirrorAddress, options.name.c_str());
   show(settings, fmt::format("removed mirror {}", printable(options.name)), {{"removed", options.name}});
 }
 
-void list(const Settings &settings) {
+void list(const Settings &settings, const ListOptions &options) {
   const Connection connection(settings);
-  show_store_names(settings, "mirrors",
+  show_store_names(settings, options, "mirrors",
                    store_names([&](LinkedList *names) { connection.run({}, qListMirrorNames, names); }));
 }
 
@@ -133,16 +134,17 @@ void status(const Settings &settings, const std::string &name) {
   connection.run(mirror_subject(name), qGetQueueSize, name.c_str(), &num_waiting);
   const Meaning state_meaning = meaning_of(kStates, state);
   const Meaning data_meaning = meaning_of(kData, data);
-  show_health(settings, {{"mirror", "mirror", name},
-                         {"state", "state", state_meaning.word, state_meaning.health},
-                         {"data", "data", data_meaning.word, data_meaning.health},
-                         {"faults", "faults", num_faults},
-                         {"changes waiting", "queue_size", num_waiting}});
+  show_facts(settings, {{"mirror", "mirror", name},
+                        {"state", "state", state_meaning.word, state_meaning.health},
+                        {"data", "data", data_meaning.word, data_meaning.health},
+                        {"faults", "faults", num_faults},
+                        {"changes waiting", "queue_size", num_waiting}});
   if (state_meaning.health == Health::kFault)
-    report_fault(fmt::format("{}: {}", mirror_subject(name), state_meaning.word), "the server's log says why");
+    throw Failure(ExitCode::kHealth, fmt::format("{}: {}", mirror_subject(name), state_meaning.word),
+                  "the server's log says why");
   if (data_meaning.health == Health::kFault)
-    report_fault(fmt::format("{} holds {}", mirror_subject(name), data_meaning.word),
-                 "send it what it lacks: vesk mirror sync NAME --all");
+    throw Failure(ExitCode::kHealth, fmt::format("{} holds {}", mirror_subject(name), data_meaning.word),
+                  "send it what it lacks: vesk mirror sync NAME --all");
 }
 
 void queue(const Settings &settings, const std::string &name) {
@@ -166,72 +168,75 @@ void sync(const Settings &settings, const SyncOptions &options) {
        {{"mirror", options.name}, {"key", options.all ? Json() : Json(options.key)}});
 }
 
+void add_mirror_name(Command &command, std::string &name) {
+  command.argument("NAME", &name, Kind::kMirror, "the mirror's name, at most 40 bytes");
+}
+
 // A command whose only argument is the mirror's name.
-void add_named(CLI::App &group, Settings &settings, const char *command_name, const char *description,
-               const char *footer, void (*run)(const Settings &, const std::string &)) {
-  CLI::App *command = group.add_subcommand(command_name, description);
+void add_named(Command &group, Settings &settings, const char *command_name, const char *description,
+               const char *details, const char *example, void (*run)(const Settings &, const std::string &)) {
+  Command &command = group.add(command_name, description);
   auto name = std::make_shared<std::string>();
-  command->add_option("NAME", *name, "the mirror's name, at most 40 bytes")->option_text(" ")->required();
-  command->footer(footer);
-  command->final_callback([&settings, name, run] { settings.action = [&, name, run] { run(settings, *name); }; });
+  add_mirror_name(command, *name);
+  command.details = details;
+  command.examples = {example};
+  command.run = [&settings, name, run] { run(settings, *name); };
 }
 
-void add_set(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("set", "Add a mirror or give it another address");
+void add_set(Command &group, Settings &settings) {
+  Command &command = group.add("set", "Add a mirror or give it another address");
   auto options = std::make_shared<SetOptions>();
-  command->add_option("NAME", options->name, "the mirror's name, at most 40 bytes")->option_text(" ")->required();
-  command->add_option("HOST", options->host, "its host name or numeric address")->option_text(" ")->required();
-  command->add_option("PORT", options->port, "its port, 1 to 65535")->option_text(" ")->required();
-  command->footer(
-      "A new mirror gets the changes from now on; send it what there is with: vesk mirror sync NAME --all\n\n"
-      "Example:\n  vesk mirror set west kms-west.example 4000");
-  command->final_callback([&settings, options] { settings.action = [&, options] { set(settings, *options); }; });
+  add_mirror_name(command, options->name);
+  command.argument("HOST", &options->host, Kind::kHost, "its host name or numeric address");
+  command.argument("PORT", &options->port, Kind::kNumber, "its port, 1 to 65535");
+  command.details =
+      "A new mirror gets the changes from now on; send it what there is with: vesk mirror sync NAME --all";
+  command.examples = {"vesk mirror set west kms-west.example 4000"};
+  command.run = [&settings, options] { set(settings, *options); };
 }
 
-void add_remove(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("remove", "Take a mirror from the address book");
+void add_remove(Command &group, Settings &settings) {
+  Command &command = group.add("remove", "Take a mirror from the address book");
   auto options = std::make_shared<RemoveOptions>();
-  command->add_option("NAME", options->name, "the mirror's name")->option_text(" ")->required();
-  command->add_flag("--yes", options->yes, "do not ask");
-  command->footer("Asks on a terminal and needs --yes elsewhere.\n\nExample:\n  vesk mirror remove west");
-  command->final_callback([&settings, options] { settings.action = [&, options] { remove(settings, *options); }; });
+  add_mirror_name(command, options->name);
+  add_consent(command, options->consent);
+  command.details = "Asks on a terminal and needs --yes elsewhere.";
+  command.examples = {"vesk mirror remove west"};
+  command.run = [&settings, options] { remove(settings, *options); };
 }
 
-void add_list(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("list", "List the names of all mirrors, one a line");
-  command->footer("Example:\n  vesk mirror list --output json");
-  command->final_callback([&settings] { settings.action = [&] { list(settings); }; });
+void add_list(Command &group, Settings &settings) {
+  Command &command = group.add("list", "List the names of all mirrors, one a line");
+  command.examples = {"vesk mirror list --output json"};
+  add_list_options_of(command, settings, list);
 }
 
-void add_sync(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("sync", "Send a mirror all mirror keys again, or one of them");
+void add_sync(Command &group, Settings &settings) {
+  Command &command = group.add("sync", "Send a mirror all mirror keys again, or one of them");
   auto options = std::make_shared<SyncOptions>();
-  command->add_option("NAME", options->name, "the mirror's name")->option_text(" ")->required();
-  command->add_flag("--all", options->all, "all mirror keys");
-  command->add_option("--only", options->key, "one key")->option_text("KEY");
-  command->footer(
-      "Returns when the keys are queued; vesk mirror queue NAME tells how many are still to be sent.\n\n"
-      "Examples:\n  vesk mirror sync west --all\n  vesk mirror sync west --only backup-2026");
-  command->final_callback([&settings, options] { settings.action = [&, options] { sync(settings, *options); }; });
+  add_mirror_name(command, options->name);
+  command.flag("--all", options->all, "all mirror keys");
+  command.option("--only", &options->key, "KEY", Kind::kKeyName, "one key");
+  command.details = "Returns when the keys are queued; vesk mirror queue NAME tells how many are still to be sent.";
+  command.examples = {"vesk mirror sync west --all", "vesk mirror sync west --only backup-2026"};
+  command.run = [&settings, options] { sync(settings, *options); };
 }
 
 }  // namespace
 
-void add_mirror(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("mirror", "Name the servers that keys are replicated to, and watch them");
-  group->require_subcommand(1);
-  add_set(*group, settings);
-  add_named(*group, settings, "get", "Show a mirror's address", "Example:\n  vesk mirror get west", get);
-  add_remove(*group, settings);
-  add_list(*group, settings);
+void add_mirror(Command &root, Settings &settings) {
+  Command &group = root.add("mirror", "Name the servers that keys are replicated to, and watch them");
+  add_set(group, settings);
+  add_named(group, settings, "get", "Show a mirror's address", "", "vesk mirror get west", get);
+  add_remove(group, settings);
+  add_list(group, settings);
   add_named(
-      *group, settings, "status", "Show a mirror's health",
+      group, settings, "status", "Show a mirror's health",
       "Has the server try the mirror at once and shows what it knew before. Exit code 7 when the mirror is down,\n"
-      "refuses this server or holds other keys.\n\nExample:\n  vesk mirror status west",
-      status);
-  add_named(*group, settings, "queue", "Show how many changes wait for a mirror", "Example:\n  vesk mirror queue west",
-            queue);
-  add_sync(*group, settings);
+      "refuses this server or holds other keys.",
+      "vesk mirror status west", status);
+  add_named(group, settings, "queue", "Show how many changes wait for a mirror", "", "vesk mirror queue west", queue);
+  add_sync(group, settings);
 }
 
 }  // namespace command

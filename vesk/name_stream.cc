@@ -49,7 +49,11 @@ NameStream::NameStream(const Connection &connection, const std::string &prefix) 
   // The library opens the pipe by its name; when the thread has closed this end as well, the names are at their end.
   call_ = std::jthread([this, prefix, to = std::move(to)]() mutable {
     const std::string path = fmt::format("/dev/fd/{}", to.get());
-    status_ = connection_.call(qRetrieveKeyNameListFiltered, path.c_str(), prefix.c_str(), &highest_sequence_);
+    try {
+      connection_.run({}, qRetrieveKeyNameListFiltered, path.c_str(), prefix.c_str(), &highest_sequence_);
+    } catch (const Failure &) {
+      failure_ = std::current_exception();
+    }
     const Descriptor closed(std::move(to));
   });
 }
@@ -63,7 +67,7 @@ bool NameStream::next(std::string &name) {
 
 std::uint32_t NameStream::finish() {
   call_.join();
-  connection_.require(status_, {});
+  if (failure_) std::rethrow_exception(failure_);
   return highest_sequence_;
 }
 

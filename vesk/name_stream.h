@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <string>
 #include <thread>
@@ -30,7 +31,7 @@ class NameStream {
   };
 
   const Connection &connection_;
-  int status_ = 0;
+  std::exception_ptr failure_;
   std::uint32_t highest_sequence_ = 0;
   std::jthread call_;
   // Closed before the call is waited for, which ends it if it is still writing.

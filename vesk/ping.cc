@@ -1,7 +1,6 @@
 // vesk ping
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 
 #include "vesk/commands.h"
@@ -23,10 +22,10 @@ void ping(const Settings &settings) {
 
 }  // namespace
 
-void add_ping(CLI::App &app, Settings &settings) {
-  CLI::App *command = app.add_subcommand("ping", "Prove that the server can be reached, accepts you and answers");
-  command->footer("Example:\n  vesk ping --host kms.example --port 4000 --certificates /etc/vesk");
-  command->final_callback([&settings] { settings.action = [&settings] { ping(settings); }; });
+void add_ping(Command &root, Settings &settings) {
+  Command &command = root.add("ping", "Prove that the server can be reached, accepts you and answers");
+  command.examples = {"vesk ping --host kms.example --port 4000 --certificates /etc/vesk"};
+  command.run = [&settings] { ping(settings); };
 }
 
 }  // namespace command

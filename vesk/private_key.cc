@@ -1,7 +1,6 @@
 // vesk private-key
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -13,6 +12,7 @@
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
 #include "vesk/output.h"
+#include "vesk/secret_file.h"
 #include "vesk/store_names.h"
 #include "vesk/text.h"
 
@@ -27,7 +27,7 @@ struct ImportOptions {
 
 struct DeleteOptions {
   std::string name;
-  bool yes = false;
+  Consent consent;
 };
 
 std::string subject_of(const std::string &name) {
@@ -48,6 +48,7 @@ void refuse_if_there(const Connection &connection, const std::string &name) {
 
 void import(const Settings &settings, const ImportOptions &options) {
   check_private_key_name(options.name);
+  warn_of_readers(options.file);
   const veskd::WipedText bytes = read_input(options.file, vesk::wire::kMaxPrivateKeyBytes, "private key");
   const Connection connection(settings);
   if (!options.replace) refuse_if_there(connection, options.name);
@@ -59,65 +60,64 @@ void import(const Settings &settings, const ImportOptions &options) {
 void remove(const Settings &settings, const DeleteOptions &options) {
   check_private_key_name(options.name);
   const Connection connection(settings);
-  if (!options.yes) {
-    ask_yes(fmt::format("Delete private key {}? Keys that are wrapped for it can be imported no more.",
-                        printable(options.name)),
-            "nothing was deleted");
+  if (options.consent.dry_run) {
+    return show_dry_run(settings, fmt::format("would delete private key {}", printable(options.name)),
+                        {{"deleted", options.name}});
   }
+  ask_yes(options.consent,
+          fmt::format("Delete private key {}? Keys that are wrapped for it can be imported no more.",
+                      printable(options.name)),
+          "nothing was deleted");
   connection.run(subject_of(options.name), qDeletePrivateKey, options.name.c_str());
   show(settings, fmt::format("deleted private key {}", printable(options.name)), {{"deleted", options.name}});
 }
 
-void list(const Settings &settings) {
+void list(const Settings &settings, const ListOptions &options) {
   const Connection connection(settings);
-  show_store_names(settings, "private_keys", names_of(connection));
+  show_store_names(settings, options, "private_keys", names_of(connection));
 }
 
-void add_private_key_name(CLI::App &command, std::string &name) {
-  command.add_option("NAME", name, "the private key's name, at most 64 bytes: that of its certificate")
-      ->option_text(" ")
-      ->required();
+void add_private_key_name(Command &command, std::string &name) {
+  command.argument("NAME", &name, Kind::kPrivateKey,
+                   "the private key's name, at most 64 bytes: that of its certificate");
 }
 
-void add_import(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("import", "Send a private key to the server, which never gives it back");
+void add_import(Command &group, Settings &settings) {
+  Command &command = group.add("import", "Send a private key to the server, which never gives it back");
   auto options = std::make_shared<ImportOptions>();
-  add_private_key_name(*command, options->name);
-  command->add_option("FILE", options->file, "the private key, PEM or DER, not encrypted; - for standard input")
-      ->option_text(" ")
-      ->required();
-  command->add_flag("--replace", options->replace, "replace the private key of that name if there is one");
-  command->footer(
-      "The key is an RSA key of 2048 bits. It unwraps what is imported under the certificate of its name.\n\n"
-      "Example:\n  vesk private-key import head-office head-office-key.pem");
-  command->final_callback([&settings, options] { settings.action = [&, options] { import(settings, *options); }; });
+  add_private_key_name(command, options->name);
+  command.argument("FILE", &options->file, Kind::kFile,
+                   "the private key, PEM or DER, not encrypted; - for standard input");
+  command.flag("--replace", options->replace, "replace the private key of that name if there is one");
+  command.details =
+      "The key is an RSA key of 2048 bits. It unwraps what is imported under the certificate of its name.";
+  command.examples = {"vesk private-key import head-office head-office-key.pem"};
+  command.run = [&settings, options] { import(settings, *options); };
 }
 
-void add_delete(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("delete", "Delete a private key for good");
+void add_delete(Command &group, Settings &settings) {
+  Command &command = group.add("delete", "Delete a private key for good");
   auto options = std::make_shared<DeleteOptions>();
-  add_private_key_name(*command, options->name);
-  command->add_flag("--yes", options->yes, "do not ask");
-  command->footer(
-      "Asks on a terminal and needs --yes elsewhere.\n\n"
-      "Example:\n  vesk private-key delete head-office --yes");
-  command->final_callback([&settings, options] { settings.action = [&, options] { remove(settings, *options); }; });
+  add_private_key_name(command, options->name);
+  add_consent(command, options->consent);
+  command.details = "Asks on a terminal and needs --yes elsewhere.";
+  command.examples = {"vesk private-key delete head-office --yes"};
+  command.run = [&settings, options] { remove(settings, *options); };
 }
 
-void add_list(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("list", "List the names of the private keys, one a line");
-  command->footer("Example:\n  vesk private-key list");
-  command->final_callback([&settings] { settings.action = [&] { list(settings); }; });
+void add_list(Command &group, Settings &settings) {
+  Command &command = group.add("list", "List the names of the private keys, one a line");
+  command.examples = {"vesk private-key list"};
+  add_list_options_of(command, settings, list);
 }
 
 }  // namespace
 
-void add_private_key(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("private-key", "Keep the private keys that unwrap imported keys");
-  group->require_subcommand(1);
-  add_import(*group, settings);
-  add_delete(*group, settings);
-  add_list(*group, settings);
+void add_private_key(Command &root, Settings &settings) {
+  Command &group = root.add("private-key", "Keep the private keys that unwrap imported keys");
+  add_import(group, settings);
+  add_delete(group, settings);
+  add_list(group, settings);
 }
 
 }  // namespace command

@@ -2,16 +2,18 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <optional>
 #include <system_error>
 
 #include "vesk/failure.h"
 #include "vesk/text.h"
+#include "vesk/watch.h"
 
 namespace command {
 namespace {
@@ -32,33 +34,20 @@ std::string directory_of(const std::string &path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Holds back the signals by which users end programs, so that no temporary file outlives the command.
-class SignalsHeldBack {
- public:
-  SignalsHeldBack() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&signals, signal);
-    pthread_sigmask(SIG_BLOCK, &signals, &before_);
-  }
-  ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  SignalsHeldBack(const SignalsHeldBack &) = delete;
-  SignalsHeldBack &operator=(const SignalsHeldBack &) = delete;
-
- private:
-  sigset_t before_;
-};
-
 // A file of mode 0600 beside the one to be; gone with its owner unless it was renamed.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(const std::string &path) : name_(directory_of(path) + "/.vesk-key-XXXXXX") {
+  explicit TemporaryFile(const std::string &path) : name_(directory_of(path) + "/.vesk-XXXXXX") {
+    const Uninterrupted both;
     descriptor_ = mkostemp(name_.data(), O_CLOEXEC);
     if (descriptor_ < 0) throw failed("make a file beside", path);
+    unfinished_.emplace(name_);
   }
   ~TemporaryFile() {
+    const Uninterrupted both;
     if (descriptor_ >= 0) close(descriptor_);
     if (!was_renamed_) unlink(name_.c_str());
+    unfinished_.reset();
   }
   TemporaryFile(const TemporaryFile &) = delete;
   TemporaryFile &operator=(const TemporaryFile &) = delete;
@@ -75,9 +64,11 @@ class TemporaryFile {
 
   // A link is made only where nothing is; a rename replaces.
   void become(const std::string &path, bool replace) {
+    const Uninterrupted both;
     if (replace) {
       if (rename(name_.c_str(), path.c_str()) != 0) throw failed("replace", path);
       was_renamed_ = true;
+      unfinished_.reset();
     } else if (link(name_.c_str(), path.c_str()) != 0) {
       throw errno == EEXIST ? exists(path) : failed("create", path);
     }
@@ -87,6 +78,7 @@ class TemporaryFile {
   std::string name_;
   int descriptor_ = -1;
   bool was_renamed_ = false;
+  std::optional<UnfinishedFile> unfinished_;
 };
 
 void flush_directory(const std::string &path) {
@@ -113,8 +105,14 @@ void check_secret_file(const std::string &path, bool force) {
   if (access(directory_of(path).c_str(), W_OK | X_OK) != 0) throw failed("create", path);
 }
 
+void warn_of_readers(const std::string &path) {
+  struct stat file {};
+  if (path == "-" || stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode)) return;
+  if ((file.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
+  fmt::print(stderr, "warning: others may read {}: chmod 600 {}\n", printable(path), printable(path));
+}
+
 void write_secret_file(const std::string &path, std::string_view bytes, bool force) {
-  const SignalsHeldBack no_interruption;
   {
     TemporaryFile file(path);
     file.write(bytes, path);

@@ -1,8 +1,6 @@
 // vesk server
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
-
 #include "orn/support.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
@@ -15,7 +13,7 @@ namespace {
 constexpr const char *kAuthorityLabel = "authority (the chain's last certificate)";
 constexpr const char *kCommunicationLabel = "communication (the one before it)";
 
-Json document_of(const CertificateInfo &info) {
+Members document_of(const CertificateInfo &info) {
   return {{"subject", info.subject},
           {"issuer", info.issuer},
           {"serial_number", info.serialNumber},
@@ -50,9 +48,9 @@ void certificates(const Settings &settings) {
   const bool has_both = status == 0;
   if (!has_both && status != ERR_NO_COMM_CERT) connection.require(status, {});
 
-  if (settings.json()) {
-    show(settings, {},
-         {{"authority", document_of(authority)}, {"communication", has_both ? document_of(communication) : Json()}});
+  if (settings.has_document()) {
+    show_document(settings, {{"authority", document_of(authority)},
+                             {"communication", has_both ? Json(document_of(communication)) : Json()}});
   } else {
     write_standard_output(table_of(kAuthorityLabel, authority) +
                           (has_both ? "\n" + table_of(kCommunicationLabel, communication) : ""));
@@ -62,12 +60,11 @@ void certificates(const Settings &settings) {
 
 }  // namespace
 
-void add_server(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("server", "Look at the server");
-  group->require_subcommand(1);
-  CLI::App *command = group->add_subcommand("certificates", "Show the last two certificates of the server's chain");
-  command->footer("Example:\n  vesk server certificates --output json");
-  command->final_callback([&settings] { settings.action = [&settings] { certificates(settings); }; });
+void add_server(Command &root, Settings &settings) {
+  Command &group = root.add("server", "Look at the server");
+  Command &command = group.add("certificates", "Show the last two certificates of the server's chain");
+  command.examples = {"vesk server certificates --output json"};
+  command.run = [&settings] { certificates(settings); };
 }
 
 }  // namespace command

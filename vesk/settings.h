@@ -1,35 +1,38 @@
 // The options that every command understands.
 #pragma once
 
-#include <functional>
+#include <chrono>
+#include <optional>
 #include <string>
 
-namespace CLI {
-class App;
-}
+#include "vesk/options.h"
 
 namespace command {
 
+enum class Form { kTable, kJson, kPlain, kCsv };
+
 struct Settings {
-  std::string host;
-  std::string port;
-  std::string certificates;
-  std::string authority = "authority.pem";
-  std::string certificate = "client.pem";
-  std::string key = "client-key.pem";
+  std::optional<std::string> context;
+  std::optional<std::string> host;
+  std::optional<std::string> port;
+  std::optional<std::string> certificates;
+  std::optional<std::string> authority;
+  std::optional<std::string> certificate;
+  std::optional<std::string> key;
   std::string trace;
   std::string output = "table";
+  std::optional<std::string> timeout;
 
-  // What the command line asks for, set while it is parsed.
-  std::function<void()> action;
+  // Refuses what is no form.
+  Form form() const;
 
-  // Set with action by the commands whose result is lines to go on working with.
-  bool offers_plain = false;
+  // Of the whole command; refuses what is no time.
+  std::optional<std::chrono::seconds> time_limit() const;
 
-  bool json() const { return output == "json"; }
-  bool plain() const { return output == "plain"; }
+  // Whether standard output is for a result in a form of its own, beside which nothing else may be there.
+  bool has_document() const { return form() != Form::kTable; }
 };
 
-void add_settings(CLI::App &app, Settings &settings);
+void add_settings(Command &root, Settings &settings);
 
 }  // namespace command

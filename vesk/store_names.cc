@@ -4,8 +4,6 @@
 #include <new>
 
 #include "orn/vesk/wire/certificates.h"
-#include "vesk/output.h"
-#include "vesk/text.h"
 
 namespace command {
 namespace {
@@ -26,11 +24,11 @@ std::vector<std::string> store_names(const std::function<void(LinkedList *)> &ca
   return names;
 }
 
-void show_store_names(const Settings &settings, const char *member, const std::vector<std::string> &names) {
-  if (settings.json()) return show(settings, {}, {{member, names}});
-  std::string lines;
-  for (const std::string &name : names) lines += printable(name) + "\n";
-  write_standard_output(lines);
+void show_store_names(const Settings &settings, const ListOptions &options, const char *member,
+                      const std::vector<std::string> &names) {
+  ListOutput output(settings, options, member, {"name"});
+  for (const std::string &name : names) output.add_name(name);
+  output.end();
 }
 
 }  // namespace command

@@ -6,14 +6,15 @@
 #include <vector>
 
 #include "orn/support.h"
-#include "vesk/settings.h"
+#include "vesk/list_output.h"
 
 namespace command {
 
 // What the call appends to the list that it is given.
 std::vector<std::string> store_names(const std::function<void(LinkedList *)> &call);
 
-// One a line, or a document with one member of that name.
-void show_store_names(const Settings &settings, const char *member, const std::vector<std::string> &names);
+// member is that of the list in a document.
+void show_store_names(const Settings &settings, const ListOptions &options, const char *member,
+                      const std::vector<std::string> &names);
 
 }  // namespace command

@@ -1,7 +1,6 @@
 // vesk template
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <new>
 
@@ -11,6 +10,7 @@
 #include "vesk/connection.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
+#include "vesk/list_output.h"
 #include "vesk/output.h"
 #include "vesk/progress.h"
 #include "vesk/text.h"
@@ -35,7 +35,7 @@ struct SetNextOptions {
 
 struct RemoveOptions {
   std::string constant;
-  bool yes = false;
+  Consent consent;
 };
 
 struct FreeList {
@@ -58,22 +58,17 @@ void generate(const Settings &settings, const GenerateOptions &options) {
        {{"template", options.constant}, {"generated", count}, {"new", !options.add}});
 }
 
-void list(const Settings &settings) {
+void list(const Settings &settings, const ListOptions &options) {
   constexpr std::size_t kElementBytes = 40;
   const Connection connection(settings);
   const std::unique_ptr<LinkedList, FreeList> templates(ll_create(kElementBytes));
   if (!templates) throw std::bad_alloc();
   connection.run({}, qGetTemplateList, templates.get());
 
-  Json constants = Json::array();
-  std::string lines;
-  for (const LinkedListNode *node = ll_first(templates.get()); node; node = ll_next(node)) {
-    const auto *constant = static_cast<const char *>(ll_element(node));
-    constants.push_back(constant);
-    lines += printable(constant) + "\n";
-  }
-  if (settings.json()) return show(settings, {}, {{"templates", constants}});
-  write_standard_output(lines);
+  ListOutput output(settings, options, "templates", {"name"});
+  for (const LinkedListNode *node = ll_first(templates.get()); node; node = ll_next(node))
+    output.add_name(static_cast<const char *>(ll_element(node)));
+  output.end();
 }
 
 void depth(const Settings &settings, const std::string &constant) {
@@ -105,80 +100,76 @@ void set_next(const Settings &settings, const SetNextOptions &options) {
 void remove(const Settings &settings, const RemoveOptions &options) {
   check_constant(options.constant);
   const Connection connection(settings);
-  if (!options.yes) {
-    ask_to_type(fmt::format("Remove template {}? Its constant can never be used again. Type the constant to go on:",
-                            printable(options.constant)),
-                options.constant, "nothing was removed");
+  if (options.consent.dry_run) {
+    return show_dry_run(settings, fmt::format("would remove template {}", printable(options.constant)),
+                        {{"removed", options.constant}});
   }
+  ask_to_type(options.consent,
+              fmt::format("Remove template {}? Its constant can never be used again. Type the constant to go on:",
+                          printable(options.constant)),
+              options.constant, "nothing was removed");
   connection.run(template_subject(options.constant), qRemoveTemplate, options.constant.c_str());
   show(settings, fmt::format("removed template {}", printable(options.constant)), {{"removed", options.constant}});
 }
 
-void add_constant(CLI::App &command, std::string &constant) {
-  command.add_option("CONSTANT", constant, "the template's constant, exactly 15 bytes")->option_text(" ")->required();
-}
-
-void add_generate(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("generate", "Generate keys for a new template, or add keys to one");
+void add_generate(Command &group, Settings &settings) {
+  Command &command = group.add("generate", "Generate keys for a new template, or add keys to one");
   auto options = std::make_shared<GenerateOptions>();
-  add_constant(*command, options->constant);
-  command->add_option("--count", options->count, "the number of keys, at most 99999")->option_text("N")->required();
-  command->add_flag("--add", options->add, "add to a template that exists instead of making a new one");
-  command->footer(
-      "The keys are named by the constant and an increment of six hexadecimal digits. Waits up to 20 minutes.\n\n"
-      "Examples:\n"
-      "  vesk template generate tape-library-01 --count 1000\n"
-      "  vesk template generate tape-library-01 --count 500 --add");
-  command->final_callback([&settings, options] { settings.action = [&, options] { generate(settings, *options); }; });
+  add_constant(command, options->constant);
+  command.option("--count", &options->count, "N", Kind::kNumber, "the number of keys, at most 99999").is_required =
+      true;
+  command.flag("--add", options->add, "add to a template that exists instead of making a new one");
+  command.details =
+      "The keys are named by the constant and an increment of six hexadecimal digits. Waits up to 20 minutes.";
+  command.examples = {"vesk template generate tape-library-01 --count 1000",
+                      "vesk template generate tape-library-01 --count 500 --add"};
+  command.run = [&settings, options] { generate(settings, *options); };
 }
 
-void add_list(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("list", "List the constants of all templates, one a line");
-  command->footer("Example:\n  vesk template list --output json");
-  command->final_callback([&settings] { settings.action = [&] { list(settings); }; });
+void add_list(Command &group, Settings &settings) {
+  Command &command = group.add("list", "List the constants of all templates, one a line");
+  command.examples = {"vesk template list --output json"};
+  add_list_options_of(command, settings, list);
 }
 
-void add_depth(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("depth", "Show how far a template has been served");
+void add_depth(Command &group, Settings &settings) {
+  Command &command = group.add("depth", "Show how far a template has been served");
   auto constant = std::make_shared<std::string>();
-  add_constant(*command, *constant);
-  command->footer(
-      "Increments are shown as six hexadecimal digits, in JSON as numbers.\n\n"
-      "Example:\n  vesk template depth tape-library-01");
-  command->final_callback([&settings, constant] { settings.action = [&, constant] { depth(settings, *constant); }; });
+  add_constant(command, *constant);
+  command.details = "Increments are shown as six hexadecimal digits, in JSON as numbers.";
+  command.examples = {"vesk template depth tape-library-01"};
+  command.run = [&settings, constant] { depth(settings, *constant); };
 }
 
-void add_set_next(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("set-next", "Set the increment that a template serves next");
+void add_set_next(Command &group, Settings &settings) {
+  Command &command = group.add("set-next", "Set the increment that a template serves next");
   auto options = std::make_shared<SetNextOptions>();
-  add_constant(*command, options->constant);
-  command->add_option("N", options->increment, "the increment, decimal or 0x hexadecimal, at most 0xFFFFFF")
-      ->required();
-  command->footer("Example:\n  vesk template set-next tape-library-01 0x0001F4");
-  command->final_callback([&settings, options] { settings.action = [&, options] { set_next(settings, *options); }; });
+  add_constant(command, options->constant);
+  command.argument("N", &options->increment, Kind::kNumber,
+                   "the increment, decimal or 0x hexadecimal, at most 0xFFFFFF");
+  command.examples = {"vesk template set-next tape-library-01 0x0001F4"};
+  command.run = [&settings, options] { set_next(settings, *options); };
 }
 
-void add_remove(CLI::App &group, Settings &settings) {
-  CLI::App *command = group.add_subcommand("remove", "Remove a template for good");
+void add_remove(Command &group, Settings &settings) {
+  Command &command = group.add("remove", "Remove a template for good");
   auto options = std::make_shared<RemoveOptions>();
-  add_constant(*command, options->constant);
-  command->add_flag("--yes", options->yes, "do not ask");
-  command->footer(
-      "Asks on a terminal for the constant to be typed and needs --yes elsewhere.\n\n"
-      "Example:\n  vesk template remove tape-library-01");
-  command->final_callback([&settings, options] { settings.action = [&, options] { remove(settings, *options); }; });
+  add_constant(command, options->constant);
+  add_consent(command, options->consent);
+  command.details = "Asks on a terminal for the constant to be typed and needs --yes elsewhere.";
+  command.examples = {"vesk template remove tape-library-01"};
+  command.run = [&settings, options] { remove(settings, *options); };
 }
 
 }  // namespace
 
-void add_template(CLI::App &app, Settings &settings) {
-  CLI::App *group = app.add_subcommand("template", "Generate, list, watch and remove key templates");
-  group->require_subcommand(1);
-  add_generate(*group, settings);
-  add_list(*group, settings);
-  add_depth(*group, settings);
-  add_set_next(*group, settings);
-  add_remove(*group, settings);
+void add_template(Command &root, Settings &settings) {
+  Command &group = root.add("template", "Generate, list, watch and remove key templates");
+  add_generate(group, settings);
+  add_list(group, settings);
+  add_depth(group, settings);
+  add_set_next(group, settings);
+  add_remove(group, settings);
 }
 
 }  // namespace command

@@ -15,6 +15,7 @@ constexpr std::size_t kInstanceWidth = 24;
 constexpr std::size_t kConstantWidth = 15;
 constexpr std::size_t kHostWidth = 40;
 constexpr std::size_t kCertificateNameWidth = 64;
+constexpr std::size_t kContextNameWidth = 40;
 
 bool is_control(unsigned char byte) {
   return byte < 0x20 || byte == 0x7f;
@@ -76,6 +77,10 @@ void check_certificate_name(const std::string &name) {
 
 void check_private_key_name(const std::string &name) {
   check("private key name", name, kCertificateNameWidth);
+}
+
+void check_context_name(const std::string &name) {
+  check("context name", name, kContextNameWidth);
 }
 
 void check_host(const std::string &host) {

@@ -17,6 +17,7 @@ void check_instance(const std::string &instance);
 void check_constant(const std::string &constant);  // exactly 15 bytes
 void check_certificate_name(const std::string &name);
 void check_private_key_name(const std::string &name);
+void check_context_name(const std::string &name);
 void check_host(const std::string &host);
 
 // A number from least to most, decimal or, if base16 allows, hexadecimal behind 0x; refuses what is anything else.

@@ -19,7 +19,8 @@ namespace {
 constexpr std::string_view kConnectionLayer = " orn/support:";
 constexpr std::size_t kMaxDetails = 8;
 
-std::vector<std::string> details;
+// Of the calls of this thread.
+thread_local std::vector<std::string> details;
 
 // A line is time, thread, path:line and message, with a blank between them.
 void keep_detail(std::string_view line) {

@@ -17,7 +17,7 @@ class Trace {
   Trace(const Trace &) = delete;
   Trace &operator=(const Trace &) = delete;
 
-  // What the connection layer said since the last call of this function.
+  // What the connection layer said on this thread since the last call of this function.
   static std::vector<std::string> take_connection_details();
 
  private:

@@ -141,4 +141,9 @@ std::string DevEnvironment::next_command(const std::string &host, std::uint16_t 
   return fmt::format("vesk --host {} --port {} --certificates {} ping", host, port, shell_word(directory_.string()));
 }
 
+std::string DevEnvironment::context_command(const std::string &host, std::uint16_t port) const {
+  return fmt::format("vesk context add dev --host {} --port {} --certificates {} --use", host, port,
+                     shell_word(directory_.string()));
+}
+
 }  // namespace veskd

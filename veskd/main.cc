@@ -77,7 +77,8 @@ void run_dev(const DevOptions &options) {
   if (!options.faults.empty()) log.warning(options.faults.string() + " says what this server does wrong on purpose");
   const auto announce = [&](const veskd::Ports &ports) {
     say_what_is_served(settings, ports);
-    std::cout << environment.next_command(settings.server.address, ports.keys) << std::endl;
+    std::cout << environment.next_command(settings.server.address, ports.keys) << '\n'
+              << environment.context_command(settings.server.address, ports.keys) << std::endl;
     say_where_to_watch(settings, ports);
   };
   run_service(settings, environment.master_key(), log, announce, [&] { return settings; });

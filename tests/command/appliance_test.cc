@@ -62,7 +62,7 @@ TEST_F(Appliance, AMachineInOrderIsShownAndNothingElseIsOnStandardOutput) {
                                                         "fan          0---  in order\n"
                                                         "temperature  N-------  in order\n"),
                                                   IsEmpty()));
-  EXPECT_EQ(json::parse(vesk({"appliance", "status", "--output", "json"}).out).at("temperature"), "N-------");
+  EXPECT_EQ(document_in(vesk({"appliance", "status", "--output", "json"})).at("temperature"), "N-------");
 }
 
 TEST_F(Appliance, AFaultHasAnExitCodeOfItsOwn) {
@@ -72,7 +72,7 @@ TEST_F(Appliance, AFaultHasAnExitCodeOfItsOwn) {
                    HasSubstr(": fault in fan, temperature\n")));
   const Outcome outcome = vesk({"appliance", "status", "--output", "json"});
   EXPECT_EQ(outcome.exit_code, 7);
-  EXPECT_EQ(json::parse(outcome.out).at("fan"), "01--");
+  EXPECT_EQ(document_in(outcome).at("fan"), "01--");
 }
 
 TEST_F(Appliance, ColoursAreForTerminals) {
@@ -88,7 +88,15 @@ TEST_F(Appliance, ReadingsGoToStandardOutputOrToAFile) {
   EXPECT_THAT(vesk({"appliance", "sensors", "--out", "data"}),
               Ends(0, StrEq("wrote the readings to data\n"), IsEmpty()));
   EXPECT_EQ(contents_of(files_.path("data")), kHealthy);
-  EXPECT_EQ(json::parse(vesk({"appliance", "sensors", "--output", "json"}).out), json({{"readings", kHealthy}}));
+  EXPECT_EQ(document_in(vesk({"appliance", "sensors", "--output", "json"})),
+            json({{"readings",
+                   {{{"name", "store"}, {"kind", "app"}, {"value", "1"}, {"low", "1"}, {"high", "1"}},
+                    {{"name", "cpu0"}, {"kind", "core"}, {"value", "1"}, {"low", "1"}, {"high", "1"}},
+                    {{"name", "store"}, {"kind", "disk"}, {"value", "40"}, {"low", "5"}, {"high", "100"}},
+                    {{"name", "front"}, {"kind", "fan"}, {"value", "1800"}, {"low", "300"}, {"high", "5000"}},
+                    {{"name", "cpu"}, {"kind", "temperature"}, {"value", "18"}, {"low", "0"}, {"high", "90"}}}},
+                  {"count", 5},
+                  {"complete", true}}));
   EXPECT_THAT(vesk({"appliance", "sensors", "--out", "no/such/directory"}),
               Ends(1, IsEmpty(), HasSubstr("cannot write no/such/directory: No such file or directory\n")));
 }
@@ -101,7 +109,7 @@ TEST_F(Appliance, ReadingsThatCannotBeReadAreRefused) {
 TEST_F(Appliance, AServerThatIsNotInFipsModeSaysItsVersion) {
   EXPECT_THAT(vesk({"appliance", "fips"}), Ends(7, AllOf(StartsWith("FIPS mode  false\nversion    OpenSSL 3")),
                                                 HasSubstr(" is not in FIPS mode\n")));
-  EXPECT_EQ(json::parse(vesk({"appliance", "fips", "--output", "json"}).out).at("fips_mode"), false);
+  EXPECT_EQ(document_in(vesk({"appliance", "fips", "--output", "json"})).at("fips_mode"), false);
 }
 
 TEST_F(Appliance, ValidationFindsTheKeyThatWasTamperedWith) {
@@ -111,7 +119,7 @@ TEST_F(Appliance, ValidationFindsTheKeyThatWasTamperedWith) {
   EXPECT_THAT(vesk({"appliance", "validate"}),
               Ends(7, StrEq("key database  false\n"), HasSubstr("holds values that do not open\n")));
   EXPECT_THAT(vesk({"appliance", "validate", "--output", "json", "--trace", "trace"}),
-              Ends(7, StrEq("{\n  \"valid\": false\n}\n"), HasSubstr("do not open")));
+              Ends(7, StrEq("{\n  \"schema\": \"vesk/1\",\n  \"valid\": false\n}\n"), HasSubstr("do not open")));
   EXPECT_THAT(contents_of(files_.path("trace")), HasSubstr("K1"));
 }
 

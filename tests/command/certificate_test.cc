@@ -43,16 +43,17 @@ TEST_F(Certificates, ACertificateMayComeFromAPipe) {
 TEST_F(Certificates, DocumentsSayTheSame) {
   const auto document = [&](std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"--output", "json"});
-    return json::parse(vesk(arguments).out);
+    return document_in(vesk(arguments));
   };
   EXPECT_EQ(document({"certificate", "import", "c1", "c1.pem"}), json({{"imported", "c1"}}));
   EXPECT_EQ(document({"private-key", "import", "c1", "c1-key.pem"}), json({{"imported", "c1"}}));
-  EXPECT_EQ(document({"certificate", "list"}), json({{"certificates", {"c1"}}}));
-  EXPECT_EQ(document({"private-key", "list"}), json({{"private_keys", {"c1"}}}));
+  EXPECT_EQ(document({"certificate", "list"}), json({{"certificates", {"c1"}}, {"count", 1}, {"complete", true}}));
+  EXPECT_EQ(document({"private-key", "list"}), json({{"private_keys", {"c1"}}, {"count", 1}, {"complete", true}}));
   EXPECT_EQ(document({"certificate", "export", "c1", "--out", "copy"}), json({{"name", "c1"}, {"file", "copy"}}));
   EXPECT_EQ(document({"certificate", "delete", "c1", "--yes"}), json({{"deleted", "c1"}}));
   EXPECT_EQ(document({"private-key", "delete", "c1", "--yes"}), json({{"deleted", "c1"}}));
-  EXPECT_EQ(document({"private-key", "list"}), json({{"private_keys", json::array()}}));
+  EXPECT_EQ(document({"private-key", "list"}),
+            json({{"private_keys", json::array()}, {"count", 0}, {"complete", true}}));
 }
 
 TEST_F(Certificates, WhatIsThereIsReplacedOnlyWhenTold) {
@@ -84,7 +85,7 @@ TEST_F(Certificates, AFileThatCannotBeReadIsNamed) {
 }
 
 TEST_F(Certificates, WhatTheServerRefusesIsExplained) {
-  write_file(files_.path("encrypted.pem"), veskd::test::encrypted_pem_of(veskd::test::rsa_key(1)));
+  write_secret(files_.path("encrypted.pem"), veskd::test::encrypted_pem_of(veskd::test::rsa_key(1)));
   EXPECT_THAT(vesk({"private-key", "import", "c1", "encrypted.pem"}),
               Ends(3, IsEmpty(), AllOf(HasSubstr("RC_PRIVATE_KEY_ENCRYPTED"), HasSubstr("hint: decrypt it"))));
   EXPECT_THAT(vesk({"certificate", "import", "c1", "c1-key.pem"}),

@@ -13,6 +13,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/command/schema.h"
+
 namespace command_test {
 namespace {
 
@@ -80,7 +82,14 @@ Outcome CommandTest::vesk(std::vector<std::string> arguments) const {
 }
 
 Outcome CommandTest::vesk(const Invocation &invocation) {
-  return run_program(VESK_PROGRAM, invocation);
+  const Outcome outcome = run_program(VESK_PROGRAM, invocation);
+  const std::vector<std::string> &arguments = invocation.arguments;
+  const auto form = std::ranges::find(arguments, "--output");
+  if (form != arguments.end() && std::next(form) != arguments.end() && *std::next(form) == "json" &&
+      !outcome.out.empty()) {
+    EXPECT_EQ(schema_fault(arguments, nlohmann::json::parse(outcome.out)), "") << outcome.out;
+  }
+  return outcome;
 }
 
 Invocation ServedCommandTest::invocation(std::vector<std::string> arguments) const {
@@ -88,6 +97,13 @@ Invocation ServedCommandTest::invocation(std::vector<std::string> arguments) con
   made.environment = {
       {"VESK_HOST", "127.0.0.1"}, {"VESK_PORT", server_.port()}, {"VESK_CERTIFICATES", server_files_.path("d")}};
   return made;
+}
+
+nlohmann::json document_in(const Outcome &outcome) {
+  nlohmann::json document = nlohmann::json::parse(outcome.out);
+  EXPECT_EQ(document.at("schema"), "vesk/1");
+  document.erase("schema");
+  return document;
 }
 
 std::string contents_of(const std::string &path) {
@@ -99,6 +115,11 @@ std::string contents_of(const std::string &path) {
 
 void write_file(const std::string &path, const std::string &contents) {
   std::ofstream(path, std::ios::binary) << contents;
+}
+
+void write_secret(const std::string &path, const std::string &contents) {
+  write_file(path, contents);
+  std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 std::vector<std::string> names_in(const std::string &directory) {

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,7 @@ class CommandTest : public testing::Test {
   virtual Invocation invocation(std::vector<std::string> arguments) const;
 
   Outcome vesk(std::vector<std::string> arguments) const;
+  // Whatever is a document in JSON is checked against its schema.
   static Outcome vesk(const Invocation &invocation);
 
   TemporaryDirectory files_;
@@ -61,8 +63,13 @@ class ServedCommandTest : public CommandTest {
   RunningServer server_{server_files_.path("d")};
 };
 
+// The document on standard output, without its first member, which tells the schema.
+nlohmann::json document_in(const Outcome &outcome);
+
 std::string contents_of(const std::string &path);
 void write_file(const std::string &path, const std::string &contents);
+// For its owner alone.
+void write_secret(const std::string &path, const std::string &contents);
 std::vector<std::string> names_in(const std::string &directory);
 
 // Matches an outcome by its exit code, standard output and standard error.

@@ -82,7 +82,7 @@ TEST_F(KeyFiles, TheTextFormsSayTheSameBytes) {
 
 TEST_F(KeyFiles, TheDocumentNamesTheFile) {
   const Outcome outcome = vesk({"key", "get", "K1", "--out", "k1.key", "--output", "json"});
-  EXPECT_EQ(nlohmann::json::parse(outcome.out).at("file"), "k1.key");
+  EXPECT_EQ(document_in(outcome).at("file"), "k1.key");
 }
 
 TEST_F(KeyFiles, AFileThatIsThereIsLeftAloneWithoutForce) {

@@ -16,7 +16,7 @@ class KeyPairTest : public ServedCommandTest {
     EVP_PKEY *key = veskd::test::rsa_key(number);
     const veskd::CertificatePtr certificate = veskd::test::certificate_of(key, days_before, days_behind);
     write_file(files_.path(name + ".pem"), veskd::test::pem_of(certificate.get()));
-    write_file(files_.path(name + "-key.pem"), veskd::test::pem_of(key));
+    write_secret(files_.path(name + "-key.pem"), veskd::test::pem_of(key));
   }
 
   // The pair, and both its parts in the server's store.

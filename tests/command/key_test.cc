@@ -20,7 +20,7 @@ TEST_F(Keys, PingSaysThatTheServerAnswers) {
   EXPECT_THAT(vesk({"ping"}), Ends(0, MatchesRegex("127\\.0\\.0\\.1:[0-9]+ answers \\([0-9]+ ms\\)\n"), IsEmpty()));
   const Outcome outcome = vesk({"ping", "--output", "json"});
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_EQ(json::parse(outcome.out).at("server"), "127.0.0.1:" + server_.port());
+  EXPECT_EQ(document_in(outcome).at("server"), "127.0.0.1:" + server_.port());
 }
 
 TEST_F(Keys, AKeyIsCreatedOnce) {
@@ -35,7 +35,7 @@ TEST_F(Keys, AKeyIsCreatedOnce) {
 TEST_F(Keys, AMirrorKeyIsCalledOne) {
   EXPECT_THAT(vesk({"key", "create", "M1", "--mirror"}), Ends(0, StrEq("created mirror key M1\n"), IsEmpty()));
   const Outcome outcome = vesk({"key", "create", "M2", "--mirror", "--output", "json"});
-  EXPECT_EQ(json::parse(outcome.out), json({{"created", "M2"}, {"mirror", true}}));
+  EXPECT_EQ(document_in(outcome), json({{"created", "M2"}, {"mirror", true}}));
 }
 
 TEST_F(Keys, TheFactsOfAKeyAreShownWithoutItsValue) {
@@ -49,7 +49,7 @@ TEST_F(Keys, TheFactsOfAKeyAreShownWithoutItsValue) {
                                                             "expires       none\n"),
                                                IsEmpty()));
   const Outcome outcome = vesk({"key", "get", "K1", "--output", "json"});
-  json document = json::parse(outcome.out);
+  json document = document_in(outcome);
   EXPECT_TRUE(document.at("instance").is_string());
   document.erase("instance");
   EXPECT_EQ(
@@ -57,9 +57,23 @@ TEST_F(Keys, TheFactsOfAKeyAreShownWithoutItsValue) {
       json({{"name", "K1"}, {"size_bits", 256}, {"format", "BIN"}, {"last_rolled", nullptr}, {"expires", nullptr}}));
 }
 
+TEST_F(Keys, FactsAreForScriptsToo) {
+  EXPECT_THAT(vesk({"key", "create", "K,1", "--output", "plain"}), Ends(0, StrEq("K,1\nfalse\n"), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "get", "K,1", "--output", "csv"}),
+              Ends(0,
+                   MatchesRegex("name,instance,size_bits,format,last_rolled,expires\r\n"
+                                "\"K,1\",[-0-9A-FT]+,256,BIN,,\r\n"),
+                   IsEmpty()));
+  EXPECT_THAT(vesk({"metadata", "find", "--where", "md1 eq \"\"", "--output", "csv"}),
+              Ends(0,
+                   StrEq("name,metadata.MD01,metadata.MD02,metadata.MD03,metadata.MD04,metadata.MD05,metadata.MD06,"
+                         "metadata.MD07\r\n\"K,1\",,,,,,,\r\n"),
+                   IsEmpty()));
+}
+
 TEST_F(Keys, AnInstanceIsFetchedByItsName) {
   vesk({"key", "create", "K1"});
-  const std::string instance = json::parse(vesk({"key", "get", "K1", "--output", "json"}).out).at("instance");
+  const std::string instance = document_in(vesk({"key", "get", "K1", "--output", "json"})).at("instance");
   EXPECT_THAT(vesk({"key", "get", "K1", "--instance", instance}), Ends(0, HasSubstr(instance), IsEmpty()));
   EXPECT_THAT(vesk({"key", "get", "K1", "--instance", "other"}),
               Ends(4, IsEmpty(),
@@ -94,7 +108,7 @@ TEST_F(Keys, ThePolicyShowsTheSixteenMetadataFields) {
   const Outcome table = vesk({"key", "policy", "K1"});
   EXPECT_THAT(table, Ends(0, AllOf(StartsWith("MD01  "), HasSubstr("\nMD16  ")), IsEmpty()));
   EXPECT_EQ(std::count(table.out.begin(), table.out.end(), '\n'), 16);
-  const json document = json::parse(vesk({"key", "policy", "K1", "--output", "json"}).out);
+  const json document = document_in(vesk({"key", "policy", "K1", "--output", "json"}));
   EXPECT_EQ(document.at("name"), "K1");
   EXPECT_EQ(document.at("metadata").size(), 16U);
   EXPECT_EQ(document.at("metadata").at("MD16"), "");
@@ -121,7 +135,47 @@ TEST_F(Keys, DeletionStopsAtTheFirstFailureAndSaysHowFarItCame) {
                    AllOf(StartsWith("vesk: key delete: key K2: "), HasSubstr("\ndetail: not tried: K3, K4\n"))));
   const Outcome outcome = vesk({"key", "delete", "K3", "K4", "--yes", "--output", "json"});
   EXPECT_EQ(outcome.exit_code, 4);
-  EXPECT_EQ(json::parse(outcome.out), json({{"deleted", {"K3"}}}));
+  EXPECT_EQ(document_in(outcome), json({{"deleted", {"K3"}}, {"complete", false}}));
+}
+
+// Each is checked against the published schema when it runs.
+TEST_F(Keys, EveryDocumentIsAsPublished) {
+  const std::vector<std::vector<std::string>> commands = {
+      {"ping"},
+      {"server", "certificates"},
+      {"key", "create", "K1", "--mirror"},
+      {"key", "get", "K1", "--out", "k1"},
+      {"key", "list"},
+      {"key", "policy", "K1"},
+      {"key", "make-deletable", "K1"},
+      {"template", "generate", "tape-library-01", "--count", "2"},
+      {"template", "list"},
+      {"template", "depth", "tape-library-01"},
+      {"template", "set-next", "tape-library-01", "1"},
+      {"key", "next", "tape-library-01"},
+      {"template", "remove", "tape-library-01", "--yes"},
+      {"metadata", "set", "K1", "--md", "1=tape"},
+      {"metadata", "get", "K1"},
+      {"metadata", "find"},
+      {"certificate", "list"},
+      {"private-key", "list"},
+      {"mirror", "set", "west", "127.0.0.1", "1"},
+      {"mirror", "get", "west"},
+      {"mirror", "list"},
+      {"mirror", "queue", "west"},
+      {"mirror", "sync", "west", "--all"},
+      {"mirror", "remove", "west", "--yes"},
+      {"database", "create"},
+      {"context", "list"},
+      {"context", "show"},
+      {"key", "delete", "K1", "--dry-run"},
+      {"key", "delete", "K1", "--yes"},
+  };
+  for (std::vector<std::string> command : commands) {
+    const std::string words = command.front() + (command.size() > 1 ? " " + command[1] : "");
+    command.insert(command.end(), {"--output", "json"});
+    EXPECT_THAT(vesk(command), Ends(0, HasSubstr("\"schema\": \"vesk/1\""), IsEmpty())) << words;
+  }
 }
 
 TEST_F(Keys, CreatingTheKeyDatabaseKeepsWhatIsThere) {

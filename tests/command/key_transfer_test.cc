@@ -20,7 +20,7 @@ class KeyTransfer : public KeyPairTest {
  protected:
   void SetUp() override {
     store_pair("pair", 1);
-    write_file(files_.path("raw"), value_);
+    write_secret(files_.path("raw"), value_);
   }
 
   std::string key(const std::string &name) const { return vesk({"key", "get", name, "--out", "-"}).out; }
@@ -53,12 +53,12 @@ TEST_F(KeyTransfer, AKeyComesInFromAFileOrAPipeInEveryForm) {
     EXPECT_EQ(key(name), value_);
   }
   const Outcome outcome = vesk({"key", "import", "K9", "--certificate", "pair", "--in", "raw", "--output", "json"});
-  EXPECT_EQ(json::parse(outcome.out), json({{"imported", "K9"}, {"certificate", "pair"}}));
+  EXPECT_EQ(document_in(outcome), json({{"imported", "K9"}, {"certificate", "pair"}}));
 }
 
 TEST_F(KeyTransfer, WhatIsNoKeyIsNotSent) {
   const auto import = [&](const std::string &text, std::vector<std::string> options = {}) {
-    write_file(files_.path("in"), text);
+    write_secret(files_.path("in"), text);
     std::vector<std::string> arguments = {"key", "import", "K1", "--certificate", "pair", "--in", "in"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     return vesk(arguments);
@@ -142,7 +142,7 @@ TEST_F(KeyTransfer, AnExportedKeyIsUnwrappedOnTheSpot) {
 
 TEST_F(KeyTransfer, AnInstanceIsExportedByItsName) {
   vesk({"key", "create", "K1"});
-  const std::string instance = json::parse(vesk({"key", "get", "K1", "--output", "json"}).out).at("instance");
+  const std::string instance = document_in(vesk({"key", "get", "K1", "--output", "json"})).at("instance");
   EXPECT_EQ(vesk({"key", "export", "K1", "--instance", instance, "--certificate", "pair", "--out", "k1"}).exit_code, 0);
   EXPECT_THAT(vesk({"key", "export", "K1", "--instance", "none", "--certificate", "pair", "--out", "k2"}),
               Ends(4, IsEmpty(), StartsWith("vesk: key export: key K1, instance none: the key has no such instance")));
@@ -152,8 +152,8 @@ TEST_F(KeyTransfer, AnInstanceIsExportedByItsName) {
 TEST_F(KeyTransfer, APrivateKeyThatDoesNotFitIsSaidSo) {
   vesk({"key", "create", "K1"});
   make_pair("other", 2);
-  write_file(files_.path("encrypted.pem"), veskd::test::encrypted_pem_of(veskd::test::rsa_key(1)));
-  write_file(files_.path("ec.pem"), veskd::test::pem_of(veskd::test::ec_key()));
+  write_secret(files_.path("encrypted.pem"), veskd::test::encrypted_pem_of(veskd::test::rsa_key(1)));
+  write_secret(files_.path("ec.pem"), veskd::test::pem_of(veskd::test::ec_key()));
   const auto export_with = [&](const char *file) {
     return vesk({"key", "export", "K1", "--certificate", "pair", "--out", "k1", "--unwrap-with", file});
   };

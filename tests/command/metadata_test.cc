@@ -19,7 +19,7 @@ class Metadata : public ServedCommandTest {
     for (const char *name : {"K1", "K2"}) ASSERT_EQ(vesk({"key", "create", name}).exit_code, 0);
   }
   json fields_of(const std::string &key) const {
-    return json::parse(vesk({"metadata", "get", key, "--output", "json"}).out).at("metadata");
+    return document_in(vesk({"metadata", "get", key, "--output", "json"})).at("metadata");
   }
 };
 
@@ -39,7 +39,7 @@ TEST_F(Metadata, BlanksTheOthersWhenItIsReplaced) {
   vesk({"metadata", "set", "K1", "--md", "1=tape", "--md", "2=two"});
   const Outcome outcome =
       vesk({"metadata", "set", "K1", "--md", "2=", "--md", "3=three", "--replace", "--output", "json"});
-  EXPECT_EQ(json::parse(outcome.out), json({{"name", "K1"}, {"set", {"MD02", "MD03"}}, {"others_blanked", true}}));
+  EXPECT_EQ(document_in(outcome), json({{"name", "K1"}, {"set", {"MD02", "MD03"}}, {"others_blanked", true}}));
   EXPECT_EQ(fields_of("K1").at("MD01"), "");
   EXPECT_EQ(fields_of("K1").at("MD03"), "three");
   EXPECT_EQ(vesk({"metadata", "set", "K1", "--replace"}).exit_code, 0);
@@ -56,8 +56,7 @@ TEST_F(Metadata, ComesThroughUnharmedInEveryForm) {
               Ends(0, StartsWith("MD01  a, \"b\" 'c'\\ =[1] caf\\xc3\\xa9\nMD02  caf\\xe9\nMD03  \n"), IsEmpty()));
   EXPECT_THAT(vesk({"metadata", "get", "K1", "--output", "plain"}),
               Ends(0, StrEq("a, \"b\" 'c'\\\\ =[1] caf\\xc3\\xa9\ncaf\\xe9\n" + std::string(14, '\n')), IsEmpty()));
-  const json found =
-      json::parse(vesk({"metadata", "find", "--where", "md1 eq \"" + text + "\"", "--output", "json"}).out);
+  const json found = document_in(vesk({"metadata", "find", "--where", "md1 eq \"" + text + "\"", "--output", "json"}));
   EXPECT_EQ(found.at("count"), 1);
   EXPECT_EQ(found.at("complete"), true);
   const json key = found.at("keys").at(0);

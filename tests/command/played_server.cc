@@ -47,7 +47,7 @@ void make_files(const std::string &directory, const PlayedCertificates &certific
   const veskd::Identity &trusted = certificates.trusts_server ? authority : stranger;
   write_file(directory + "/authority.pem", veskd::certificate_pem(trusted.certificate.get()));
   write_file(directory + "/client.pem", veskd::certificate_pem(client.certificate.get()));
-  write_file(directory + "/client-key.pem", veskd::private_key_pem(client.key.get()).text());
+  write_secret(directory + "/client-key.pem", veskd::private_key_pem(client.key.get()).text());
   write_file(directory + "/server.pem", veskd::certificate_pem(server.certificate.get()));
   write_file(directory + "/server-key.pem", veskd::private_key_pem(server.key.get()).text());
 }

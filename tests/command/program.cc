@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <ostream>
 #include <stdexcept>
 #include <utility>
@@ -138,8 +139,8 @@ bool read_some(const Descriptor &from, std::string &text) {
   return count > 0 || (count < 0 && errno == EINTR);
 }
 
-// False when the time is up.
-bool read_all(std::vector<std::pair<Descriptor *, std::string *>> sources) {
+// False when the time is up. Calls looked after each read.
+bool read_all(std::vector<std::pair<Descriptor *, std::string *>> sources, const std::function<void()> &looked) {
   const Clock::time_point end = Clock::now() + kMaxDuration;
   while (!sources.empty()) {
     std::vector<pollfd> waiting;
@@ -150,6 +151,7 @@ bool read_all(std::vector<std::pair<Descriptor *, std::string *>> sources) {
       if (waiting[i].revents != 0 && !read_some(*sources[i].first, *sources[i].second))
         sources.erase(sources.begin() + static_cast<std::ptrdiff_t>(i));
     }
+    looked();
   }
   return true;
 }
@@ -186,7 +188,13 @@ Outcome run_program(const std::string &path, const Invocation &invocation) {
   std::vector<std::pair<Descriptor *, std::string *>> sources = {{&streams.err.ours, &outcome.err}};
   if (streams.out.ours.get() >= 0) sources.emplace_back(&streams.out.ours, &outcome.out);
   if (has_terminal) sources.emplace_back(&streams.terminal.ours, &outcome.terminal);
-  if (!read_all(sources)) {
+  int signal = invocation.signal;
+  const auto send_signal = [&] {
+    if (signal == 0) return;
+    const auto has_shown = [&](const std::string &text) { return text.find(invocation.signal_when) != text.npos; };
+    if (has_shown(outcome.err) || has_shown(outcome.terminal)) kill(child, std::exchange(signal, 0));
+  };
+  if (!read_all(sources, send_signal)) {
     ADD_FAILURE() << path << " runs for too long";
     kill(child, SIGKILL);
   }

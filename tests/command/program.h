@@ -24,6 +24,8 @@ struct Invocation {
   bool reader_of_output_is_gone = false;
   std::optional<uid_t> user{};  // runs as that user; the caller is root
   std::string directory{};      // where it runs
+  int signal = 0;               // sent to it, once
+  std::string signal_when{};    // standard error or the terminal has shown this
 };
 
 struct Outcome {

@@ -91,7 +91,7 @@ TEST_F(Replies, TheServersTextDoesNotSteerTheTerminal) {
   EXPECT_THAT(vesk_gets(reply, {"key", "get", "K1"}), Ends(0, HasSubstr("\\x1b]0;owned\\x07\\x9b\n"), IsEmpty()));
   const Outcome outcome = vesk_gets(reply, {"key", "get", "K1", "--output", "json"});
   EXPECT_EQ(outcome.out.find('\x1b'), std::string::npos);
-  EXPECT_EQ(nlohmann::json::parse(outcome.out).at("instance"), "\x1b]0;owned\x07\xef\xbf\xbd");
+  EXPECT_EQ(document_in(outcome).at("instance"), "\x1b]0;owned\x07\xef\xbf\xbd");
 
   const std::string list =
       "00014"
@@ -107,7 +107,7 @@ TEST_F(Replies, AChainOfOneCertificateIsShownAsFarAsItGoes) {
   EXPECT_THAT(vesk_gets("", {"server", "certificates"}),
               Ends(5, StartsWith("authority (the chain's last certificate)\n"), HasSubstr("(ERR_NO_COMM_CERT 20011)")));
   const Outcome outcome = vesk_gets("", {"server", "certificates", "--output", "json"});
-  EXPECT_TRUE(nlohmann::json::parse(outcome.out).at("communication").is_null());
+  EXPECT_TRUE(document_in(outcome).at("communication").is_null());
 }
 
 }  // namespace

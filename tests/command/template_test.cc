@@ -31,7 +31,7 @@ TEST_F(Templates, KeysAreGeneratedForANewTemplateAndAddedToOne) {
   EXPECT_THAT(vesk({"template", "generate", kConstant, "--count", "1", "--add"}),
               Ends(0, StrEq("generated 1 key for template " + kConstant + "\n"), IsEmpty()));
   const Outcome outcome = vesk({"template", "generate", kConstant, "--count", "2", "--add", "--output", "json"});
-  EXPECT_EQ(json::parse(outcome.out), json({{"template", kConstant}, {"generated", 2}, {"new", false}}));
+  EXPECT_EQ(document_in(outcome), json({{"template", kConstant}, {"generated", 2}, {"new", false}}));
 }
 
 TEST_F(Templates, TheListHasOneConstantALine) {
@@ -39,8 +39,8 @@ TEST_F(Templates, TheListHasOneConstantALine) {
   generate("1");
   vesk({"template", "generate", "tape-library-02", "--count", "1"});
   EXPECT_THAT(vesk({"template", "list"}), Ends(0, StrEq("tape-library-01\ntape-library-02\n"), IsEmpty()));
-  EXPECT_EQ(json::parse(vesk({"template", "list", "--output", "json"}).out),
-            json({{"templates", {"tape-library-01", "tape-library-02"}}}));
+  EXPECT_EQ(document_in(vesk({"template", "list", "--output", "json"})),
+            json({{"templates", {"tape-library-01", "tape-library-02"}}, {"count", 2}, {"complete", true}}));
 }
 
 TEST_F(Templates, TheDepthFollowsTheKeysDrawn) {
@@ -55,7 +55,7 @@ TEST_F(Templates, TheDepthFollowsTheKeysDrawn) {
                                                      StrEq("name       tape-library-01000000\n"
                                                            "increment  000000\n"),
                                                      IsEmpty()));
-  EXPECT_EQ(json::parse(vesk({"key", "next", kConstant, "--output", "json"}).out),
+  EXPECT_EQ(document_in(vesk({"key", "next", kConstant, "--output", "json"})),
             json({{"name", "tape-library-01000001"}, {"increment", 1}}));
   EXPECT_THAT(vesk({"template", "depth", kConstant}), Ends(0,
                                                            StrEq("template        tape-library-01\n"
@@ -63,7 +63,7 @@ TEST_F(Templates, TheDepthFollowsTheKeysDrawn) {
                                                                  "next increment  none\n"
                                                                  "keys left       0\n"),
                                                            IsEmpty()));
-  EXPECT_EQ(json::parse(vesk({"template", "depth", kConstant, "--output", "json"}).out),
+  EXPECT_EQ(document_in(vesk({"template", "depth", kConstant, "--output", "json"})),
             json({{"template", kConstant}, {"last_increment", 1}, {"next_increment", nullptr}, {"keys_left", 0}}));
   EXPECT_THAT(vesk({"key", "next", kConstant}),
               Ends(3, IsEmpty(), AllOf(HasSubstr("RC_TEMPLATE_EXHAUSTED"), HasSubstr("--count N --add"))));
@@ -100,7 +100,7 @@ TEST_F(Templates, TheNextIncrementIsSetInEitherBase) {
   EXPECT_THAT(vesk({"template", "set-next", kConstant, "10"}),
               Ends(0, StrEq("template tape-library-01 serves 00000A next\n"), IsEmpty()));
   EXPECT_THAT(vesk({"key", "next", kConstant}), Ends(0, HasSubstr("tape-library-0100000A\n"), IsEmpty()));
-  EXPECT_EQ(json::parse(vesk({"template", "set-next", kConstant, "0x10", "--output", "json"}).out),
+  EXPECT_EQ(document_in(vesk({"template", "set-next", kConstant, "0x10", "--output", "json"})),
             json({{"template", kConstant}, {"next_increment", 16}}));
   EXPECT_THAT(vesk({"key", "next", kConstant}), Ends(0, HasSubstr("tape-library-01000010\n"), IsEmpty()));
 }

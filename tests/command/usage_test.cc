@@ -98,10 +98,10 @@ TEST_F(Usage, WhatCannotBeMeantIsRefusedAndNamed) {
            "hint: change to a directory nearby and give a relative path, or use a symbolic link\n"},
       {"an output form that there is not",
        {"ping", "--output", "xml"},
-       "vesk: ping: --output xml is neither table nor json\n"},
+       "vesk: ping: --output xml is none of table, json, plain, csv\n"},
       {"value and document both on standard output",
        {"key", "get", "K", "--out", "-", "--output", "json"},
-       "vesk: key get: --out - and --output json cannot both have standard output\n"
+       "vesk: key get: --out - is for --output table: both would have standard output\n"
        "hint: write the value to a file: --out FILE\n"},
       {"an empty file name",
        {"key", "get", "K", "--out", ""},
@@ -145,15 +145,17 @@ TEST_F(CommandTest, EverythingThatIsNotGivenIsNamedAtOnce) {
               Ends(2, IsEmpty(),
                    StrEq("vesk: ping: not given: the host, the port, the certificate directory\n"
                          "hint: give --host HOST (or set VESK_HOST); --port PORT (VESK_PORT); --certificates DIR "
-                         "(VESK_CERTIFICATES)\n")));
+                         "(VESK_CERTIFICATES); or once for all: vesk context add --help\n")));
   EXPECT_THAT(vesk({"ping", "--host", "h", "--certificates", "d"}),
-              Ends(2, IsEmpty(), StrEq("vesk: ping: not given: the port\nhint: give --port PORT (VESK_PORT)\n")));
+              Ends(2, IsEmpty(),
+                   StrEq("vesk: ping: not given: the port\nhint: give --port PORT (VESK_PORT); or once for all: vesk "
+                         "context add --help\n")));
 }
 
 TEST_F(CommandTest, HelpIsOnStandardOutputAtEveryLevel) {
   EXPECT_THAT(vesk({"--help"}), Ends(0,
                                      AllOf(HasSubstr("Usage: vesk [OPTIONS] COMMAND"), HasSubstr("Exit codes:"),
-                                           HasSubstr("  6  a time-out ran out")),
+                                           HasSubstr("  6    a time-out ran out")),
                                      IsEmpty()));
   for (const std::string group : {"server", "key", "template", "database"}) {
     EXPECT_THAT(vesk({group, "--help"}), Ends(0, HasSubstr("Usage: vesk " + group + " [OPTIONS] COMMAND"), IsEmpty()));
@@ -180,6 +182,11 @@ TEST_F(CommandTest, HelpIsOnStandardOutputAtEveryLevel) {
                                                           {"private-key", "import"},
                                                           {"private-key", "delete"},
                                                           {"private-key", "list"},
+                                                          {"context", "add"},
+                                                          {"context", "list"},
+                                                          {"context", "use"},
+                                                          {"context", "show"},
+                                                          {"context", "remove"},
                                                           {"database", "create"}};
   for (std::vector<std::string> command : commands) {
     std::string words = "vesk";
