@@ -459,6 +459,21 @@ TEST(RefusedResumption, ComesWithGoodTickets) {
 
 // ---- The example in the documents ----
 
+// All that there are, in the example and in the table of the document.
+TEST(FaultExample, HoldsEveryDeviation) {
+  const std::string example = read_file(VESKD_EXAMPLE);
+  std::stringstream document;
+  document << std::ifstream(VESKD_DOCUMENT).rdbuf();
+  std::set<std::string> words;
+  const std::string key = "\ndo = \"";
+  for (std::size_t at = example.find(key); at != std::string::npos; at = example.find(key, at + 1)) {
+    const std::size_t begin = at + key.size();
+    words.insert(example.substr(begin, example.find('"', begin) - begin));
+  }
+  EXPECT_THAT(words, SizeIs(static_cast<std::size_t>(Deviation::kAlertOnTicket) + 1));
+  for (const std::string &word : words) EXPECT_THAT(document.str(), HasSubstr("\n| `" + word + "` |"));
+}
+
 // Every fault of it, one call after the other.
 TEST(FaultExample, DoesWhatItSays) {
   Limits limits;
