@@ -97,7 +97,7 @@ WebPage WebServer::find(MHD_Connection *connection, std::string_view path, std::
   if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD)
     return refusal(MHD_HTTP_METHOD_NOT_ALLOWED, "pages are read with GET and HEAD\n");
   if (!is_meant(connection))
-    return refusal(MHD_HTTP_FORBIDDEN, "this server goes by localhost and its address alone\n");
+    return refusal(MHD_HTTP_FORBIDDEN, "this server goes by localhost and loopback addresses alone\n");
   const auto page = pages_.find(path);
   return page != pages_.end() ? page->second() : refusal(MHD_HTTP_NOT_FOUND, "there is no such page\n");
 }
