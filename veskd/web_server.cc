@@ -26,10 +26,6 @@ WebPage refusal(unsigned status, const char *text) {
   return page;
 }
 
-void add_header(MHD_Response *response, const char *name, const char *value) {
-  MHD_add_response_header(response, name, value);
-}
-
 // GET and HEAD alone get here with a status of 200; the library leaves the content of an answer to HEAD out.
 MHD_Result send(MHD_Connection *connection, const WebPage &page) {
   const std::unique_ptr<MHD_Response, void (*)(MHD_Response *)> response(
@@ -37,13 +33,16 @@ MHD_Result send(MHD_Connection *connection, const WebPage &page) {
                                       MHD_RESPMEM_MUST_COPY),
       MHD_destroy_response);
   if (!response) return MHD_NO;
-  add_header(response.get(), MHD_HTTP_HEADER_CONTENT_TYPE, page.content_type);
-  add_header(response.get(), "Content-Security-Policy", page.security_policy.c_str());
-  add_header(response.get(), "X-Content-Type-Options", "nosniff");
-  add_header(response.get(), "Referrer-Policy", "no-referrer");
-  add_header(response.get(), MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
-  add_header(response.get(), MHD_HTTP_HEADER_CONNECTION, "close");
-  if (page.status == MHD_HTTP_METHOD_NOT_ALLOWED) add_header(response.get(), MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
+  const auto add_header = [&](const char *name, const char *value) {
+    MHD_add_response_header(response.get(), name, value);
+  };
+  add_header(MHD_HTTP_HEADER_CONTENT_TYPE, page.content_type);
+  add_header("Content-Security-Policy", page.security_policy.c_str());
+  add_header("X-Content-Type-Options", "nosniff");
+  add_header("Referrer-Policy", "no-referrer");
+  add_header(MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+  add_header(MHD_HTTP_HEADER_CONNECTION, "close");
+  if (page.status == MHD_HTTP_METHOD_NOT_ALLOWED) add_header(MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
   return MHD_queue_response(connection, page.status, response.get());
 }
 
@@ -98,7 +97,7 @@ WebPage WebServer::find(MHD_Connection *connection, std::string_view path, std::
   if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD)
     return refusal(MHD_HTTP_METHOD_NOT_ALLOWED, "pages are read with GET and HEAD\n");
   if (!is_meant(connection))
-    return refusal(MHD_HTTP_FORBIDDEN, "this server goes by localhost and its address alone\n");
+    return refusal(MHD_HTTP_FORBIDDEN, "this server goes by localhost and loopback addresses alone\n");
   const auto page = pages_.find(path);
   return page != pages_.end() ? page->second() : refusal(MHD_HTTP_NOT_FOUND, "there is no such page\n");
 }
