@@ -28,10 +28,10 @@ extern "C" {
 
 /* ---- Connection ---------------------------------------------------------------------------------------------------
  *
- * TLS 1.2 at least and 1.3 preferred, security level 2, whatever OpenSSL's own configuration says. The server's chain
- * is verified against file 1 alone, each certificate of which is a trust anchor, self-signed or not, and its name
- * against the host that was asked for: a host name against the DNS entries of its certificate, an IPv4 or IPv6 address
- * against the IP entries. None of this can be switched off. */
+ * TLS 1.2 at least and 1.3 preferred, forward secrecy and authenticated encryption always, security level 2, whatever
+ * OpenSSL's own configuration says. The server's chain is verified against file 1 alone, each certificate of which is a
+ * trust anchor, self-signed or not, and its name against the host that was asked for: a host name against the DNS
+ * entries of its certificate, an IPv4 or IPv6 address against the IP entries. None of this can be switched off. */
 
 /* The room that a kept host name has, with terminator. */
 enum { ORN_HOST_BYTES = 41 };
@@ -75,9 +75,9 @@ int TLSTeardown(void *hTls, void *hTlsAux, void *hTlsRead);
  * - what the certificate files held, while each is the same file of the same size, changed at the same nanosecond; the
  *   last 16 sets of files;
  * - TLS 1.3 session tickets, with which a later handshake needs no certificates. Each is used once, with the same
- * files, host and port, within an hour of the full handshake that it goes back to and never beyond the validity of the
- *   server's certificate chain, which a resumed connection shows as it was then. A ticket comes with a read, at most
- * 128 are kept for a server, and a connection on which anything failed leaves none. A server that does not take a
+ *   files, host and port, within an hour of the full handshake that it goes back to and never beyond the validity of
+ * the server's certificate chain, which a resumed connection shows as it was then. A ticket comes with a read, at most
+ * 64 are kept for a server, and a connection on which anything failed leaves none. A server that does not take a
  * ticket, or fails when it sees one, gets a full handshake within the same SetupConnection, and no ticket for a minute.
  * The key exchange is fresh each time.
  *

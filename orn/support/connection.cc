@@ -142,7 +142,7 @@ int Connection::shake_hands(Deadline deadline) {
 template <typename Operation>
 int Connection::run(const char *name, int timed_out, Operation operation) {
   for (;;) {
-    ERR_clear_error();
+    clear_errors();
     int result = operation();
     if (result == 1) return 0;
     int ssl_error = SSL_get_error(ssl_.get(), result);

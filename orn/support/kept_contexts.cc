@@ -75,12 +75,17 @@ std::shared_ptr<SharedContext> find(const CertificateFiles &files) {
   return found->context;
 }
 
-void keep(const CertificateFiles &files, const Identities &identities, const std::shared_ptr<SharedContext> &context) {
+// Another thread may have been faster: then its context is kept, and used instead.
+void keep(const CertificateFiles &files, const Identities &identities, std::shared_ptr<SharedContext> &context) {
   std::list<KeptContext> made;
   made.push_back({{files.authority, files.certificates, files.key}, identities, context});
   std::lock_guard lock(mutex);
-  // Another thread may have been as fast.
-  kept.remove_if([&](const auto &entry) { return entry.is_of(files); });
+  const auto found = std::find_if(kept.begin(), kept.end(), [&](const auto &entry) { return entry.is_of(files); });
+  if (found != kept.end() && found->identities == identities) {
+    context = found->context;
+    return;
+  }
+  if (found != kept.end()) kept.erase(found);
   kept.splice(kept.begin(), made);
   if (kept.size() > kMostContexts) kept.pop_back();
 }

@@ -31,11 +31,16 @@ using SslPtr = std::unique_ptr<SSL, OpensslFree<SSL_free>>;
 using X509Ptr = std::unique_ptr<X509, OpensslFree<X509_free>>;
 using X509StorePtr = std::unique_ptr<X509_STORE, OpensslFree<X509_STORE_free>>;
 
+// Clearing the queue costs more than looking whether there is anything to clear.
+inline void clear_errors() {
+  if (ERR_peek_error() != 0) ERR_clear_error();
+}
+
 // The calling thread's error queue is empty where this begins, whatever the caller left there, and where it ends.
 class CleanErrorQueue {
  public:
-  CleanErrorQueue() { ERR_clear_error(); }
-  ~CleanErrorQueue() { ERR_clear_error(); }
+  CleanErrorQueue() { clear_errors(); }
+  ~CleanErrorQueue() { clear_errors(); }
   CleanErrorQueue(const CleanErrorQueue &) = delete;
   CleanErrorQueue &operator=(const CleanErrorQueue &) = delete;
 };

@@ -1,8 +1,8 @@
 #include "orn/vesk/libvesk/session.h"
 
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <pthread.h>
+#include <string.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -68,7 +68,7 @@ void TeardownSession(Session *session) {
   TLSTeardown(session->hTls, session->hTlsAux, session->hTlsRead);
   ERR_free_strings();
   std::free(session->pCertPath3);
-  OPENSSL_cleanse(session, sizeof *session);
+  explicit_bzero(session, sizeof *session);
   std::free(session);
 }
 

@@ -46,7 +46,7 @@ class KeyNameSink {
     if (!entry.starts_with(filter_)) return true;
     SKEYS_TRACE("%s\n", name_);
     highest_.take(name_);
-    if (file_.is_open() && !write(entry)) return false;
+    if (file_.is_open() && !write_name()) return false;
     if (list_ != nullptr) {
       std::memcpy(element_.data(), name_, sizeof name_);
       ll_append(list_, element_.data());
@@ -61,11 +61,13 @@ class KeyNameSink {
   std::uint32_t highest_sequence() const { return highest_.value(); }
 
  private:
-  bool write(std::string_view entry) {
-    const std::size_t written = file_.write(entry);
-    if (written < entry.size()) return wrote_short(written);
-    file_.write("\n");
-    return true;
+  // The name and a line end; it is the name that must be written whole.
+  bool write_name() {
+    char line[wire::kKeyNameBytes + 1];
+    std::memcpy(line, name_, wire::kKeyNameBytes);
+    line[wire::kKeyNameBytes] = '\n';
+    const std::size_t written = file_.write({line, sizeof line});
+    return written >= wire::kKeyNameBytes || wrote_short(written);
   }
 
   bool wrote_short(std::size_t written) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <system_error>
 
 namespace vesk::wire {
 
@@ -83,6 +85,11 @@ void put_number(char (&field)[kSize], const char *format, std::uint32_t number) 
 // Hexadecimal digits as C's strtoul reads them, cut to 32 bits.
 template <std::size_t kSize>
 std::uint32_t to_hex(const char (&field)[kSize]) {
+  // Digits and nothing else, which names of a long listing mostly have, are read without its detours.
+  std::uint32_t number = 0;
+  const char *const end = field + std::min<std::size_t>(kSize - 1, 8);
+  const auto [rest, error] = std::from_chars(field, end, number, 16);
+  if (error == std::errc() && *rest == '\0') return number;
   return static_cast<std::uint32_t>(std::strtoul(field, nullptr, 16));
 }
 
