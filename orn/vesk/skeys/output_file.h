@@ -44,7 +44,7 @@ class OutputFile {
   struct Closer {
     void operator()(std::FILE *file) const { std::fclose(file); }
   };
-  Wiped<std::array<char, 16384>> buffer_;  // the stream's, which may pass key values; outlives it
+  Wiped<std::array<char, 4096>> buffer_;  // the stream's, which may pass key values; outlives it
   std::unique_ptr<std::FILE, Closer> file_;
 };
 
