@@ -118,7 +118,7 @@ ReturnCode report_fips_mode(const Call &, FipsModeReply &reply) {
 Reply validate_db(const Call &call) {
   return start_list(
       call,
-      "SELECT name, ifnull(instance, current_instance), sealed_value FROM keys LEFT JOIN instances ON key = id "
+      "SELECT name, coalesce(instance, current_instance), sealed_value FROM keys LEFT JOIN instances ON key = id "
       "ORDER BY name",
       {.tran_id = kValidateDB.tran_id,
        .entry_bytes = kValidationEntryBytes,

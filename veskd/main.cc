@@ -26,6 +26,7 @@ struct Options {
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  std::string store;
   bool quiet = false;
 };
 
@@ -34,7 +35,7 @@ void serve(const Options &options) {
   std::signal(SIGPIPE, SIG_IGN);
   const veskd::Log log(options.quiet);
   veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
-  veskd::Store store(environment.store_path(), environment.master_key(), log);
+  veskd::Store store(options.store.empty() ? veskd::StoreAddress(environment.store_path()) : options.store, environment.master_key(), log);
   veskd::ServerOptions server_options;
   server_options.tls = environment.tls_files();
   server_options.port = options.port;
@@ -66,6 +67,9 @@ void add_dev_options(CLI::App &dev, Options &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_option("--store", options.store,
+                 "where the keys are kept: a file, or postgresql://… for a database that other servers may share; "
+                 "store.db in the directory if not given");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
 

@@ -44,7 +44,7 @@ void record(StoreConnection &store, std::int64_t mirror_id, std::string_view sta
             std::int64_t last_fault) {
   Query(store.database,
         "UPDATE mirrors SET status = ?2, fault_count = fault_count + ?3, "
-        "last_fault = iif(?3 > 0, ?4, last_fault) WHERE id = ?1",
+        "last_fault = CASE WHEN ?3 > 0 THEN ?4 ELSE last_fault END WHERE id = ?1",
         mirror_id, status, num_faults, last_fault)
       .run();
 }
@@ -208,8 +208,8 @@ asio::awaitable<void> Replicator::Task::change(const StoreChange &apply) {
                          return true;
                        },
                    .done =
-                       [resume_later, durable](bool outcome) {
-                         *durable = outcome;
+                       [resume_later, durable](ChangeOutcome outcome) {
+                         *durable = outcome == ChangeOutcome::kDone;
                          const auto executor = asio::get_associated_executor(*resume_later);
                          asio::post(executor, [resume_later] { (*resume_later)(); });
                        }});

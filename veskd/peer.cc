@@ -232,7 +232,7 @@ Reply Peer::read(std::string_view tran_id, const std::function<Reply(StoreConnec
 // Waits, without holding a thread, until the writer has made the change durable. The locals live as long as the wait.
 asio::awaitable<Reply> Peer::run_change(const Handler &handler, const Request &request, const RequestFields &fields) {
   Reply reply;
-  bool durable = false;
+  ChangeOutcome outcome = ChangeOutcome::kUnknown;
   const auto queue_change = [&](auto resume) {
     const auto resume_later = std::make_shared<decltype(resume)>(std::move(resume));
     store_.change({.apply =
@@ -241,15 +241,16 @@ asio::awaitable<Reply> Peer::run_change(const Handler &handler, const Request &r
                          return reply.code == RC_SUCCESS;
                        },
                    .done =
-                       [&, resume_later](bool outcome) {
-                         durable = outcome;
+                       [&, resume_later](ChangeOutcome known) {
+                         outcome = known;
                          const auto executor = asio::get_associated_executor(*resume_later);
                          asio::post(executor, [resume_later] { (*resume_later)(); });
                        }});
   };
   co_await asio::async_initiate<const asio::use_awaitable_t<> &, void()>(queue_change, asio::use_awaitable);
-  if (!durable) co_return refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
-  co_return reply;
+  if (outcome == ChangeOutcome::kDone) co_return reply;
+  const bool is_undone = outcome == ChangeOutcome::kFailed;
+  co_return refusal(handler.transaction.tran_id, is_undone ? RC_SERVER_FAILURE : RC_OUTCOME_UNKNOWN);
 }
 
 asio::awaitable<bool> Peer::send(std::string_view tran_id, Reply &reply) {

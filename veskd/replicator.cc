@@ -20,7 +20,7 @@ Replicator::Replicator(const TlsFiles &files, Store &store, const Log &log, cons
                        renew_origin(connection);
                        return true;
                      },
-                 .done = [](bool) {}});
+                 .done = [](ChangeOutcome) {}});
   store_.wait_until_idle();
   store_.on_commit([this] {
     if (!look_is_due_.exchange(true)) asio::post(io_, [this] { look_around(); });

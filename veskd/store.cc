@@ -1,15 +1,11 @@
 #include "veskd/store.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
-#include <cerrno>
-#include <system_error>
+#include <iterator>
 
 #include "veskd/errors.h"
-#include "veskd/files.h"
 #include "veskd/schema.h"
 
 namespace veskd {
@@ -23,51 +19,59 @@ constexpr std::array<std::uint8_t, 16> kCheckValue = {'v', 'e', 's', 'k', 'd', '
                                                       's', 't', 'e', 'r', ' ', 'k', 'e', 'y'};
 constexpr std::string_view kCheckContext = "master key check";
 
-// SQLite gives its journals the mode of the database file, so that file is made first.
-Database open_private(const std::filesystem::path &path) {
-  const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateMode));
-  if (!file.is_open())
-    throw StartError(
-        fmt::format("cannot open the key store {}: {}", path.string(), std::generic_category().message(errno)));
-  return Database(path);
-}
+// Of a transaction that another one undid.
+constexpr int kMaxAttempts = 5;
 
 // A transaction that is rolled back unless it was committed.
 class Transaction {
  public:
-  explicit Transaction(Database &database) : database_(database) { database_.execute("BEGIN IMMEDIATE"); }
-  ~Transaction() {
-    if (!committed_) try_rollback();
+  explicit Transaction(Database &database) : database_(database) {
+    try {
+      version_ = database_.begin();
+    } catch (...) {
+      database_.rollback();
+      throw;
+    }
   }
+  ~Transaction() {
+    if (!committed_) database_.rollback();
+  }
+  Transaction(const Transaction &) = delete;
+  Transaction &operator=(const Transaction &) = delete;
+
+  std::int64_t version() const { return version_; }
   void commit() {
-    database_.execute("COMMIT");
+    database_.commit();
     committed_ = true;
   }
 
  private:
-  // SQLite may have rolled back by itself, as it does when the disk is full.
-  void try_rollback() noexcept {
-    try {
-      database_.execute("ROLLBACK");
-    } catch (const DatabaseError &) {
-    }
-  }
-
   Database &database_;
+  std::int64_t version_ = 0;
   bool committed_ = false;
 };
 
+// What the constructor of a store throws when the database cannot be used.
+StartError unusable(const StoreAddress &address, const DatabaseError &error) {
+  return StartError(fmt::format("cannot use the key store {}: {}", address.name(), error.what()));
+}
+
+Database open_writer(const StoreAddress &address) {
+  try {
+    return Database(address);
+  } catch (const DatabaseError &error) {
+    throw unusable(address, error);
+  }
+}
+
 }  // namespace
 
-Store::Store(const std::filesystem::path &path, const MasterKey &master, const Log &log)
-    : path_(path), log_(log), sealer_(master), writer_{open_private(path), sealer_} {
+Store::Store(const StoreAddress &address, const MasterKey &master, const Log &log)
+    : address_(address), log_(log), sealer_(master), writer_{open_writer(address), sealer_} {
   try {
-    writer_.database.execute("PRAGMA journal_mode = WAL");
-    writer_.database.execute("PRAGMA synchronous = FULL");
-    migrate();
-    check_master_key();
+    prepare();
   } catch (const DatabaseError &error) {
-    throw StartError(fmt::format("cannot use the key store {}: {}", path.string(), error.what()));
+    throw unusable(address, error);
   }
   writer_thread_ = std::thread([this] { write_changes(); });
 }
@@ -81,20 +85,11 @@ Store::~Store() {
   writer_thread_.join();
 }
 
-void Store::migrate() {
+// In one transaction: of servers that start on a new database at the same time, one makes it and the others find it.
+void Store::prepare() {
   Transaction transaction(writer_.database);
-  std::int64_t version = 0;
-  {
-    Query query(writer_.database, "PRAGMA user_version");
-    if (query.next()) version = query.number(0);
-  }
-  if (version < 0 || version > std::ssize(kMigrations))
-    throw StartError(
-        fmt::format("the key store {} has version {}, this veskd knows versions up to {}: use a newer veskd",
-                    path_.string(), version, kMigrations.size()));
-  for (; version < std::ssize(kMigrations); ++version)
-    writer_.database.execute(kMigrations[static_cast<std::size_t>(version)]);
-  writer_.database.execute(fmt::format("PRAGMA user_version = {}", version).c_str());
+  migrate(writer_.database, transaction.version(), address_.name());
+  check_master_key();
   transaction.commit();
 }
 
@@ -110,7 +105,7 @@ void Store::check_master_key() {
     throw StartError(
         fmt::format("the master key does not belong to the key store {}: restore the master key file that "
                     "was made with this store",
-                    path_.string()));
+                    address_.name()));
 }
 
 std::unique_ptr<StoreConnection> Store::take_reader() {
@@ -122,9 +117,7 @@ std::unique_ptr<StoreConnection> Store::take_reader() {
       return reader;
     }
   }
-  auto reader = std::make_unique<StoreConnection>(Database(path_), sealer_);
-  reader->database.execute("PRAGMA query_only = ON");
-  return reader;
+  return std::make_unique<StoreConnection>(Database(address_, DatabaseUse::kReads), sealer_);
 }
 
 void Store::give_back(std::unique_ptr<StoreConnection> connection) {
@@ -197,38 +190,58 @@ void Store::write_changes() {
   }
 }
 
-// When the commit fails, everything in it has failed, refusals included: they may rest on what was undone.
 void Store::commit(std::deque<Change> &changes) {
-  std::vector<bool> applied(changes.size(), false);
-  try {
-    Transaction transaction(writer_.database);
-    std::transform(changes.begin(), changes.end(), applied.begin(),
-                   [this](const Change &change) { return try_apply(change); });
-    transaction.commit();
-  } catch (const DatabaseError &error) {
-    log_.error(fmt::format("the key store could not be changed: {}", error.what()));
-    applied.assign(changes.size(), false);
-  }
-  for (std::size_t i = 0; i < changes.size(); ++i) changes[i].done(applied[i]);
+  const std::vector<ChangeOutcome> outcomes = make_durable(changes);
+  for (std::size_t i = 0; i < changes.size(); ++i) changes[i].done(outcomes[i]);
   const std::lock_guard lock(listener_mutex_);
   if (listener_) listener_();
 }
 
-bool Store::try_apply(const Change &change) {
-  writer_.database.execute("SAVEPOINT change");
-  bool failed = false;
+// When the commit fails, everything in it has failed, refusals included: they may rest on what was undone.
+std::vector<ChangeOutcome> Store::make_durable(const std::deque<Change> &changes) {
+  for (int attempt = 1;; ++attempt) {
+    try {
+      return try_commit(changes);
+    } catch (const OutcomeUnknown &error) {
+      log_.error(fmt::format("the key store was changed or not: {}", error.what()));
+      return std::vector(changes.size(), ChangeOutcome::kUnknown);
+    } catch (const TransactionUndone &error) {
+      log_.warning(fmt::format("a transaction of the key store was undone: {}", error.what()));
+      if (attempt == kMaxAttempts) return std::vector(changes.size(), ChangeOutcome::kFailed);
+    } catch (const DatabaseError &error) {
+      log_.error(fmt::format("the key store could not be changed: {}", error.what()));
+      return std::vector(changes.size(), ChangeOutcome::kFailed);
+    }
+  }
+}
+
+std::vector<ChangeOutcome> Store::try_commit(const std::deque<Change> &changes) {
+  Transaction transaction(writer_.database);
+  if (transaction.version() != std::ssize(kMigrations))
+    throw DatabaseError("another veskd brought it to another version; use that one");
+  std::vector<ChangeOutcome> outcomes;
+  for (const Change &change : changes) outcomes.push_back(try_apply(change));
+  transaction.commit();
+  return outcomes;
+}
+
+ChangeOutcome Store::try_apply(const Change &change) {
+  Database &database = writer_.database;
+  database.begin_change();
+  ChangeOutcome outcome = ChangeOutcome::kDone;
   try {
     if (change.apply(writer_)) {
-      writer_.database.execute("RELEASE change");
-      return true;
+      database.keep_change();
+      return outcome;
     }
+  } catch (const TransactionUndone &) {
+    throw;
   } catch (const std::exception &error) {
     log_.error(fmt::format("a change of the key store failed: {}", error.what()));
-    failed = true;
+    outcome = ChangeOutcome::kFailed;
   }
-  writer_.database.execute("ROLLBACK TO change");
-  writer_.database.execute("RELEASE change");
-  return !failed;
+  database.undo_change();
+  return outcome;
 }
 
 }  // namespace veskd

@@ -1,13 +1,12 @@
-// The store of keys: one SQLite database, many readers, one writer.
+// The store of keys: one database, many readers, one writer.
 //
 // Making a change durable costs a flush to the disk, whatever the number of changes. So changes queue up for a single
-// writer, which takes all that wait, runs each in a savepoint of its own, and commits them together. A change is
-// reported done only when it is on the disk.
+// writer, which takes all that wait, makes each so that it can be undone by itself, and commits them together. A change
+// is reported done only when it is on the disk. Where several servers share the database, their writers take turns.
 #pragma once
 
 #include <condition_variable>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -26,21 +25,31 @@ struct StoreConnection {
   const Sealer &sealer;
 };
 
+enum class ChangeOutcome {
+  kDone,     // as apply left it, and durable
+  kFailed,   // undone
+  kUnknown,  // the connection to the database was lost at the worst moment: durable or undone
+};
+
 struct Change {
-  // Runs on the writer's thread; false undoes what it did. So does throwing, and then the change has failed.
+  // Runs on the writer's thread; false undoes what it did. So does throwing, and then the change has failed. It may run
+  // again when the transaction around it was undone for another reason.
   std::function<bool(StoreConnection &)> apply;
-  // Called on the writer's thread once the change is durable or undone; false when it has failed.
-  std::function<void(bool durable)> done;
+  // Called on the writer's thread at the end.
+  std::function<void(ChangeOutcome)> done;
 };
 
 class Store {
  public:
   // Opens the store, making it if there is none. Throws StartError when it cannot, and when the store was sealed under
   // another master key.
-  Store(const std::filesystem::path &path, const MasterKey &master, const Log &log);
+  Store(const StoreAddress &address, const MasterKey &master, const Log &log);
 
   // Changes that wait are made first.
   ~Store();
+
+  // Whether other servers may change the store too.
+  bool is_shared() const { return address_.is_shared(); }
 
   // Queues a change.
   void change(Change change);
@@ -93,13 +102,15 @@ class Store {
   std::unique_ptr<StoreConnection> take_reader();
   void give_back(std::unique_ptr<StoreConnection> connection);
 
-  void migrate();
+  void prepare();
   void check_master_key();
   void write_changes();
   void commit(std::deque<Change> &changes);
-  bool try_apply(const Change &change);
+  std::vector<ChangeOutcome> make_durable(const std::deque<Change> &changes);
+  std::vector<ChangeOutcome> try_commit(const std::deque<Change> &changes);
+  ChangeOutcome try_apply(const Change &change);
 
-  const std::filesystem::path path_;
+  const StoreAddress address_;
   const Log &log_;
   const Sealer sealer_;
   StoreConnection writer_;
