@@ -13,6 +13,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "veskd/migration.h"
 #include "veskd/store_address.h"
 
 namespace veskd {
@@ -36,7 +37,6 @@ class OutcomeUnknown : public DatabaseError {
 
 class DatabaseEngine;
 class Statement;
-struct Migration;
 
 enum class DatabaseUse { kReads, kChanges };
 

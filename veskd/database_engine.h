@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "veskd/database.h"
-#include "veskd/migration.h"
 
 namespace veskd {
 

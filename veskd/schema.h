@@ -6,7 +6,6 @@
 #include <string>
 
 #include "veskd/database.h"
-#include "veskd/migration.h"
 #include "veskd/mirror_schema.h"
 
 namespace veskd {

@@ -35,7 +35,7 @@ ServerOptions options_for(const DevEnvironment &environment, std::uint16_t port)
 
 MirrorServer::Running::Running(MirrorServer &owner)
     : environment(owner.directory(), {}, owner.log_, owner.authority_from_),
-      store(environment.store_path(), environment.master_key(), owner.log_),
+      store(store_address(environment.directory()), environment.master_key(), owner.log_),
       server(options_for(environment, owner.port_), store, owner.log_),
       replicator(environment.mirror_tls_files(), store, owner.log_, owner.times_),
       thread([this] { server.run(); }) {}
@@ -67,8 +67,8 @@ void MirrorServer::start() {
 }
 
 void MirrorServer::lose_store() {
-  for (const char *name : {"store.db", "store.db-wal", "store.db-shm", "master.key"})
-    std::filesystem::remove(directory() / name);
+  test::lose_store(directory());
+  std::filesystem::remove(directory() / "master.key");
 }
 
 void MirrorServer::create_mirror_key(const std::string &name) const {

@@ -11,6 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "tests/server/test_server.h"
+
 namespace veskd::test {
 
 Program::Program(const std::vector<std::string> &arguments, unsigned max_descriptors) {
@@ -68,8 +70,15 @@ std::string Program::errors() {
   return text;
 }
 
+std::vector<std::string> dev_arguments(const std::filesystem::path &directory) {
+  std::vector<std::string> arguments = {"dev", "--dir", directory.string()};
+  const StoreAddress store = store_address(directory);
+  if (store.is_shared()) arguments.insert(arguments.end(), {"--store", store.text()});
+  return arguments;
+}
+
 DevServer::DevServer(const std::filesystem::path &directory, unsigned max_descriptors)
-    : program_({"dev", "--dir", directory.string()}, max_descriptors),
+    : program_(dev_arguments(directory), max_descriptors),
       banner_(program_.read_line()),
       next_command_(program_.read_line()) {
   std::ifstream ready(directory / "ready.json");

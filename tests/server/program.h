@@ -39,6 +39,9 @@ class Program {
   int errors_ = -1;
 };
 
+// What has veskd serve a directory, with its store where the tests have it.
+std::vector<std::string> dev_arguments(const std::filesystem::path &directory);
+
 // A program that serves a directory.
 class DevServer {
  public:

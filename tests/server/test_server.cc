@@ -1,6 +1,7 @@
 #include "tests/server/test_server.h"
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 
@@ -29,6 +31,43 @@ TemporaryDirectory::TemporaryDirectory() {
 TemporaryDirectory::~TemporaryDirectory() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+namespace {
+
+std::string schema_of(const std::filesystem::path &directory) {
+  return "store_" + std::to_string(std::hash<std::string>()(directory.string()));
+}
+
+}  // namespace
+
+StoreAddress store_address(const std::filesystem::path &directory) {
+  const char *postgres = ::getenv(kPostgresVariable);
+  if (postgres == nullptr) return directory / "store.db";
+  const std::string schema = schema_of(directory);
+  Database(StoreAddress(postgres)).execute("CREATE SCHEMA IF NOT EXISTS " + schema);
+  return std::string(postgres) + "&options=-csearch_path%3D" + schema;
+}
+
+void lose_store(const std::filesystem::path &directory) {
+  if (const char *postgres = ::getenv(kPostgresVariable)) {
+    Database(StoreAddress(postgres)).execute("DROP SCHEMA " + schema_of(directory) + " CASCADE");
+  } else {
+    for (const char *name : {"store.db", "store.db-wal", "store.db-shm"}) std::filesystem::remove(directory / name);
+  }
+}
+
+void insert_keys(const StoreAddress &store, int count) {
+  Database database(store);
+  database.begin();
+  for (int i = 1; i <= count; ++i)
+    Query(database,
+          "INSERT INTO keys (name, current_instance, size_bits, creation_date, activation_date, expiration_date, "
+          "rollover_code, rollover_days, deletable, mirror, user_group_flag, user_name, group_name) "
+          "VALUES (?1, '', 256, '', '', '', 'N', '0000', 'Y', 'N', '1', '', '')",
+          fmt::format("INSERTED_______{:06X}", i))
+        .run();
+  database.commit();
 }
 
 CertificatePaths client_paths(const std::filesystem::path &directory) {
@@ -52,7 +91,7 @@ ServerOptions options_for(const DevEnvironment &environment, const Limits &limit
 
 TestServer::TestServer(const Limits &limits, const Machine &machine)
     : environment_(directory_.path(), {}, log_),
-      store_(environment_.store_path(), environment_.master_key(), log_),
+      store_(store_address(directory_.path()), environment_.master_key(), log_),
       server_(options_for(environment_, limits, machine), store_, log_),
       paths_(client_paths(directory_.path())),
       thread_([this] { server_.run(); }) {}

@@ -35,6 +35,18 @@ class TemporaryDirectory {
   std::filesystem::path path_;
 };
 
+// Names the PostgreSQL that the tests' stores are on; without it they are files.
+inline constexpr const char *kPostgresVariable = "VESKD_TEST_POSTGRES";
+
+// Where the store of a server's directory is: in a file in it, or in a schema of its own.
+StoreAddress store_address(const std::filesystem::path &directory);
+
+// As if it had never been.
+void lose_store(const std::filesystem::path &directory);
+
+// Keys without values, INSERTED_______000001 and so on: enough of them to be listed.
+void insert_keys(const StoreAddress &store, int count);
+
 // The three files of a client in a server's directory.
 CertificatePaths client_paths(const std::filesystem::path &directory);
 
