@@ -35,7 +35,8 @@ void serve(const Options &options) {
   std::signal(SIGPIPE, SIG_IGN);
   const veskd::Log log(options.quiet);
   veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
-  veskd::Store store(options.store.empty() ? veskd::StoreAddress(environment.store_path()) : options.store, environment.master_key(), log);
+  veskd::Store store(options.store.empty() ? veskd::StoreAddress(environment.store_path()) : options.store,
+                     environment.master_key(), log);
   veskd::ServerOptions server_options;
   server_options.tls = environment.tls_files();
   server_options.port = options.port;

@@ -52,13 +52,14 @@ void record(StoreConnection &store, std::int64_t mirror_id, std::string_view sta
 }  // namespace
 
 Replicator::Task::Task(std::int64_t mirror_id, const asio::any_io_executor &executor, Store &store,
-                       asio::ssl::context &tls, const Log &log, const ReplicationTimes &times)
+                       asio::ssl::context &tls, const Log &log, const ReplicationTimes &times, const bool &delivers)
     : mirror_id_(mirror_id),
       timer_(executor),
       store_(store),
       tls_(tls),
       log_(log),
       times_(times),
+      delivers_(delivers),
       next_retry_(times.first_retry) {}
 
 asio::awaitable<void> Replicator::Task::run() {
@@ -89,9 +90,11 @@ asio::awaitable<bool> Replicator::Task::step() {
       attempt_ = mirror->attempt;
       retry_at_ = compare_at_ = Clock::time_point::min();
     }
-    if (now >= retry_at_) batch = read_batch(*reader, mirror_id_);
+    if (delivers_ && now >= retry_at_) batch = read_batch(*reader, mirror_id_);
   }
-  if (now < retry_at_) {
+  if (!delivers_) {
+    co_await sleep_until(Clock::time_point::max());
+  } else if (now < retry_at_) {
     co_await sleep_until(retry_at_);
   } else if (batch.last_number > 0) {
     co_await deliver(*mirror, batch);

@@ -17,7 +17,13 @@ namespace veskd::test {
 using namespace std::chrono_literals;
 
 ReplicationTimes short_times() {
-  return {.first_retry = 2ms, .longest_retry = 20ms, .exchange = 5s, .compare_every = 60s, .compare_pause = 20ms};
+  return {.first_retry = 2ms,
+          .longest_retry = 20ms,
+          .exchange = 5s,
+          .compare_every = 60s,
+          .compare_pause = 20ms,
+          .look_every = 20ms,
+          .lease = 500ms};
 }
 
 namespace {
