@@ -111,19 +111,4 @@ void PostgresCluster::kill() {
   pid_ = -1;
 }
 
-void PostgresCluster::suspend() {
-  signal_all(SIGSTOP);
-}
-
-void PostgresCluster::resume() {
-  signal_all(SIGCONT);
-}
-
-// Its processes are its children.
-void PostgresCluster::signal_all(int number) const {
-  ::kill(pid_, number);
-  std::istringstream children(content("/proc/" + std::to_string(pid_) + "/task/" + std::to_string(pid_) + "/children"));
-  for (pid_t child = 0; children >> child;) ::kill(child, number);
-}
-
 }  // namespace veskd::test

@@ -26,13 +26,7 @@ class PostgresCluster {
   void kill();
   void start();
 
-  // Keeps all of it from running, and lets it go on.
-  void suspend();
-  void resume();
-
  private:
-  void signal_all(int number) const;
-
   TemporaryDirectory directory_;
   Durability durability_;
   pid_t pid_ = -1;
