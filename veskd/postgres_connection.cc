@@ -26,9 +26,9 @@ PGconn *connect(const std::string &uri) {
   return PQconnectdbParams(keywords.data(), values.data(), 1);
 }
 
-std::string without_line_end(std::string text) {
-  text.erase(text.find_last_not_of('\n') + 1);
-  return text;
+// What follows the first line explains it to beginners.
+std::string first_line(std::string_view text) {
+  return std::string(text.substr(0, text.find('\n')));
 }
 
 // The message alone: its details may quote rows.
@@ -48,8 +48,7 @@ std::string without_line_end(std::string text) {
 }  // namespace
 
 PostgresConnection::PostgresConnection(const std::string &uri) : connection_(connect(uri)) {
-  if (PQstatus(connection_.get()) != CONNECTION_OK)
-    throw DatabaseError(without_line_end(PQerrorMessage(connection_.get())));
+  if (PQstatus(connection_.get()) != CONNECTION_OK) throw DatabaseError(first_line(PQerrorMessage(connection_.get())));
   PQsetnonblocking(connection_.get(), 1);
   PQenterPipelineMode(connection_.get());
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(kStatementTime).count();
@@ -149,7 +148,7 @@ void PostgresConnection::wait_for_answer(Clock::time_point deadline) {
 }
 
 void PostgresConnection::lose() {
-  const std::string reason = without_line_end(PQerrorMessage(get()));
+  const std::string reason = first_line(PQerrorMessage(get()));
   connection_.reset();
   throw ConnectionLost(reason);
 }

@@ -6,6 +6,8 @@
 
 #include <array>
 #include <atomic>
+#include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -17,7 +19,7 @@
 #include "tests/server/postgres_cluster.h"
 #include "tests/server/program.h"
 #include "tests/server/test_server.h"
-#include "veskd/mirror_records.h"
+#include "veskd/key_records.h"
 #include "veskd/return_codes.h"
 
 namespace veskd::test {
@@ -223,21 +225,120 @@ TEST_F(Nodes, DeliverToTheirMirrorWhicheverOfThemIsLeft) {
   EXPECT_TRUE(arrives("K4"));
 }
 
-// ---- Starting ----
+// ---- One store and its connections ----
 
-TEST(SharedStore, IsMadeByOneOfManyThatStartAtOnce) {
-  const PostgresCluster cluster;
-  TemporaryDirectory directory;
-  const auto master = MasterKey::create(directory / "master.key");
+class SharedStore : public testing::Test {
+ protected:
+  PostgresCluster cluster_;
+  TemporaryDirectory directory_;
+  std::unique_ptr<MasterKey> master_ = MasterKey::create(directory_ / "master.key");
+};
+
+ChangeOutcome outcome_of(Store &store, const std::function<bool(StoreConnection &)> &apply) {
+  std::promise<ChangeOutcome> outcome;
+  store.change({apply, [&](ChangeOutcome known) { outcome.set_value(known); }});
+  return outcome.get_future().get();
+}
+
+void write_key(StoreConnection &store, const std::string &name) {
+  create_key(store, name, {"00000000", "00000000", "N", "0000", "Y", "N", "1", "", ""});
+}
+
+bool has_key(Store &store, const std::string &name) {
+  Store::Reader reader(store);
+  return find_key(*reader, name).has_value();
+}
+
+constexpr const char *kEndConnection = "SELECT pg_terminate_backend(pg_backend_pid())";
+
+TEST_F(SharedStore, MakesChangesAgainWhoseTransactionWasUndone) {
+  Store store(cluster_.uri(), *master_, kQuiet);
+  struct Case {
+    const char *name;
+    const char *cause;
+  };
+  for (const auto &[name, cause] :
+       {Case{"lost", kEndConnection}, Case{"conflict", "DO $$ BEGIN RAISE EXCEPTION USING ERRCODE = '40001'; END $$"},
+        Case{"deadlock", "DO $$ BEGIN RAISE EXCEPTION USING ERRCODE = '40P01'; END $$"}}) {
+    int num_runs = 0;
+    EXPECT_EQ(outcome_of(store,
+                         [&](StoreConnection &connection) {
+                           write_key(connection, name);
+                           if (++num_runs == 1) connection.database.execute(cause);
+                           return true;
+                         }),
+              ChangeOutcome::kDone)
+        << cause;
+    EXPECT_EQ(num_runs, 2) << cause;
+    EXPECT_TRUE(has_key(store, name)) << cause;
+  }
+}
+
+TEST_F(SharedStore, GivesUpAChangeThatIsUndoneAgainAndAgain) {
+  Store store(cluster_.uri(), *master_, kQuiet);
+  EXPECT_EQ(outcome_of(store,
+                       [&](StoreConnection &connection) {
+                         write_key(connection, "K1");
+                         connection.database.execute(kEndConnection);
+                         return true;
+                       }),
+            ChangeOutcome::kFailed);
+  EXPECT_FALSE(has_key(store, "K1"));
+}
+
+// The connection ends while the commit is under way.
+TEST_F(SharedStore, DoesNotKnowWhatBecameOfACommitWhoseAnswerWasLost) {
+  Store store(cluster_.uri(), *master_, kQuiet);
+  const auto end_connection_at_commit = [](StoreConnection &connection) {
+    connection.database.execute(
+        "CREATE FUNCTION end_connection() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN "
+        "PERFORM pg_terminate_backend(pg_backend_pid()); RETURN NULL; END $$; "
+        "CREATE CONSTRAINT TRIGGER ending AFTER INSERT ON keys DEFERRABLE INITIALLY DEFERRED "
+        "FOR EACH ROW EXECUTE FUNCTION end_connection()");
+    write_key(connection, "K1");
+    return true;
+  };
+  EXPECT_EQ(outcome_of(store, end_connection_at_commit), ChangeOutcome::kUnknown);
+  EXPECT_EQ(outcome_of(store,
+                       [](StoreConnection &connection) {
+                         write_key(connection, "K2");
+                         return true;
+                       }),
+            ChangeOutcome::kDone);
+  EXPECT_TRUE(has_key(store, "K2"));
+}
+
+TEST_F(SharedStore, ReadsOverANewConnectionWhenTheOldOneWasLost) {
+  Store store(cluster_.uri(), *master_, kQuiet);
+  EXPECT_FALSE(has_key(store, "K1"));
+  cluster_.kill();
+  EXPECT_THROW(has_key(store, "K1"), DatabaseError);
+  cluster_.start();
+  EXPECT_FALSE(has_key(store, "K1"));
+}
+
+// A server of an earlier version, while a later one has brought the store forward.
+TEST_F(SharedStore, IsNotChangedOnceAnotherServerBroughtItToAnotherVersion) {
+  Store store(cluster_.uri(), *master_, kQuiet);
+  {
+    Database database(cluster_.uri());
+    database.begin();
+    database.migrate({""}, 1000);
+    database.commit();
+  }
+  EXPECT_EQ(outcome_of(store, [](StoreConnection &) { return true; }), ChangeOutcome::kFailed);
+}
+
+TEST_F(SharedStore, IsMadeByOneOfManyThatStartAtOnce) {
   std::vector<std::unique_ptr<Store>> stores(4);
   std::vector<std::thread> threads;
   for (auto &store : stores)
-    threads.emplace_back([&] { store = std::make_unique<Store>(cluster.uri(), *master, kQuiet); });
+    threads.emplace_back([&] { store = std::make_unique<Store>(cluster_.uri(), *master_, kQuiet); });
   for (std::thread &thread : threads) thread.join();
   for (const auto &store : stores) EXPECT_TRUE(store);
 }
 
-TEST(SharedStore, OfADatabaseThatIsNotThereIsRefused) {
+TEST(SharedStoreAddress, OfADatabaseThatIsNotThereIsRefused) {
   TemporaryDirectory directory;
   const auto master = MasterKey::create(directory / "master.key");
   const std::string nowhere = "postgresql://user:secret@/keys?host=" + directory.path().string();
