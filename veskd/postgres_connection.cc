@@ -10,10 +10,8 @@
 namespace veskd {
 namespace {
 
-// PostgreSQL gives up a statement, or the wait for a lock, after the first time; one that does not even do that is
-// given up after the second.
-constexpr std::chrono::seconds kStatementTime{30};
-constexpr std::chrono::seconds kAnswerTime{35};
+// What a statement's time may be exceeded by; then it is PostgreSQL that is given up.
+constexpr std::chrono::seconds kGrace{5};
 
 constexpr int kBinary = 1;
 
@@ -47,12 +45,12 @@ std::string first_line(std::string_view text) {
 
 }  // namespace
 
-PostgresConnection::PostgresConnection(const std::string &uri) : connection_(connect(uri)) {
+PostgresConnection::PostgresConnection(const std::string &uri, std::chrono::seconds statement_time)
+    : connection_(connect(uri)), answer_time_(statement_time + kGrace) {
   if (PQstatus(connection_.get()) != CONNECTION_OK) throw DatabaseError(first_line(PQerrorMessage(connection_.get())));
   PQsetnonblocking(connection_.get(), 1);
   PQenterPipelineMode(connection_.get());
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(kStatementTime).count();
-  execute(fmt::format("SET client_min_messages = error; SET statement_timeout = {}", milliseconds));
+  execute(fmt::format("SET client_min_messages = error; SET statement_timeout = '{}s'", statement_time.count()));
 }
 
 void PostgresConnection::prepare(const std::string &name, const std::string &sql,
@@ -82,7 +80,7 @@ void PostgresConnection::send_once(const std::string &sql) {
 PostgresResult PostgresConnection::finish() {
   if (PQpipelineSync(get()) != 1) lose();
   num_unanswered_ = 0;
-  const Clock::time_point deadline = Clock::now() + kAnswerTime;
+  const Clock::time_point deadline = Clock::now() + answer_time_;
   PostgresResult answer, error;
   for (;;) {
     wait_for_answer(deadline);
@@ -108,7 +106,7 @@ void PostgresConnection::execute(const std::string &script) {
   if (num_unanswered_ > 0) finish();
   PostgresResult error;
   if (PQexitPipelineMode(get()) != 1 || PQsendQuery(get(), script.c_str()) != 1) lose();
-  const Clock::time_point deadline = Clock::now() + kAnswerTime;
+  const Clock::time_point deadline = Clock::now() + answer_time_;
   for (;;) {
     wait_for_answer(deadline);
     PostgresResult result(PQgetResult(get()));

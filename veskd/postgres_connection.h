@@ -34,8 +34,9 @@ struct PostgresParameter {
 
 class PostgresConnection {
  public:
-  // Throws DatabaseError. Whatever is done later throws that too, ConnectionLost and TransactionUndone among it.
-  explicit PostgresConnection(const std::string &uri);
+  // PostgreSQL gives up a statement, or the wait for a lock, after that time. Throws DatabaseError; whatever is done
+  // later throws that too, ConnectionLost and TransactionUndone among it.
+  PostgresConnection(const std::string &uri, std::chrono::seconds statement_time);
 
   // False once it was lost.
   bool is_open() const { return connection_ != nullptr; }
@@ -68,6 +69,7 @@ class PostgresConnection {
   [[noreturn]] void lose();
 
   std::unique_ptr<PGconn, Finish> connection_;
+  const std::chrono::seconds answer_time_;
   std::size_t num_unanswered_ = 0;
 };
 

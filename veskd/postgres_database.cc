@@ -19,6 +19,10 @@ namespace {
 constexpr Oid kBytes = 17;
 constexpr Oid kInteger = 20;
 
+// A reader holds up a thread that serves clients; a writer waits for those of the other servers.
+constexpr std::chrono::seconds kReadTime{10};
+constexpr std::chrono::seconds kChangeTime{30};
+
 // Statements under way within a transaction; a bound on the memory that they take.
 constexpr std::size_t kMaxUnanswered = 128;
 
@@ -46,9 +50,11 @@ using Sender = std::function<void(PostgresConnection &)>;
 
 class PostgresDatabase : public DatabaseEngine {
  public:
+  // A reader connects when it has something to ask.
   PostgresDatabase(const StoreAddress &address, DatabaseUse use) : uri_(address.text()), use_(use) {
+    if (use == DatabaseUse::kReads) return;
     connect();
-    if (use == DatabaseUse::kChanges) make_version_table();
+    make_version_table();
   }
 
   std::unique_ptr<Statement> prepare(std::string_view sql, bool streamed) override;
@@ -164,7 +170,7 @@ class PostgresDatabase : public DatabaseEngine {
   // whatever the database's settings say.
   void connect() {
     connection_.reset();
-    connection_.emplace(uri_);
+    connection_.emplace(uri_, use_ == DatabaseUse::kReads ? kReadTime : kChangeTime);
     ++connection_number_;
     connection_->execute(
         use_ == DatabaseUse::kReads
