@@ -94,14 +94,16 @@ void PostgresCluster::start() {
   const std::string on_disk = durability_ == Durability::kOnDisk ? "on" : "off";
   const auto is_up = [this] { return PQping(uri().c_str()) == PQPING_OK; };
   const auto has_ended = [this] { return ::waitpid(pid_, nullptr, WNOHANG) == pid_; };
-  const bool is_started = eventually([&] {
-    if (pid_ < 0 || has_ended())
-      pid_ = spawn({program("postgres"), "-D", (directory_ / "data").string(), "-c", "listen_addresses=", "-c",
-                    "unix_socket_directories=" + directory_.path().string(), "-c", "fsync=" + on_disk, "-c",
-                    "full_page_writes=" + on_disk, "-c", "max_connections=300", "-c", "shared_buffers=32MB"},
-                   directory_ / "output");
-    return is_up();
-  });
+  const bool is_started = eventually(
+      [&] {
+        if (pid_ < 0 || has_ended())
+          pid_ = spawn({program("postgres"), "-D", (directory_ / "data").string(), "-c", "listen_addresses=", "-c",
+                        "unix_socket_directories=" + directory_.path().string(), "-c", "fsync=" + on_disk, "-c",
+                        "full_page_writes=" + on_disk, "-c", "max_connections=300", "-c", "shared_buffers=32MB"},
+                       directory_ / "output");
+        return is_up();
+      },
+      std::chrono::seconds(60));
   if (!is_started) throw std::runtime_error("PostgreSQL does not start: " + content(directory_ / "output"));
 }
 

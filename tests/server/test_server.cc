@@ -182,8 +182,8 @@ std::string ask(const TestServer &server, const std::string &request) {
   return connection.receive_all();
 }
 
-bool eventually(const std::function<bool()> &condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+bool eventually(const std::function<bool()> &condition, std::chrono::seconds time) {
+  const auto end = std::chrono::steady_clock::now() + time;
   do {
     if (condition()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -4,6 +4,7 @@
 #include <openssl/ssl.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -126,8 +127,8 @@ class RawConnection {
 // Sends a request on a connection of its own and returns all of the reply.
 std::string ask(const TestServer &server, const std::string &request);
 
-// Asks until the condition holds; false when it does not within 20 seconds.
-bool eventually(const std::function<bool()> &condition);
+// Asks until the condition holds; false when it does not within that time.
+bool eventually(const std::function<bool()> &condition, std::chrono::seconds time = std::chrono::seconds(20));
 
 // The message of the StartError that the action throws.
 std::string start_error(const std::function<void()> &action);
