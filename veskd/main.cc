@@ -13,9 +13,8 @@
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
 #include "veskd/log.h"
-#include "veskd/master_key_rotation.h"
-#include "veskd/sealing.h"
 #include "veskd/service.h"
+#include "veskd/store_file.h"
 
 namespace {
 
@@ -27,6 +26,7 @@ struct DevOptions {
   std::vector<std::string> host_names;
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
+  std::string store;
   bool audit = false;
   bool quiet = false;
 };
@@ -44,8 +44,8 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   settings.server.audit_reads = options.audit;
   settings.server.machine.sensor_file = options.sensor_file;
   settings.server.machine.store_directory = environment.directory();
-  settings.store = environment.store_path();
-  settings.master_key = environment.master_key_path();
+  settings.store = options.store.empty() ? environment.store_files().store : veskd::StoreAddress(options.store);
+  settings.master_key = environment.store_files().master_key;
   settings.mirror_tls = environment.mirror_tls_files();
   settings.ready_file = environment.ready_file_path();
   settings.log.level = options.quiet ? veskd::LogLevel::kWarning : veskd::LogLevel::kInfo;
@@ -66,7 +66,7 @@ void run_dev(const DevOptions &options) {
     say_what_is_served(settings, port);
     std::cout << environment.next_command(settings.server.address, port) << std::endl;
   };
-  run_service(settings, environment.master_key(), log, announce, [&] { return settings; });
+  run_service(settings, log, announce, [&] { return settings; });
 }
 
 void run_serve(const ServeOptions &options) {
@@ -77,10 +77,9 @@ void run_serve(const ServeOptions &options) {
     return;
   }
   veskd::Log log(settings.log);
-  const veskd::Descriptor lock = veskd::lock_file(settings.server.machine.store_directory / "veskd.lock");
-  const auto master = veskd::open_master_key({settings.store, settings.master_key});
+  const veskd::Descriptor lock = veskd::lock_file(veskd::StoreFiles{settings.store, settings.master_key}.lock());
   run_service(
-      settings, *master, log, [&](std::uint16_t port) { say_what_is_served(settings, port); }, read_settings);
+      settings, log, [&](std::uint16_t port) { say_what_is_served(settings, port); }, read_settings);
 }
 
 // Empty when the text can stand in a certificate; CLI11 shows what else is returned.
@@ -98,6 +97,9 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
+  dev.add_option("--store", options.store,
+                 "where the keys are kept: a file, or postgresql://… for a database that other servers may share; "
+                 "store.db in the directory if not given");
   dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }

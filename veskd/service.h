@@ -7,15 +7,15 @@
 #include <optional>
 
 #include "veskd/log.h"
-#include "veskd/sealing.h"
 #include "veskd/server.h"
+#include "veskd/store_address.h"
 #include "veskd/tls.h"
 
 namespace veskd {
 
 struct ServiceSettings {
   ServerOptions server;
-  std::filesystem::path store;
+  StoreAddress store;
   std::filesystem::path master_key;
   std::optional<TlsFiles> mirror_tls;  // none: changes wait for mirrors, and none is sent
   std::filesystem::path ready_file;    // none when empty
@@ -30,7 +30,7 @@ using ReadSettings = std::function<ServiceSettings()>;
 
 // Serves until SIGINT or SIGTERM. SIGHUP reads the settings again: new connections get new ones, those that run keep
 // theirs; settings that cannot be used change nothing. Throws StartError.
-void run_service(const ServiceSettings &settings, const MasterKey &master, Log &log, const Announce &announce,
+void run_service(const ServiceSettings &settings, Log &log, const Announce &announce,
                  const ReadSettings &read_settings);
 
 }  // namespace veskd

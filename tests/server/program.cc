@@ -11,6 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "tests/server/test_server.h"
+
 namespace veskd::test {
 
 Program::Program(const std::vector<std::string> &arguments, unsigned max_descriptors) {
@@ -76,10 +78,25 @@ std::string Program::errors() {
   return text;
 }
 
+std::vector<std::string> dev_arguments(const std::filesystem::path &directory) {
+  const StoreAddress store = store_address(directory);
+  if (store.is_shared()) return dev_arguments(directory, store);
+  return {"dev", "--dir", directory.string()};
+}
+
+std::vector<std::string> dev_arguments(const std::filesystem::path &directory, const StoreAddress &store) {
+  return {"dev", "--dir", directory.string(), "--store", store.text()};
+}
+
 DevServer::DevServer(const std::filesystem::path &directory, unsigned max_descriptors)
-    : program_({"dev", "--dir", directory.string()}, max_descriptors),
-      banner_(program_.read_line()),
-      next_command_(program_.read_line()) {
+    : DevServer(directory, dev_arguments(directory), max_descriptors) {}
+
+DevServer::DevServer(const std::filesystem::path &directory, const StoreAddress &store)
+    : DevServer(directory, dev_arguments(directory, store), 0) {}
+
+DevServer::DevServer(const std::filesystem::path &directory, const std::vector<std::string> &arguments,
+                     unsigned max_descriptors)
+    : program_(arguments, max_descriptors), banner_(program_.read_line()), next_command_(program_.read_line()) {
   std::ifstream ready(directory / "ready.json");
   if (!ready) throw std::runtime_error("veskd did not start: " + (program_.wait(), program_.errors()));
   port_ = nlohmann::json::parse(ready).at("port");

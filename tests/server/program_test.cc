@@ -115,9 +115,10 @@ TEST_F(DevCommand, RefusesAMasterKeyOfAnotherStore) {
   { EXPECT_EQ(DevServer(path).stop(), 0); }
   { EXPECT_EQ(DevServer(directory / "other").stop(), 0); }
   fs::copy_file(directory / "other" / "master.key", path / "master.key", fs::copy_options::overwrite_existing);
-  Program program({"dev", "--dir", path.string()});
+  Program program(dev_arguments(path));
   EXPECT_EQ(program.wait(), 1);
-  EXPECT_THAT(program.errors(), HasSubstr("the master key does not belong to the key store " + path.string()));
+  EXPECT_THAT(program.errors(),
+              HasSubstr("the master key does not belong to the key store " + store_address(path).name()));
 }
 
 TEST_F(DevCommand, NamesTheFileThatIsMissing) {
