@@ -70,7 +70,7 @@ class PostgresDatabase : public DatabaseEngine {
 
   std::int64_t version() override {
     const PostgresResult found = ask([](PostgresConnection &connection) {
-      connection.send_once("SELECT (to_regclass('store_version') IS NOT NULL)::bigint");
+      connection.send_once("SELECT to_regclass('store_version') IS NOT NULL");
     });
     if (number_in(found.get(), 0, 0) == 0) return 0;
     const PostgresResult version =

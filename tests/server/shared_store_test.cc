@@ -13,13 +13,13 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-struct Run {
+struct Ended {
   int exit_code;
   std::string output;
   std::string errors;
 };
 
-Run run(const std::vector<std::string> &arguments) {
+Ended run(const std::vector<std::string> &arguments) {
   Program program(arguments);
   const std::string output = program.read_all();
   return {program.wait(), output, program.errors()};
@@ -27,7 +27,7 @@ Run run(const std::vector<std::string> &arguments) {
 
 class SharedStore : public testing::Test {
  protected:
-  Run with_configuration(std::vector<std::string> arguments) {
+  Ended with_configuration(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"--config", laboratory.file().string()});
     return run(arguments);
   }
@@ -51,10 +51,10 @@ class SharedStore : public testing::Test {
 TEST_F(SharedStore, TellsItsAudit) {
   ConfiguredServer server(laboratory);
   ASSERT_EQ(create(server, "K1"), 0);
-  const Run show = with_configuration({"audit", "show"});
+  const Ended show = with_configuration({"audit", "show"});
   EXPECT_EQ(show.exit_code, 0) << show.errors;
   EXPECT_THAT(show.output, HasSubstr("\tCreateSymKey\tK1\t"));
-  const Run verify = with_configuration({"audit", "verify"});
+  const Ended verify = with_configuration({"audit", "verify"});
   EXPECT_EQ(verify.exit_code, 0) << verify.errors;
   EXPECT_THAT(verify.output, testing::StartsWith("whole up to 1:"));
   Database(store_address(laboratory.path())).execute("UPDATE audit SET object = 'K2'");
@@ -67,7 +67,7 @@ TEST_F(SharedStore, IsServedUnderItsNewMasterKeyAlone) {
     ConfiguredServer server(laboratory);
     ASSERT_EQ(create(server, "K1"), 0);
     old = master_key();
-    const Run rotation = with_configuration({"rotate-master-key"});
+    const Ended rotation = with_configuration({"rotate-master-key"});
     EXPECT_EQ(rotation.exit_code, 0) << rotation.errors;
     EXPECT_NE(master_key(), old);
     EXPECT_EQ(create(server, "K2"), 0);
@@ -80,7 +80,7 @@ TEST_F(SharedStore, IsServedUnderItsNewMasterKeyAlone) {
   }
   std::ofstream(laboratory / "master.key") << old;
   for (const char *command : {"serve", "rotate-master-key"}) {
-    const Run refused = with_configuration({command});
+    const Ended refused = with_configuration({command});
     EXPECT_EQ(refused.exit_code, 1) << command;
     EXPECT_THAT(refused.errors, HasSubstr("does not belong to the key store postgresql://")) << command;
   }
@@ -89,7 +89,7 @@ TEST_F(SharedStore, IsServedUnderItsNewMasterKeyAlone) {
 TEST_F(SharedStore, IsNotServedWithoutItsMasterKey) {
   { ConfiguredServer server(laboratory); }
   fs::remove(laboratory / "master.key");
-  const Run refused = with_configuration({"serve"});
+  const Ended refused = with_configuration({"serve"});
   EXPECT_EQ(refused.exit_code, 1);
   EXPECT_THAT(refused.errors, HasSubstr("master.key is missing"));
   EXPECT_FALSE(fs::exists(laboratory / "master.key"));
@@ -98,11 +98,11 @@ TEST_F(SharedStore, IsNotServedWithoutItsMasterKey) {
 TEST_F(SharedStore, LeavesToPostgresWhatItsToolsDo) {
   { ConfiguredServer server(laboratory); }
   const std::string file = (laboratory / "backup").string();
-  const Run backup = with_configuration({"backup", "--to", file});
+  const Ended backup = with_configuration({"backup", "--to", file});
   EXPECT_EQ(backup.exit_code, 1);
   EXPECT_THAT(backup.errors, HasSubstr("use pg_dump for it, and keep its master key"));
   EXPECT_FALSE(fs::exists(file));
-  const Run restore = with_configuration({"restore", "--from", file});
+  const Ended restore = with_configuration({"restore", "--from", file});
   EXPECT_EQ(restore.exit_code, 1);
   EXPECT_THAT(restore.errors, HasSubstr("use pg_restore for it, and keep its master key"));
 }
@@ -110,14 +110,14 @@ TEST_F(SharedStore, LeavesToPostgresWhatItsToolsDo) {
 TEST_F(SharedStore, KeepsTheKeyOfItsValues) {
   { ConfiguredServer server(laboratory); }
   const std::string before = master_key();
-  const Run refused = with_configuration({"rotate-master-key", "--reseal-values"});
+  const Ended refused = with_configuration({"rotate-master-key", "--reseal-values"});
   EXPECT_EQ(refused.exit_code, 1);
   EXPECT_THAT(refused.errors, HasSubstr("other servers may have the key store postgresql://"));
   EXPECT_EQ(master_key(), before);
 }
 
 TEST_F(SharedStore, ThatIsNotThereIsNotMade) {
-  const Run show = with_configuration({"audit", "show"});
+  const Ended show = with_configuration({"audit", "show"});
   EXPECT_EQ(show.exit_code, 1);
   EXPECT_THAT(show.errors, HasSubstr("there is no key store postgresql://"));
   EXPECT_FALSE(store_exists(store_address(laboratory.path())));

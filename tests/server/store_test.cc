@@ -280,8 +280,6 @@ TEST_F(StoreTest, WhatCannotBeRecordedIsUndone) {
   EXPECT_FALSE(find_key(*reader, "K1").has_value());
 }
 
-constexpr std::span<const std::uint8_t> kNothing;
-
 TEST_F(StoreTest, WhenTheCommitFailsEveryChangeInItHasFailed) {
   Store store(address, *master, kLog);
   const auto check_references_at_commit = [&](Database &database) {
@@ -303,7 +301,8 @@ TEST_F(StoreTest, WhenTheCommitFailsEveryChangeInItHasFailed) {
                 [&](ChangeOutcome outcome) { good.set_value(outcome); }});
   store.change({[&](StoreConnection &c) {
                   check_references_at_commit(c.database);
-                  Query(c.database, "INSERT INTO instances VALUES (4711, 'of no key', ?1)", kNothing).run();
+                  const std::vector<std::uint8_t> value(1);
+                  Query(c.database, "INSERT INTO instances VALUES (4711, 'of no key', ?1)", std::span(value)).run();
                   return true;
                 },
                 [&](ChangeOutcome outcome) { bad.set_value(outcome); }});
