@@ -38,11 +38,14 @@ class SqliteStatement : public Statement {
   void bind(int index, const std::optional<std::int64_t> &value) override {
     check(value ? sqlite3_bind_int64(get(), index, *value) : sqlite3_bind_null(get(), index));
   }
+  // What is empty is not NULL, also when there is no place where it would begin.
   void bind(int index, std::string_view value) override {
-    check(sqlite3_bind_text(get(), index, value.data(), static_cast<int>(value.size()), SQLITE_STATIC));
+    check(sqlite3_bind_text(get(), index, value.empty() ? "" : value.data(), static_cast<int>(value.size()),
+                            SQLITE_STATIC));
   }
   void bind(int index, std::span<const std::uint8_t> value) override {
-    check(sqlite3_bind_blob(get(), index, value.data(), static_cast<int>(value.size()), SQLITE_STATIC));
+    const void *bytes = value.empty() ? static_cast<const void *>("") : value.data();
+    check(sqlite3_bind_blob(get(), index, bytes, static_cast<int>(value.size()), SQLITE_STATIC));
   }
 
   bool next() override {

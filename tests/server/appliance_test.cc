@@ -218,8 +218,8 @@ TEST_F(Validation, FindsNothingInAGoodStore) {
 TEST_F(Validation, ListsKeysWhoseValueWasChangedMovedOrTakenAway) {
   for (const char *name : {"K1", "K2", "K3", "K4", "K5"}) create(name);
   tamper(
-      "UPDATE instances SET sealed_value = (SELECT sealed FROM master_key_check) WHERE key = (SELECT id FROM keys "
-      "WHERE name = 'K1')");
+      "UPDATE instances SET sealed_value = (SELECT sealed FROM store_keys WHERE purpose = 'values') "
+      "WHERE key = (SELECT id FROM keys WHERE name = 'K1')");
   tamper(
       "UPDATE instances SET sealed_value = (SELECT sealed_value FROM instances JOIN keys ON key = id "
       "WHERE name = 'K2') WHERE key = (SELECT id FROM keys WHERE name = 'K3')");

@@ -273,7 +273,7 @@ TEST_F(CertificateStore, OpensNoEntryThatWasMovedOrChanged) {
   std::string exported;
   EXPECT_EQ(export_certificate("C1", exported), RC_SERVER_FAILURE);
   EXPECT_EQ(export_certificate("C2", exported), 0);
-  database.execute("UPDATE certificate_store SET sealed = (SELECT sealed FROM master_key_check)");
+  database.execute("UPDATE certificate_store SET sealed = (SELECT sealed FROM store_keys WHERE purpose = 'values')");
   EXPECT_EQ(export_certificate("C2", exported), RC_SERVER_FAILURE);
   EXPECT_EQ(import_private_key("C2", pem_of(rsa_key(2))), RC_SERVER_FAILURE);
 }

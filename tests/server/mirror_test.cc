@@ -377,7 +377,7 @@ TEST_F(Mirrors, AForcedSynchronisationReplacesAValueThatWasTamperedWith) {
   ASSERT_TRUE(one_.agrees_with("two"));
   two_.stop();
   Database(store_address(two_.directory()))
-      .execute("UPDATE instances SET sealed_value = (SELECT sealed FROM master_key_check)");
+      .execute("UPDATE instances SET sealed_value = (SELECT sealed FROM store_keys WHERE purpose = 'values')");
   two_.start();
   ASSERT_EQ(two_.value_of("K1"), "");
   ASSERT_EQ(one_.call(qForceKeySync, "two", "K1"), 0);
@@ -391,7 +391,7 @@ TEST_F(Mirrors, AKeyThatIsDamagedHereIsAFaultAndHoldsUpNothing) {
   one_.stop();
   Database(store_address(one_.directory()))
       .execute(
-          "UPDATE instances SET sealed_value = (SELECT sealed FROM master_key_check) "
+          "UPDATE instances SET sealed_value = (SELECT sealed FROM store_keys WHERE purpose = 'values') "
           "WHERE key = (SELECT id FROM keys WHERE name = 'K1')");
   two_.start();
   one_.start();

@@ -358,7 +358,7 @@ TEST_F(Operations, ADamagedKeyStopsItsTemplateUntilItIsPassedOver) {
   ASSERT_EQ(generate(kConstant, 'i', 2), 0);
   Database(store_address(server.directory()))
       .execute(
-          "UPDATE instances SET sealed_value = (SELECT sealed FROM master_key_check) "
+          "UPDATE instances SET sealed_value = (SELECT sealed FROM store_keys WHERE purpose = 'values') "
           "WHERE key = (SELECT id FROM keys WHERE name = 'CONSTANT_000015000000')");
   EXPECT_EQ(next(), RC_SERVER_FAILURE);
   EXPECT_EQ(next(), RC_SERVER_FAILURE);
