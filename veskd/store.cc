@@ -79,7 +79,8 @@ std::unique_ptr<StoreConnection> Store::take_reader() {
       return reader;
     }
   }
-  return std::make_unique<StoreConnection>(Database(address_, DatabaseUse::kReads), sealer_, keys_->audit);
+  return std::unique_ptr<StoreConnection>(
+      new StoreConnection{Database(address_, DatabaseUse::kReads), sealer_, keys_->audit});
 }
 
 void Store::give_back(std::unique_ptr<StoreConnection> connection) {
