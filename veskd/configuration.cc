@@ -103,7 +103,7 @@ void read_role(Section section, RoleRules &rules) {
   for (const auto &[key, mark] : kMarks) {
     std::string value;
     section.text(key, value);
-    num_marks += section.check(key, [&] { rule.mark = make_mark(mark, value); }) ? 1 : 0;
+    num_marks += section.check(key, [&, kind = mark] { rule.mark = make_mark(kind, value); }) ? 1 : 0;
   }
   if (num_marks != 1) section.mistake("role", "needs one of subject, dns, uri, email, ip and fingerprint, and no more");
   std::vector<std::string> prefixes;
