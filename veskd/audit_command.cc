@@ -9,13 +9,13 @@
 #include "veskd/audit_records.h"
 #include "veskd/commands.h"
 #include "veskd/errors.h"
-#include "veskd/store_file.h"
+#include "veskd/store_option.h"
 
 namespace veskd {
 namespace {
 
 struct Options {
-  std::filesystem::path directory;
+  StoreOption store;
   std::int64_t from = 1;
   std::string output = "table";
   std::string contains;
@@ -58,8 +58,7 @@ void require_written() {
 }
 
 void show(const Options &options) {
-  StoreFile store(store_files_in(options.directory));
-  (*store).database.execute("PRAGMA query_only = ON");
+  StoreFile store(options.store.files(), DatabaseUse::kReads);
   if (options.output == "json") {
     print_json((*store).database, options.from);
   } else {
@@ -82,8 +81,8 @@ bool contains_head(Database &database, const std::string &head) {
 }
 
 void verify(const Options &options) {
-  StoreFile store(store_files_in(options.directory));
-  (*store).database.execute("PRAGMA query_only = ON");
+  const StoreFiles files = options.store.files();
+  StoreFile store(files, DatabaseUse::kReads);
   std::size_t num_faults = 0;
   const auto report = [&](const std::string &fault) {
     ++num_faults;
@@ -94,14 +93,13 @@ void verify(const Options &options) {
     report(fmt::format("there is no entry {}", options.contains));
   if (num_faults == 0) std::cout << fmt::format("whole up to {}\n", head_text(head.number, head.hash));
   require_written();
-  if (num_faults != 0)
-    throw StartError(fmt::format("the audit of {} is not whole", store_files_in(options.directory).store.string()));
+  if (num_faults != 0) throw StartError(fmt::format("the audit of {} is not whole", files.store.name()));
 }
 
 CLI::App *add_command(CLI::App &audit, const char *name, const char *text, const std::shared_ptr<Options> &options,
                       void (*run)(const Options &)) {
   CLI::App *command = audit.add_subcommand(name, text);
-  command->add_option("--dir", options->directory, "directory of master key and store")->required();
+  options->store.add_to(*command);
   command->callback([options, run] { run(*options); });
   return command;
 }

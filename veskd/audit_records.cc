@@ -11,6 +11,7 @@
 
 #include "veskd/dates.h"
 #include "veskd/errors.h"
+#include "veskd/transaction.h"
 
 namespace veskd {
 namespace {
@@ -156,20 +157,27 @@ void append_audit_entry(StoreConnection &store, const AuditEvent &event) {
   write_head(store.database, store.audit_key, {entry.number, entry.hash});
 }
 
+// Page by page: there may be more entries than fit into memory.
 void for_each_audit_entry(Database &database, std::int64_t from, const std::function<void(const AuditEntry &)> &take) {
-  Query query(database,
-              "SELECT number, time, caller, fingerprint, peer, tran_id, function, object, return_code, previous_hash, "
-              "hash FROM audit WHERE number >= ?1 ORDER BY number",
-              from);
-  while (query.next()) take(entry_in(query));
+  constexpr std::int64_t kMaxEntries = 1000;
+  for (std::int64_t num_read = kMaxEntries; num_read == kMaxEntries;) {
+    Query query(
+        database,
+        "SELECT number, time, caller, fingerprint, peer, tran_id, function, object, return_code, previous_hash, "
+        "hash FROM audit WHERE number >= ?1 ORDER BY number LIMIT ?2",
+        from, kMaxEntries);
+    for (num_read = 0; query.next(); ++num_read) {
+      take(entry_in(query));
+      from = query.number(0) + 1;
+    }
+  }
 }
 
 AuditHead verify_audit(StoreConnection &store, const std::function<void(const std::string &)> &report) {
   ChainCheck check(store.audit_key, report);
-  store.database.execute("BEGIN");
+  const Snapshot snapshot(store.database);
   const std::optional<AuditHead> head = read_head(store);
   for_each_audit_entry(store.database, 0, [&](const AuditEntry &entry) { check.take(entry); });
-  store.database.execute("COMMIT");
   check.end(head);
   return head.value_or(AuditHead());
 }

@@ -44,8 +44,9 @@ std::optional<WipedText> find_entry(StoreConnection &store, EntryKind kind, std:
 
 void put_entry(StoreConnection &store, EntryKind kind, std::string_view name, std::string_view content) {
   const std::vector<std::uint8_t> sealed = seal_entry(store.sealer, sealing_context(text_of(kind), name), content);
-  Query(store.database, "INSERT OR REPLACE INTO certificate_store VALUES (?1, ?2, ?3)", text_of(kind), name,
-        std::span<const std::uint8_t>(sealed))
+  Query(store.database,
+        "INSERT INTO certificate_store VALUES (?1, ?2, ?3) ON CONFLICT (kind, name) DO UPDATE SET sealed = ?3",
+        text_of(kind), name, std::span<const std::uint8_t>(sealed))
       .run();
 }
 

@@ -82,18 +82,18 @@ void read_watch(Section section, std::optional<WatchOptions> &watch) {
   section.end();
 }
 
-// A path names an SQLite database.
-void read_store(Section section, ServiceSettings &settings) {
-  for (const char *key : {"location", "master_key"}) section.require(key);
-  section.path("location", settings.store);
-  section.path("master_key", settings.master_key);
-  section.check("location", [&] { require_directory_of(settings.store); });
-  section.check("master_key", [&] {
-    if (fs::exists(settings.master_key) || fs::exists(settings.store)) MasterKey::read(settings.master_key);
+// Of a store in a database, it is seen at the start whether it needs the master key.
+void read_store(Section &root, ServiceSettings &settings) {
+  root.store("store", settings.store);
+  root.path("master_key", settings.master_key);
+  const StoreAddress &store = settings.store;
+  if (!store.is_shared()) root.check("store", [&] { require_directory_of(store.text()); });
+  root.check("master_key", [&] {
+    const bool is_needed = !store.is_shared() && fs::exists(store.text());
+    if (is_needed || fs::exists(settings.master_key)) MasterKey::read(settings.master_key);
     require_directory_of(settings.master_key);
   });
-  settings.server.machine.store_directory = settings.store.parent_path();
-  section.end();
+  settings.server.machine.store_directory = settings.master_key.parent_path();
 }
 
 void read_limits(Section section, Limits &limits) {
@@ -159,11 +159,11 @@ ServiceSettings read_configuration(const fs::path &file) {
   root.path("ready_file", settings.ready_file);
   root.check("ready_file", [&] { require_directory_of(settings.ready_file); });
   root.file("sensor_file", settings.server.machine.sensor_file);
-  for (const char *section : {"listen", "tls", "store"}) root.require(section);
+  for (const char *section : {"listen", "tls", "store", "master_key"}) root.require(section);
   read_listen(root.section("listen"), settings.server);
   read_tls(root.section("tls"), settings.server.tls, settings.server.tickets);
   read_mirrors(root.section("mirrors"), settings.server.tls.authority, settings.mirror_tls);
-  read_store(root.section("store"), settings);
+  read_store(root, settings);
   read_limits(root.section("limits"), settings.server.limits);
   read_log(root.section("log"), settings.log);
   read_watch(root.section("watch"), settings.watch);

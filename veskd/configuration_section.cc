@@ -140,6 +140,13 @@ void Section::directory(std::string_view key) {
   file_.base_ = directory;
 }
 
+void Section::store(std::string_view key, StoreAddress &value) {
+  std::string location;
+  text(key, location);
+  if (location.empty() || !check(key, [&] { value = StoreAddress(location); }) || value.is_shared()) return;
+  value = (file_.base_ / location).lexically_normal();
+}
+
 bool Section::file(std::string_view key, fs::path &value) {
   path(key, value);
   return !value.empty() && check(key, [&] { read_file(value); });

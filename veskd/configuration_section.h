@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "veskd/store_address.h"
+
 namespace toml {
 inline namespace v3 {
 class node;
@@ -55,6 +57,8 @@ class Section {
   // Paths that are not absolute are taken from the file's directory, or the one that directory() read.
   void path(std::string_view key, std::filesystem::path &value);
   void directory(std::string_view key);
+  // A path, or the URI of a database.
+  void store(std::string_view key, StoreAddress &value);
   // The same, for files that must be there, and readable, and of which the second is its owner's alone. True when it
   // is.
   bool file(std::string_view key, std::filesystem::path &value);

@@ -1,8 +1,10 @@
-// SQLite with owners: a database connection, and queries that are prepared once and reset when they go out of scope.
+// A connection to the database that holds a store, whatever its engine, and queries that are prepared once and reset
+// when they go out of scope.
+//
+// The SQL is what both engines understand. What differs between them is behind DatabaseEngine.
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <span>
@@ -11,8 +13,8 @@
 #include <string_view>
 #include <unordered_map>
 
-struct sqlite3;
-struct sqlite3_stmt;
+#include "veskd/migration.h"
+#include "veskd/store_address.h"
 
 namespace veskd {
 
@@ -21,29 +23,62 @@ class DatabaseError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The transaction under way is undone as a whole through no fault of its own, and may be tried again.
+class TransactionUndone : public DatabaseError {
+ public:
+  using DatabaseError::DatabaseError;
+};
+
+// The connection was lost while a transaction was being committed: it is done or undone.
+class OutcomeUnknown : public DatabaseError {
+ public:
+  using DatabaseError::DatabaseError;
+};
+
+class DatabaseEngine;
+class Statement;
+
+enum class DatabaseUse { kReads, kChanges };
+
 // Belongs to one thread at a time. Every function throws DatabaseError.
 class Database {
  public:
-  explicit Database(const std::filesystem::path &path);
+  explicit Database(const StoreAddress &address, DatabaseUse use = DatabaseUse::kChanges);
+  ~Database();
+  Database(Database &&) noexcept;
 
-  // Statements without parameters, for schema and settings.
-  void execute(const char *sql);
+  // Statements without parameters and rows, in the engine's own dialect.
+  void execute(const std::string &sql);
+
+  // The version of the store's schema; 0 when there is no store yet, which is left so.
+  std::int64_t version();
+
+  // Begins a transaction that keeps out whoever else would change the store, and tells the version of its schema.
+  std::int64_t begin();
+  void commit();
+  void rollback() noexcept;
+
+  // Begins a transaction for reading alone, which sees the store as it is at one moment. It ends with rollback().
+  void begin_snapshot();
+
+  // Within a transaction: what is done from here on can be undone by itself.
+  void begin_change();
+  void keep_change();
+  void undo_change();
+
+  // Within a transaction: brings the schema to that version.
+  void migrate(const Migration &migration, std::int64_t version);
+
+  // Has what was overwritten leave the files of the database, as far as the engine has it in its hands.
+  void forget_overwritten();
 
  private:
   friend class Query;
 
-  struct Close {
-    void operator()(sqlite3 *database) const;
-  };
-  struct Finalize {
-    void operator()(sqlite3_stmt *statement) const;
-  };
+  Statement &prepared(std::string_view sql, bool streamed);
 
-  sqlite3_stmt *prepared(std::string_view sql);
-  [[noreturn]] void fail(std::string_view what) const;
-
-  std::unique_ptr<sqlite3, Close> database_;
-  std::unordered_map<std::string_view, std::unique_ptr<sqlite3_stmt, Finalize>> statements_;
+  std::unique_ptr<DatabaseEngine> engine_;
+  std::unordered_map<std::string_view, std::unique_ptr<Statement>> statements_;
 };
 
 // One run of a statement. The SQL must be a string literal: the prepared statement is kept under it. A statement must
@@ -51,11 +86,15 @@ class Database {
 class Query {
  public:
   template <typename... Values>
-  Query(Database &database, std::string_view sql, const Values &...values)
-      : database_(database), statement_(database.prepared(sql)) {
+  Query(Database &database, std::string_view sql, const Values &...values) : Query(database.prepared(sql, false)) {
     int index = 0;
     (bind(++index, values), ...);
   }
+
+  // A query that may have more rows than fit into memory. From its first row to its last it tells the database as it
+  // was at the first; a reader runs nothing else meanwhile.
+  static Query streamed(Database &database, std::string_view sql) { return Query(database.prepared(sql, true)); }
+
   ~Query();
   Query(const Query &) = delete;
   Query &operator=(const Query &) = delete;
@@ -63,8 +102,8 @@ class Query {
   // Whether there is a row (another row).
   bool next();
 
-  // Runs a statement that gives no rows.
-  void run() { next(); }
+  // Runs a statement that gives no rows. Within a transaction, what is wrong with it may be told by what follows it.
+  void run();
 
   // Columns of the row, from 0; valid until the next row.
   std::int64_t number(int column) const;
@@ -73,15 +112,15 @@ class Query {
   bool is_null(int column) const;
 
  private:
+  explicit Query(Statement &statement) : statement_(statement) {}
+
   // Texts and blobs must outlive the query.
   void bind(int index, std::int64_t value);
   void bind(int index, const std::optional<std::int64_t> &value);  // NULL when there is none
   void bind(int index, std::string_view value);
   void bind(int index, std::span<const std::uint8_t> value);
-  void check(int result) const;
 
-  Database &database_;
-  sqlite3_stmt *statement_;
+  Statement &statement_;
 };
 
 }  // namespace veskd

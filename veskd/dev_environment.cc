@@ -8,7 +8,6 @@
 
 #include "veskd/certificates.h"
 #include "veskd/errors.h"
-#include "veskd/master_key_rotation.h"
 
 namespace veskd {
 namespace {
@@ -115,7 +114,6 @@ DevEnvironment::DevEnvironment(const fs::path &directory, const std::vector<std:
     : directory_(make_directory(directory)), lock_(lock_file(directory_ / "veskd.lock")) {
   if (!authority_from.empty()) copy_authority(authority_from, directory_, log);
   make_certificates(host_names, log);
-  master_ = open_master_key(store_files_in(directory_));
 }
 
 void DevEnvironment::make_certificates(const std::vector<std::string> &host_names, const Log &log) {

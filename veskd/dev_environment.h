@@ -1,15 +1,14 @@
-// A directory that holds all a server needs: certificates, master key, store. What is missing is made.
+// A directory that holds all a server needs: certificates, which are made when they are missing, and places for master
+// key and store.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "veskd/files.h"
 #include "veskd/log.h"
-#include "veskd/sealing.h"
 #include "veskd/server.h"
 #include "veskd/store_file.h"
 
@@ -24,9 +23,7 @@ class DevEnvironment {
                  const std::filesystem::path &authority_from = {});
 
   const std::filesystem::path &directory() const { return directory_; }
-  const MasterKey &master_key() const { return *master_; }
-  std::filesystem::path master_key_path() const { return store_files_in(directory_).master_key; }
-  std::filesystem::path store_path() const { return store_files_in(directory_).store; }
+  StoreFiles store_files() const { return store_files_in(directory_); }
   std::filesystem::path ready_file_path() const { return directory_ / "ready.json"; }
   std::filesystem::path authority_key_path() const { return directory_ / "authority-key.pem"; }
   TlsFiles tls_files() const;
@@ -41,7 +38,6 @@ class DevEnvironment {
 
   std::filesystem::path directory_;
   Descriptor lock_;
-  std::unique_ptr<MasterKey> master_;
 };
 
 }  // namespace veskd

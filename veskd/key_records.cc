@@ -79,7 +79,7 @@ void insert_key(StoreConnection &store, std::string_view name, std::string_view 
                 const KeyValue &value, const TemplatePlace &place) {
   const std::vector<std::uint8_t> sealed = store.sealer.seal(*value, value_context(name, instance));
   insert_record(store, name, instance, policy, place);
-  Query(store.database, "INSERT INTO instances VALUES (last_insert_rowid(), ?1, ?2)", instance,
+  Query(store.database, "INSERT INTO instances SELECT id, ?2, ?3 FROM keys WHERE name = ?1", name, instance,
         std::span<const std::uint8_t>(sealed))
       .run();
 }

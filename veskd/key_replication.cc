@@ -109,7 +109,7 @@ void update_key(StoreConnection &store, const Key &key, const ReplicatedChange &
   const KeyPolicy policy = policy_of(change);
   Query(store.database,
         "UPDATE keys SET creation_date = ?2, activation_date = ?3, expiration_date = ?4, last_rollover_date = ?5, "
-        "revoked_date = ?6, deletable = max(deletable, ?7) WHERE id = ?1",
+        "revoked_date = ?6, deletable = CASE WHEN deletable = 'Y' THEN 'Y' ELSE ?7 END WHERE id = ?1",
         key.id, trimmed(change.caKeyCreationDate), policy.activation_date, policy.expiration_date,
         trimmed(change.caLastRolledDate), trimmed(change.caRevokedDate), policy.deletable)
       .run();
@@ -141,7 +141,7 @@ ReturnCode apply_deletion(StoreConnection &store, const ReplicatedChange &change
     return RC_SUCCESS;
   }
   Query(store.database, "INSERT INTO deleted_keys VALUES (?1, ?2, ?3, ?4)", name, instance, timestamp(), caller).run();
-  Query(store.database, "INSERT OR IGNORE INTO deleted_mirror_keys VALUES (?1)", name).run();
+  Query(store.database, "INSERT INTO deleted_mirror_keys VALUES (?1) ON CONFLICT DO NOTHING", name).run();
   return RC_SUCCESS;
 }
 

@@ -14,9 +14,8 @@
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
 #include "veskd/log.h"
-#include "veskd/master_key_rotation.h"
-#include "veskd/sealing.h"
 #include "veskd/service.h"
+#include "veskd/store_file.h"
 
 namespace {
 
@@ -29,6 +28,7 @@ struct DevOptions {
   std::filesystem::path authority_from;
   std::filesystem::path sensor_file;
   std::optional<std::uint16_t> watch_port;
+  std::string store;
   bool audit = false;
   bool no_tickets = false;
   std::filesystem::path faults;
@@ -50,8 +50,8 @@ veskd::ServiceSettings settings_of(const DevOptions &options, const veskd::DevEn
   settings.server.machine.sensor_file = options.sensor_file;
   settings.server.faults = {options.faults, environment.authority_key_path()};
   settings.server.machine.store_directory = environment.directory();
-  settings.store = environment.store_path();
-  settings.master_key = environment.master_key_path();
+  settings.store = options.store.empty() ? environment.store_files().store : veskd::StoreAddress(options.store);
+  settings.master_key = environment.store_files().master_key;
   settings.mirror_tls = environment.mirror_tls_files();
   if (options.watch_port) settings.watch.emplace().port = *options.watch_port;
   settings.ready_file = environment.ready_file_path();
@@ -81,7 +81,7 @@ void run_dev(const DevOptions &options) {
               << environment.context_command(settings.server.address, ports.keys) << std::endl;
     say_where_to_watch(settings, ports);
   };
-  run_service(settings, environment.master_key(), log, announce, [&] { return settings; });
+  run_service(settings, log, announce, [&] { return settings; });
 }
 
 void run_serve(const ServeOptions &options) {
@@ -92,13 +92,12 @@ void run_serve(const ServeOptions &options) {
     return;
   }
   veskd::Log log(settings.log);
-  const veskd::Descriptor lock = veskd::lock_file(settings.server.machine.store_directory / "veskd.lock");
-  const auto master = veskd::open_master_key({settings.store, settings.master_key});
+  const veskd::Descriptor lock = veskd::lock_file(veskd::StoreFiles{settings.store, settings.master_key}.lock());
   const auto announce = [&](const veskd::Ports &ports) {
     say_what_is_served(settings, ports);
     say_where_to_watch(settings, ports);
   };
-  run_service(settings, *master, log, announce, read_settings);
+  run_service(settings, log, announce, read_settings);
 }
 
 // Empty when the text can stand in a certificate; CLI11 shows what else is returned.
@@ -117,6 +116,9 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
   dev.add_option("--watch-port", options.watch_port, "port to watch the server at; 0: a free one; none if not given");
+  dev.add_option("--store", options.store,
+                 "where the keys are kept: a file, or postgresql://… for a database that other servers may share; "
+                 "store.db in the directory if not given");
   dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--no-tickets", options.no_tickets, "issue no TLS session tickets: every handshake is a full one");
   dev.add_option("--faults", options.faults, "file that says what the server does wrong on purpose, to test clients");

@@ -15,7 +15,7 @@ namespace veskd {
 // its start alone. Throws StartError, or DatabaseError.
 void rotate_master_key(const StoreFiles &files);
 
-// The same, and seals every value under a new key of the store's. No server may have the directory.
+// The same, and seals every value under a new key of the store's, which is in a file. No server may have the directory.
 void rotate_all_keys(const StoreFiles &files);
 
 // The master key of a store that is to be served, when a rotation that was cut off has been finished; a new key when

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <openssl/evp.h>
+#include <openssl/rand.h>
 
 #include <array>
 #include <memory>
@@ -25,6 +26,12 @@ std::optional<Mirror> mirror_in(Query &query) {
                 query.number(8), query.number(9), query.text(10),  query.number(11)};
 }
 
+std::string hexadecimal(std::span<const std::uint8_t> bytes) {
+  std::string text;
+  for (const std::uint8_t byte : bytes) text += fmt::format("{:02x}", byte);
+  return text;
+}
+
 // SHA-256 over fields, each preceded by its length, so that no two lists of fields make the same bytes.
 class FieldDigest {
  public:
@@ -38,12 +45,10 @@ class FieldDigest {
           EVP_DigestUpdate(context_.get(), field.data(), field.size()) == 1);
   }
 
-  std::string hexadecimal() {
+  std::string text() {
     std::array<unsigned char, 32> digest;
     check(EVP_DigestFinal_ex(context_.get(), digest.data(), nullptr) == 1);
-    std::string text;
-    for (const unsigned char byte : digest) text += fmt::format("{:02x}", byte);
-    return text;
+    return hexadecimal(digest);
   }
 
  private:
@@ -75,7 +80,7 @@ std::vector<std::int64_t> list_mirrors(StoreConnection &store) {
 void set_mirror(StoreConnection &store, std::string_view name, std::string_view host, std::uint16_t port) {
   Query(store.database,
         "INSERT INTO mirrors (name, host, port) VALUES (?1, ?2, ?3) ON CONFLICT (name) DO UPDATE "
-        "SET host = ?2, port = ?3, status = 'N', data_hash_status = '?', attempt = attempt + 1",
+        "SET host = ?2, port = ?3, status = 'N', data_hash_status = '?', attempt = mirrors.attempt + 1",
         name, host, static_cast<std::int64_t>(port))
       .run();
 }
@@ -115,20 +120,27 @@ void queue_all_keys(StoreConnection &store, const Mirror &mirror) {
       .run();
 }
 
+std::string random_name() {
+  std::array<std::uint8_t, 16> random;
+  if (RAND_bytes(random.data(), random.size()) != 1) throw std::runtime_error("no random bytes: " + openssl_error());
+  return hexadecimal(random);
+}
+
 void renew_origin(StoreConnection &store) {
-  Query(store.database, "UPDATE replication SET origin = lower(hex(randomblob(16)))").run();
+  Query(store.database, "UPDATE replication SET origin = ?1", random_name()).run();
 }
 
 MirrorDigest digest_of_mirror_keys(StoreConnection &store) {
-  Query query(store.database,
-              "SELECT name, current_instance, deletable, activation_date, expiration_date, revoked_date, fields "
-              "FROM keys LEFT JOIN metadata ON key = id WHERE mirror = 'Y' ORDER BY name");
+  Query query = Query::streamed(
+      store.database,
+      "SELECT name, current_instance, deletable, activation_date, expiration_date, revoked_date, fields "
+      "FROM keys LEFT JOIN metadata ON key = id WHERE mirror = 'Y' ORDER BY name");
   FieldDigest digest;
   MirrorDigest result;
   for (; query.next(); ++result.num_keys) {
     for (int column = 0; column < 7; ++column) digest.add(query.text(column));
   }
-  result.hexadecimal = digest.hexadecimal();
+  result.hexadecimal = digest.text();
   return result;
 }
 

@@ -59,6 +59,9 @@ bool queue_key(StoreConnection &store, const Mirror &mirror, std::string_view ke
 // Queues every mirror key, and behind them those that were deleted.
 void queue_all_keys(StoreConnection &store, const Mirror &mirror);
 
+// 32 hexadecimal digits that nobody had before.
+std::string random_name();
+
 // From now on changes have an origin that no change had before: a store that was restored from a copy gives out numbers
 // anew, and what it calls change 7 must not be taken for a change 7 that a mirror remembers.
 void renew_origin(StoreConnection &store);

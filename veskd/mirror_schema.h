@@ -7,12 +7,12 @@
 
 namespace veskd {
 
-inline constexpr const char *kMirrorSchema = R"sql(
+inline constexpr const char *kMirrorTables = R"sql(
 CREATE TABLE replication (
   origin TEXT NOT NULL,                   -- tells this store's changes from others'; new at each start
   receiving INTEGER NOT NULL
 ) STRICT;
-INSERT INTO replication VALUES (lower(hex(randomblob(16))), 0);
+INSERT INTO replication VALUES ('', 0);
 
 CREATE TABLE mirrors (
   id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -43,7 +43,9 @@ CREATE TABLE applied_changes (            -- per queue of another server: the la
 ) STRICT, WITHOUT ROWID;
 
 CREATE TABLE deleted_mirror_keys (name TEXT PRIMARY KEY) STRICT, WITHOUT ROWID;
+)sql";
 
+inline constexpr const char *kMirrorTriggers = R"sql(
 CREATE TRIGGER mirror_key_created AFTER INSERT ON keys
 WHEN NEW.mirror = 'Y' AND (SELECT receiving FROM replication) = 0 BEGIN
   INSERT INTO replication_queue (mirror, origin, key_name) SELECT id, origin, NEW.name FROM mirrors, replication;
@@ -75,6 +77,42 @@ WHEN (SELECT mirror FROM keys WHERE id = NEW.key) = 'Y' AND (SELECT receiving FR
   INSERT INTO replication_queue (mirror, origin, key_name)
     SELECT mirrors.id, origin, keys.name FROM mirrors, replication, keys WHERE keys.id = NEW.key;
 END;
+)sql";
+
+// The same for PostgreSQL, whose triggers call functions.
+inline constexpr const char *kPostgresMirrorTriggers = R"sql(
+CREATE FUNCTION queue_mirror_key() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN
+  INSERT INTO replication_queue (mirror, origin, key_name)
+    SELECT id, origin, NEW.name FROM mirrors, replication WHERE receiving = 0;
+  RETURN NULL;
+END $$;
+
+CREATE TRIGGER mirror_key_created AFTER INSERT ON keys
+FOR EACH ROW WHEN (NEW.mirror = 'Y') EXECUTE FUNCTION queue_mirror_key();
+
+CREATE TRIGGER mirror_key_changed AFTER UPDATE OF deletable, activation_date, expiration_date, revoked_date,
+  current_instance, last_rollover_date, mirror ON keys
+FOR EACH ROW WHEN (NEW.mirror = 'Y') EXECUTE FUNCTION queue_mirror_key();
+
+CREATE FUNCTION queue_mirror_key_deletion() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN
+  INSERT INTO deleted_mirror_keys VALUES (OLD.name) ON CONFLICT DO NOTHING;
+  INSERT INTO replication_queue (mirror, origin, key_name)
+    SELECT id, origin, OLD.name FROM mirrors, replication WHERE receiving = 0;
+  RETURN NULL;
+END $$;
+
+CREATE TRIGGER mirror_key_deleted AFTER DELETE ON keys
+FOR EACH ROW WHEN (OLD.mirror = 'Y') EXECUTE FUNCTION queue_mirror_key_deletion();
+
+CREATE FUNCTION queue_mirror_metadata() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN
+  INSERT INTO replication_queue (mirror, origin, key_name)
+    SELECT mirrors.id, origin, keys.name FROM mirrors, replication, keys
+    WHERE keys.id = NEW.key AND keys.mirror = 'Y' AND receiving = 0;
+  RETURN NULL;
+END $$;
+
+CREATE TRIGGER mirror_metadata_written AFTER INSERT OR UPDATE ON metadata
+FOR EACH ROW EXECUTE FUNCTION queue_mirror_metadata();
 )sql";
 
 }  // namespace veskd

@@ -44,7 +44,7 @@ void record(StoreConnection &store, std::int64_t mirror_id, std::string_view sta
             std::int64_t last_fault) {
   Query(store.database,
         "UPDATE mirrors SET status = ?2, fault_count = fault_count + ?3, "
-        "last_fault = iif(?3 > 0, ?4, last_fault) WHERE id = ?1",
+        "last_fault = CASE WHEN ?3 > 0 THEN ?4 ELSE last_fault END WHERE id = ?1",
         mirror_id, status, num_faults, last_fault)
       .run();
 }
@@ -52,13 +52,14 @@ void record(StoreConnection &store, std::int64_t mirror_id, std::string_view sta
 }  // namespace
 
 Replicator::Task::Task(std::int64_t mirror_id, const asio::any_io_executor &executor, Store &store,
-                       asio::ssl::context &tls, const Log &log, const ReplicationTimes &times)
+                       asio::ssl::context &tls, const Log &log, const ReplicationTimes &times, const bool &delivers)
     : mirror_id_(mirror_id),
       timer_(executor),
       store_(store),
       tls_(tls),
       log_(log),
       times_(times),
+      delivers_(delivers),
       next_retry_(times.first_retry) {}
 
 asio::awaitable<void> Replicator::Task::run() {
@@ -89,9 +90,11 @@ asio::awaitable<bool> Replicator::Task::step() {
       attempt_ = mirror->attempt;
       retry_at_ = compare_at_ = Clock::time_point::min();
     }
-    if (now >= retry_at_) batch = read_batch(*reader, mirror_id_);
+    if (delivers_ && now >= retry_at_) batch = read_batch(*reader, mirror_id_);
   }
-  if (now < retry_at_) {
+  if (!delivers_) {
+    co_await sleep_until(Clock::time_point::max());
+  } else if (now < retry_at_) {
     co_await sleep_until(retry_at_);
   } else if (batch.last_number > 0) {
     co_await deliver(*mirror, batch);
@@ -222,8 +225,8 @@ asio::awaitable<void> Replicator::Task::change(const StoreChange &apply) {
                          return true;
                        },
                    .done =
-                       [resume_later, durable](bool outcome) {
-                         *durable = outcome;
+                       [resume_later, durable](ChangeOutcome outcome) {
+                         *durable = outcome == ChangeOutcome::kDone;
                          const auto executor = asio::get_associated_executor(*resume_later);
                          asio::post(executor, [resume_later] { (*resume_later)(); });
                        }});

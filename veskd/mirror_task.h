@@ -18,7 +18,7 @@ namespace veskd {
 class Replicator::Task {
  public:
   Task(std::int64_t mirror_id, const asio::any_io_executor &executor, Store &store, asio::ssl::context &tls,
-       const Log &log, const ReplicationTimes &times);
+       const Log &log, const ReplicationTimes &times, const bool &delivers);
 
   // Until the mirror is taken from the book.
   asio::awaitable<void> run();
@@ -60,6 +60,7 @@ class Replicator::Task {
   asio::ssl::context &tls_;
   const Log &log_;
   const ReplicationTimes &times_;
+  const bool &delivers_;  // the replicator's
 
   std::int64_t attempt_ = -1;  // of those asked for, the last one begun
   Clock::time_point retry_at_ = Clock::time_point::min();

@@ -24,7 +24,7 @@ class PagedList : public std::enable_shared_from_this<PagedList> {
  public:
   PagedList(std::unique_ptr<Store::ListReader> reader, std::string_view sql, ListForm form, std::size_t max_page_bytes)
       : reader_(std::move(reader)),
-        rows_((**reader_).database, sql),
+        rows_(Query::streamed((**reader_).database, sql)),
         form_(std::move(form)),
         page_entry_bytes_(whole_entries(std::min(max_page_bytes, form_.max_block_bytes))) {}
 

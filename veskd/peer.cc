@@ -84,6 +84,10 @@ std::string printable(std::string text) {
   return text;
 }
 
+ReturnCode code_of_failure(ChangeOutcome outcome) {
+  return outcome == ChangeOutcome::kFailed ? RC_SERVER_FAILURE : RC_OUTCOME_UNKNOWN;
+}
+
 }  // namespace
 
 struct Peer::Request {
@@ -300,16 +304,19 @@ Reply Peer::read(std::string_view tran_id, const std::function<Reply(StoreConnec
 }
 
 asio::awaitable<Reply> Peer::run_change(const Handler &handler, const Request &request, const RequestFields &fields) {
-  Reply reply = refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+  Reply reply;
   Change change;
   change.apply = [&, this](StoreConnection &store) {
+    // What the record tells if this throws, also when it went well in a transaction that was undone.
+    reply = refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
     reply = handler.handle(call(request, fields, store));
     return reply.code == RC_SUCCESS;
   };
   if (is_audited(handler)) {
     change.record = [&, this](StoreConnection &store) { write_audit(store, handler, fields, reply); };
   }
-  if (!co_await make_durable(change)) co_return refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+  const ChangeOutcome outcome = co_await make_durable(change);
+  if (outcome != ChangeOutcome::kDone) reply = refusal(handler.transaction.tran_id, code_of_failure(outcome));
   co_return reply;
 }
 
@@ -320,23 +327,24 @@ asio::awaitable<void> Peer::record(const Handler &handler, const RequestFields &
     write_audit(store, handler, fields, reply);
     return true;
   };
-  if (!co_await make_durable(change)) reply = refusal(handler.transaction.tran_id, RC_SERVER_FAILURE);
+  const ChangeOutcome outcome = co_await make_durable(change);
+  if (outcome != ChangeOutcome::kDone) reply = refusal(handler.transaction.tran_id, code_of_failure(outcome));
 }
 
 // Waits, without holding a thread, until the writer is done. What the change refers to must live as long as the wait.
-asio::awaitable<bool> Peer::make_durable(Change &change) {
-  bool durable = false;
+asio::awaitable<ChangeOutcome> Peer::make_durable(Change &change) {
+  ChangeOutcome outcome = ChangeOutcome::kUnknown;
   const auto queue_change = [&](auto resume) {
     const auto resume_later = std::make_shared<decltype(resume)>(std::move(resume));
-    change.done = [&, resume_later](bool outcome) {
-      durable = outcome;
+    change.done = [&, resume_later](ChangeOutcome known) {
+      outcome = known;
       const auto executor = asio::get_associated_executor(*resume_later);
       asio::post(executor, [resume_later] { (*resume_later)(); });
     };
     store_.change(std::move(change));
   };
   co_await asio::async_initiate<const asio::use_awaitable_t<> &, void()>(queue_change, asio::use_awaitable);
-  co_return durable;
+  co_return outcome;
 }
 
 bool Peer::is_audited(const Handler &handler) const {

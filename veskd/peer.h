@@ -59,7 +59,7 @@ class Peer : public std::enable_shared_from_this<Peer> {
   asio::awaitable<Reply> run(const Handler &handler, const Request &request, const RequestFields &fields);
   asio::awaitable<Reply> run_change(const Handler &handler, const Request &request, const RequestFields &fields);
   // Whether it stays, and the reply may go out.
-  asio::awaitable<bool> make_durable(Change &change);
+  asio::awaitable<ChangeOutcome> make_durable(Change &change);
   bool is_audited(const Handler &handler) const;
   // Makes the reply a refusal when it cannot be recorded.
   asio::awaitable<void> record(const Handler &handler, const RequestFields &fields, Reply &reply);

@@ -6,6 +6,7 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/ssl/context.hpp>
+#include <asio/steady_timer.hpp>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -13,6 +14,7 @@
 #include <thread>
 #include <unordered_map>
 
+#include "veskd/delivery_lease.h"
 #include "veskd/log.h"
 #include "veskd/store.h"
 #include "veskd/tls.h"
@@ -25,6 +27,9 @@ struct ReplicationTimes {
   std::chrono::milliseconds exchange{30000};       // from connecting to the end of the reply
   std::chrono::milliseconds compare_every{60000};  // while nothing changes
   std::chrono::milliseconds compare_pause{5000};   // between comparisons at least, while things change
+  // Of servers that share a store:
+  std::chrono::milliseconds look_every{1000};  // for what others changed
+  std::chrono::milliseconds lease{5000};       // after which another delivers in the place of one that is gone
 };
 
 class Replicator {
@@ -45,6 +50,9 @@ class Replicator {
   class Task;
 
   void run_thread();
+  // Keeps the lease, or tries to get it, and looks for what the other servers of the store changed.
+  void look_regularly();
+  void take_lease();
   // Gives every mirror of the book its task, and has each look at its queue.
   void look_around();
   void start_missing_tasks();
@@ -55,7 +63,10 @@ class Replicator {
   asio::ssl::context tls_;
   asio::io_context io_;
   asio::executor_work_guard<asio::io_context::executor_type> work_;
+  asio::steady_timer look_timer_;
+  DeliveryLease lease_;
   std::atomic<bool> look_is_due_ = false;
+  bool delivers_;  // this server, and not another one of the store; touched on the thread alone
   std::unordered_map<std::int64_t, std::shared_ptr<Task>> tasks_;  // by mirror; touched on the thread alone
   std::thread thread_;
 };

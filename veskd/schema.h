@@ -2,14 +2,17 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
+#include <string>
 
+#include "veskd/database.h"
 #include "veskd/mirror_schema.h"
 
 namespace veskd {
 
 inline constexpr std::array kMigrations = {
     // 1. A name, and a template's constant, is never used twice: deleted_keys and removed templates remember.
-    R"sql(
+    Migration{R"sql(
 CREATE TABLE master_key_check (sealed BLOB NOT NULL) STRICT;
 
 CREATE TABLE templates (
@@ -57,31 +60,31 @@ CREATE TABLE deleted_keys (
   deletion_time TEXT NOT NULL,
   deleted_by TEXT NOT NULL                -- the subject of the client's certificate
 ) STRICT, WITHOUT ROWID;
-)sql",
+)sql"},
 
     // 2. Most keys have no metadata, and then no row here.
-    R"sql(
+    Migration{R"sql(
 CREATE TABLE metadata (
   key INTEGER PRIMARY KEY REFERENCES keys ON DELETE CASCADE,
   fields BLOB NOT NULL                    -- MD01 to MD16, 64 bytes each, without the blanks at the end
 ) STRICT;
-)sql",
+)sql"},
 
     // 3. What is sealed is a certificate as it was imported, or a private key as DER.
-    R"sql(
+    Migration{R"sql(
 CREATE TABLE certificate_store (
   kind TEXT NOT NULL,                     -- 'certificate' or 'private key'
   name TEXT NOT NULL,
   sealed BLOB NOT NULL,
   PRIMARY KEY (kind, name)
 ) STRICT;
-)sql",
+)sql"},
 
     // 4. Mirrors, and the queues of what they have yet to get.
-    kMirrorSchema,
+    Migration{kMirrorTables, kMirrorTriggers, kPostgresMirrorTriggers},
 
     // 5. The keys under which the store seals, themselves sealed under the master key; and the audit.
-    R"sql(
+    Migration{R"sql(
 CREATE TABLE store_keys (purpose TEXT PRIMARY KEY, sealed BLOB NOT NULL) STRICT, WITHOUT ROWID;
 
 CREATE TABLE audit (
@@ -99,6 +102,19 @@ CREATE TABLE audit (
 ) STRICT;
 
 CREATE TABLE audit_head (number INTEGER NOT NULL, hash BLOB NOT NULL, seal BLOB NOT NULL) STRICT;
-)sql"};
+)sql"},
+
+    // 6. Which of the servers that share the store delivers the queues; see delivery_lease.h.
+    Migration{R"sql(
+CREATE TABLE delivery_lease (
+  holder TEXT NOT NULL,                   -- empty when nobody has it
+  beat INTEGER NOT NULL                   -- counted up by the holder as long as it lives
+) STRICT;
+INSERT INTO delivery_lease VALUES ('', 0);
+)sql"}};
+
+// Brings the store to the newest version, within the transaction that was begun with its version. Throws StartError for
+// a store of a version that this program does not know.
+void migrate(Database &database, std::int64_t version, const std::string &store_name);
 
 }  // namespace veskd

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "veskd/certificates.h"
+#include "veskd/master_key_rotation.h"
 #include "veskd/replicator.h"
 #include "veskd/store.h"
 
@@ -59,12 +60,12 @@ std::vector<NamedCertificate> certificates_of(const ServiceSettings &settings) {
 
 class Service {
  public:
-  Service(const ServiceSettings &settings, const MasterKey &master, Log &log, const ReadSettings &read_settings)
+  Service(const ServiceSettings &settings, Log &log, const ReadSettings &read_settings)
       : settings_(settings),
         log_(log),
         read_settings_(read_settings),
         ready_file_(settings.ready_file),
-        store_(settings.store, master, log),
+        store_(settings.store, *open_master_key({settings.store, settings.master_key}), log),
         server_(settings.server, store_, log) {
     if (settings.mirror_tls) replicator_ = std::make_unique<Replicator>(*settings.mirror_tls, store_, log);
     if (settings.watch)
@@ -146,11 +147,11 @@ class Service {
 
 }  // namespace
 
-void run_service(const ServiceSettings &settings, const MasterKey &master, Log &log, const Announce &announce,
+void run_service(const ServiceSettings &settings, Log &log, const Announce &announce,
                  const ReadSettings &read_settings) {
   // A reader of the log or of standard output that goes away must not take the server with it.
   std::signal(SIGPIPE, SIG_IGN);
-  Service(settings, master, log, read_settings).run(announce);
+  Service(settings, log, read_settings).run(announce);
 }
 
 }  // namespace veskd

@@ -7,8 +7,8 @@
 
 #include "veskd/log.h"
 #include "veskd/ready_file.h"
-#include "veskd/sealing.h"
 #include "veskd/server.h"
+#include "veskd/store_address.h"
 #include "veskd/tls.h"
 #include "veskd/watch.h"
 
@@ -16,7 +16,7 @@ namespace veskd {
 
 struct ServiceSettings {
   ServerOptions server;
-  std::filesystem::path store;
+  StoreAddress store;
   std::filesystem::path master_key;
   std::optional<TlsFiles> mirror_tls;  // none: changes wait for mirrors, and none is sent
   std::optional<WatchOptions> watch;   // none: nobody can watch the server
@@ -32,7 +32,7 @@ using ReadSettings = std::function<ServiceSettings()>;
 
 // Serves until SIGINT or SIGTERM. SIGHUP reads the settings again: new connections get new ones, those that run keep
 // theirs; settings that cannot be used change nothing. Throws StartError.
-void run_service(const ServiceSettings &settings, const MasterKey &master, Log &log, const Announce &announce,
+void run_service(const ServiceSettings &settings, Log &log, const Announce &announce,
                  const ReadSettings &read_settings);
 
 }  // namespace veskd

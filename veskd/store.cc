@@ -1,14 +1,9 @@
 #include "veskd/store.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <system_error>
+#include <iterator>
 
-#include "veskd/errors.h"
-#include "veskd/files.h"
 #include "veskd/schema.h"
 #include "veskd/transaction.h"
 
@@ -18,60 +13,51 @@ namespace {
 // Changes of one commit: enough to share the flush among all who wait, few enough that the first need not wait long.
 constexpr std::size_t kMaxChangesPerCommit = 256;
 
-// SQLite gives its journals the mode of the database file, so that file is made first.
-Database open_private(const std::filesystem::path &path) {
-  const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateMode));
-  if (!file.is_open())
-    throw StartError(
-        fmt::format("cannot open the key store {}: {}", path.string(), std::generic_category().message(errno)));
-  return Database(path);
-}
+// Of a transaction that another one undid.
+constexpr int kMaxAttempts = 5;
 
-void migrate(Database &database, const std::filesystem::path &path) {
-  std::int64_t version = store_version(database);
-  if (version < 0 || version > std::ssize(kMigrations))
-    throw StartError(
-        fmt::format("the key store {} has version {}, this veskd knows versions up to {}: use a newer veskd",
-                    path.string(), version, kMigrations.size()));
-  for (; version < std::ssize(kMigrations); ++version) database.execute(kMigrations[static_cast<std::size_t>(version)]);
-  database.execute(fmt::format("PRAGMA user_version = {}", version).c_str());
-}
-
-// Makes the store if there is none, brings one of an earlier version forward, and opens its keys.
-std::unique_ptr<StoreKeys> prepare_store(const std::filesystem::path &path, const MasterKey &master) {
+Database open_writer(const StoreAddress &address) {
   try {
-    Database database = open_private(path);
-    database.execute("PRAGMA journal_mode = WAL");
-    database.execute("PRAGMA synchronous = FULL");
+    return Database(address);
+  } catch (const DatabaseError &error) {
+    throw unusable(address, error);
+  }
+}
+
+// Makes the store if there is none, brings one of an earlier version forward, and opens its keys. In one transaction:
+// of servers that start on a new database at the same time, one makes it and the others find it.
+std::unique_ptr<StoreKeys> prepare_store(const StoreAddress &address, Database &database, const MasterKey &master) {
+  try {
     Transaction transaction(database);
-    migrate(database, path);
+    migrate(database, transaction.version(), address.name());
     auto keys = open_store_keys(database, master);
     if (!keys)
       throw StartError(
           fmt::format("the master key does not belong to the key store {}: restore the master key file that "
                       "was made with this store",
-                      path.string()));
+                      address.name()));
     transaction.commit();
     return keys;
   } catch (const DatabaseError &error) {
-    throw StartError(fmt::format("cannot use the key store {}: {}", path.string(), error.what()));
+    throw unusable(address, error);
   }
 }
 
 }  // namespace
 
-std::int64_t store_version(Database &database) {
-  Query query(database, "PRAGMA user_version");
-  return query.next() ? query.number(0) : 0;
+StartError unusable(const StoreAddress &store, const DatabaseError &error) {
+  return StartError(fmt::format("cannot use the key store {}: {}", store.name(), error.what()));
 }
 
-Store::Store(const std::filesystem::path &path, const MasterKey &master, const Log &log)
-    : path_(path),
+Store::Store(const StoreAddress &address, const MasterKey &master, const Log &log)
+    : Store(address, open_writer(address), master, log) {}
+
+Store::Store(const StoreAddress &address, Database database, const MasterKey &master, const Log &log)
+    : address_(address),
       log_(log),
-      keys_(prepare_store(path, master)),
+      keys_(prepare_store(address, database, master)),
       sealer_(*keys_->values),
-      writer_{Database(path), sealer_, keys_->audit} {
-  writer_.database.execute("PRAGMA synchronous = FULL");
+      writer_{std::move(database), sealer_, keys_->audit} {
   writer_thread_ = std::thread([this] { write_changes(); });
 }
 
@@ -93,9 +79,8 @@ std::unique_ptr<StoreConnection> Store::take_reader() {
       return reader;
     }
   }
-  auto reader = std::make_unique<StoreConnection>(Database(path_), sealer_, keys_->audit);
-  reader->database.execute("PRAGMA query_only = ON");
-  return reader;
+  return std::unique_ptr<StoreConnection>(
+      new StoreConnection{Database(address_, DatabaseUse::kReads), sealer_, keys_->audit});
 }
 
 void Store::give_back(std::unique_ptr<StoreConnection> connection) {
@@ -173,47 +158,76 @@ void Store::write_changes() {
   }
 }
 
-// When the commit fails, everything in it has failed, refusals included: they may rest on what was undone.
 void Store::commit(std::deque<Change> &changes) {
-  std::vector<bool> applied(changes.size(), false);
-  try {
-    Transaction transaction(writer_.database);
-    std::transform(changes.begin(), changes.end(), applied.begin(),
-                   [this](const Change &change) { return try_apply(change); });
-    transaction.commit();
-  } catch (const DatabaseError &error) {
-    log_.error(fmt::format("the key store could not be changed: {}", error.what()));
-    applied.assign(changes.size(), false);
-  }
-  for (std::size_t i = 0; i < changes.size(); ++i) changes[i].done(applied[i]);
+  const std::vector<ChangeOutcome> outcomes = make_durable(changes);
+  for (std::size_t i = 0; i < changes.size(); ++i) changes[i].done(outcomes[i]);
   const std::lock_guard lock(listener_mutex_);
   if (listener_) listener_();
 }
 
-bool Store::try_apply(const Change &change) {
-  Database &database = writer_.database;
-  const auto undo = [&] { database.execute("ROLLBACK TO change"); };
-  database.execute("SAVEPOINT change");
-  bool done = attempt([&] {
-    if (!change.apply(writer_)) undo();
-  });
-  if (!done) undo();
-  if (change.record && !attempt([&] { change.record(writer_); })) {
-    undo();
-    done = false;
+// When the commit fails, everything in it has failed, refusals included: they may rest on what was undone.
+std::vector<ChangeOutcome> Store::make_durable(const std::deque<Change> &changes) {
+  for (int attempt = 1;; ++attempt) {
+    try {
+      return try_commit(changes);
+    } catch (const OutcomeUnknown &error) {
+      log_.error(fmt::format("the key store was changed or not: {}", error.what()));
+      return std::vector(changes.size(), ChangeOutcome::kUnknown);
+    } catch (const TransactionUndone &error) {
+      log_.warning(fmt::format("a transaction of the key store was undone: {}", error.what()));
+      if (attempt == kMaxAttempts) return std::vector(changes.size(), ChangeOutcome::kFailed);
+    } catch (const DatabaseError &error) {
+      log_.error(fmt::format("the key store could not be changed: {}", error.what()));
+      return std::vector(changes.size(), ChangeOutcome::kFailed);
+    }
   }
-  database.execute("RELEASE change");
-  return done;
 }
 
-bool Store::attempt(const std::function<void()> &action) const {
+std::vector<ChangeOutcome> Store::try_commit(const std::deque<Change> &changes) {
+  Transaction transaction(writer_.database);
+  if (transaction.version() != std::ssize(kMigrations))
+    throw DatabaseError("another veskd brought it to another version; use that one");
+  std::vector<ChangeOutcome> outcomes;
+  for (const Change &change : changes) outcomes.push_back(try_apply(change));
+  transaction.commit();
+  return outcomes;
+}
+
+// What was applied and its record stand or fall together, also when the database tells only behind both that one of
+// them went wrong. The record of what was not applied stands by itself.
+ChangeOutcome Store::try_apply(const Change &change) {
+  bool applied = false;
+  const ChangeOutcome outcome = attempt([&](StoreConnection &store) {
+    applied = change.apply(store);
+    if (applied && change.record) change.record(store);
+    return applied;
+  });
+  if (applied || !change.record) return outcome;
+  const ChangeOutcome recorded = attempt([&](StoreConnection &store) {
+    change.record(store);
+    return true;
+  });
+  return recorded == ChangeOutcome::kDone ? outcome : recorded;
+}
+
+// Undoes what the action did when it returns false or throws. Throwing is a failure.
+ChangeOutcome Store::attempt(const std::function<bool(StoreConnection &)> &action) {
+  Database &database = writer_.database;
+  database.begin_change();
+  ChangeOutcome outcome = ChangeOutcome::kDone;
   try {
-    action();
+    if (action(writer_)) {
+      database.keep_change();
+      return outcome;
+    }
+  } catch (const TransactionUndone &) {
+    throw;
   } catch (const std::exception &error) {
     log_.error(fmt::format("a change of the key store failed: {}", error.what()));
-    return false;
+    outcome = ChangeOutcome::kFailed;
   }
-  return true;
+  database.undo_change();
+  return outcome;
 }
 
 }  // namespace veskd

@@ -1,13 +1,12 @@
-// The store of keys: one SQLite database, many readers, one writer.
+// The store of keys: one database, many readers, one writer.
 //
 // Making a change durable costs a flush to the disk, whatever the number of changes. So changes queue up for a single
-// writer, which takes all that wait, runs each in a savepoint of its own, and commits them together. A change is
-// reported done only when it is on the disk.
+// writer, which takes all that wait, makes each so that it can be undone by itself, and commits them together. A change
+// is reported done only when it is on the disk. Where several servers share the database, their writers take turns.
 #pragma once
 
 #include <condition_variable>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "veskd/database.h"
+#include "veskd/errors.h"
 #include "veskd/log.h"
 #include "veskd/sealing.h"
 #include "veskd/store_keys.h"
@@ -28,27 +28,37 @@ struct StoreConnection {
   const KeyValue &audit_key;
 };
 
+enum class ChangeOutcome {
+  kDone,     // as apply left it, and durable
+  kFailed,   // undone
+  kUnknown,  // the connection to the database was lost at the worst moment: durable or undone
+};
+
 struct Change {
-  // Runs on the writer's thread; false undoes what it did. So does throwing, and then the change has failed.
+  // Runs on the writer's thread; false undoes what it did. So does throwing, and then the change has failed. It may run
+  // again when the transaction around it was undone for another reason.
   std::function<bool(StoreConnection &)> apply;
-  // Called on the writer's thread once the change is durable or undone; false when it has failed.
-  std::function<void(bool durable)> done;
+  // Called on the writer's thread at the end.
+  std::function<void(ChangeOutcome)> done;
   // Runs behind apply, whatever became of that, and stays. When it throws, both are undone and the change has failed.
   // Empty when nothing is to be recorded.
   std::function<void(StoreConnection &)> record = {};
 };
 
-// The number of the migration that the store was brought to last.
-std::int64_t store_version(Database &database);
+// What to throw when the database of a store cannot be used.
+StartError unusable(const StoreAddress &store, const DatabaseError &error);
 
 class Store {
  public:
   // Opens the store, making it if there is none. Throws StartError when it cannot, and when the store was sealed under
   // another master key.
-  Store(const std::filesystem::path &path, const MasterKey &master, const Log &log);
+  Store(const StoreAddress &address, const MasterKey &master, const Log &log);
 
   // Changes that wait are made first.
   ~Store();
+
+  // Whether other servers may change the store too.
+  bool is_shared() const { return address_.is_shared(); }
 
   // Queues a change.
   void change(Change change);
@@ -105,15 +115,19 @@ class Store {
   };
 
  private:
+  Store(const StoreAddress &address, Database database, const MasterKey &master, const Log &log);
+
   std::unique_ptr<StoreConnection> take_reader();
   void give_back(std::unique_ptr<StoreConnection> connection);
 
   void write_changes();
   void commit(std::deque<Change> &changes);
-  bool try_apply(const Change &change);
-  bool attempt(const std::function<void()> &action) const;
+  std::vector<ChangeOutcome> make_durable(const std::deque<Change> &changes);
+  std::vector<ChangeOutcome> try_commit(const std::deque<Change> &changes);
+  ChangeOutcome try_apply(const Change &change);
+  ChangeOutcome attempt(const std::function<bool(StoreConnection &)> &action);
 
-  const std::filesystem::path path_;
+  const StoreAddress address_;
   const Log &log_;
   const std::unique_ptr<const StoreKeys> keys_;
   const Sealer sealer_;

@@ -31,6 +31,17 @@ Handle open_existing(const fs::path &path) {
   return handle;
 }
 
+fs::path file_of(const StoreFiles &files) {
+  return files.store.text();
+}
+
+// PostgreSQL has tools of its own, which know of its users and versions.
+void require_file(const StoreFiles &files, const char *tool) {
+  if (files.store.is_shared())
+    throw StartError(fmt::format("the key store {} is in PostgreSQL: use {} for it, and keep its master key {} apart",
+                                 files.store.name(), tool, files.master_key.string()));
+}
+
 // All pages in one step, which sees the database as it is at one moment and holds up no writer.
 void copy_database(const fs::path &from, const fs::path &to) {
   const Handle source = open_existing(from);
@@ -88,7 +99,7 @@ void require_free(const fs::path &path, bool replace) {
     throw StartError(fmt::format("{} is there already: --replace replaces it", path.string()));
 }
 
-// The directory's master key; that of the backup when the directory has none.
+// The store's master key; that of the backup when there is none.
 std::unique_ptr<MasterKey> future_master_key(const StoreFiles &files, const RestoreRequest &request) {
   if (fs::exists(files.master_key)) return MasterKey::read(files.master_key);
   if (request.master_key.empty())
@@ -114,25 +125,27 @@ void adapt(StoreFile &copy, const MasterKey &master, const RestoreRequest &reque
 }
 
 void make_restored_copy(const StoreFiles &copy, const MasterKey &master, const RestoreRequest &request) {
-  remove_journals_of(copy.store);
-  copy_database(request.from, copy.store);
+  remove_journals_of(file_of(copy));
+  copy_database(request.from, file_of(copy));
   bring_forward(copy);
   StoreFile store(copy);
   adapt(store, master, request);
-  check_copy(store, copy.store);
+  check_copy(store, file_of(copy));
 }
 
 }  // namespace
 
 void back_up(const BackupRequest &request) {
+  require_file(request.store, "pg_dump");
+  const fs::path original = file_of(request.store);
   require_free(request.to, request.replace);
-  if (fs::exists(request.to) && fs::equivalent(request.to, request.store.store))
+  if (fs::exists(request.to) && fs::equivalent(request.to, original))
     throw StartError(fmt::format("{} is the store itself", request.to.string()));
   StoreFile store(request.store);
   record(*store, "Backup", request.to);
   NewFile file(request.to, kPrivateMode);
   remove_journals_of(file.path());
-  copy_database(request.store.store, file.path());
+  copy_database(original, file.path());
   {
     StoreFile copy({file.path(), request.store.master_key});
     check_copy(copy, file.path());
@@ -142,16 +155,17 @@ void back_up(const BackupRequest &request) {
 }
 
 void restore(const RestoreRequest &request) {
+  const StoreFiles &files = request.store;
+  require_file(files, "pg_restore");
   if (!fs::exists(request.from)) throw StartError(fmt::format("there is no backup {}", request.from.string()));
-  const fs::path directory = make_directory(request.directory);
-  const Descriptor lock = lock_file(directory / "veskd.lock");
-  const StoreFiles files = store_files_in(directory);
-  require_free(files.store, request.replace);
+  make_directory(files.master_key.parent_path());
+  const Descriptor lock = lock_file(files.lock());
+  require_free(file_of(files), request.replace);
   const auto master = future_master_key(files, request);
-  NewFile file(files.store, kPrivateMode);
+  NewFile file(file_of(files), kPrivateMode);
   make_restored_copy({file.path(), request.master_key.empty() ? files.master_key : request.master_key}, *master,
                      request);
-  remove_journals_of(files.store);
+  remove_journals_of(file_of(files));
   file.replace();
 }
 

@@ -1,4 +1,4 @@
-// Copies of a store: taken while a server changes it, and put back in its place.
+// Copies of a store in a file: taken while a server changes it, and put back in its place.
 #pragma once
 
 #include <cstdint>
@@ -22,13 +22,13 @@ void back_up(const BackupRequest &request);
 
 struct RestoreRequest {
   std::filesystem::path from;
-  std::filesystem::path directory;
-  std::filesystem::path master_key;             // that the backup is sealed under; empty: the directory's own
+  StoreFiles store;
+  std::filesystem::path master_key;             // that the backup is sealed under; empty: the store's own
   std::optional<std::int64_t> skip_increments;  // of each template; none: all that were generated
   bool replace = false;                         // a store that is there already
 };
 
-// Makes the store of a directory that no server has, out of a backup. Throws StartError, or DatabaseError.
+// Makes a store that no server has out of a backup. Throws StartError, or DatabaseError.
 void restore(const RestoreRequest &request);
 
 }  // namespace veskd

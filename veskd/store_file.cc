@@ -12,15 +12,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Database open_existing(const fs::path &path) {
-  if (!fs::exists(path)) throw StartError(fmt::format("there is no key store {}", path.string()));
-  Database database(path);
-  const std::int64_t version = store_version(database);
+Database open_existing(const StoreAddress &store, DatabaseUse use) {
+  if (!store_exists(store)) throw StartError(fmt::format("there is no key store {}", store.name()));
+  Database database(store, use);
+  const std::int64_t version = database.version();
   if (version != std::ssize(kMigrations))
     throw StartError(
         fmt::format("the key store {} has version {}, this veskd works on version {}: start the server of "
                     "this veskd on it once, or use a newer veskd",
-                    path.string(), version, kMigrations.size()));
+                    store.name(), version, kMigrations.size()));
   return database;
 }
 
@@ -30,9 +30,18 @@ StoreFiles store_files_in(const fs::path &directory) {
   return {directory / "store.db", directory / "master.key"};
 }
 
-StoreFile::StoreFile(const StoreFiles &files) {
+bool store_exists(const StoreAddress &store) {
+  if (!store.is_shared()) return fs::exists(store.text());
   try {
-    Database database = open_existing(files.store);
+    return Database(store, DatabaseUse::kReads).version() > 0;
+  } catch (const DatabaseError &error) {
+    throw unusable(store, error);
+  }
+}
+
+StoreFile::StoreFile(const StoreFiles &files, DatabaseUse use) {
+  try {
+    Database database = open_existing(files.store, use);
     for (const fs::path &path : {files.master_key, files.next_master_key()}) {
       if (keys_ || !fs::exists(path)) continue;
       master_ = MasterKey::read(path);
@@ -42,11 +51,11 @@ StoreFile::StoreFile(const StoreFiles &files) {
       throw StartError(
           fmt::format("the master key {} does not belong to the key store {}: restore the master key file "
                       "that was made with this store",
-                      files.master_key.string(), files.store.string()));
+                      files.master_key.string(), files.store.name()));
     sealer_ = std::make_unique<Sealer>(*keys_->values);
     connection_.reset(new StoreConnection{std::move(database), *sealer_, keys_->audit});
   } catch (const DatabaseError &error) {
-    throw StartError(fmt::format("cannot use the key store {}: {}", files.store.string(), error.what()));
+    throw unusable(files.store, error);
   }
 }
 

@@ -55,8 +55,8 @@ bool has_collision(StoreConnection &store, const Template &family, std::int64_t 
   const std::string last = family.constant + increment_text(family.num_generated + count - 1);
   return Query(store.database,
                "SELECT 1 FROM (SELECT name FROM keys WHERE name BETWEEN ?1 AND ?2 "
-               "UNION ALL SELECT name FROM deleted_keys WHERE name BETWEEN ?1 AND ?2) "
-               "WHERE length(name) = length(?1) AND substr(name, ?3) NOT GLOB '*[^0-9A-F]*'",
+               "UNION ALL SELECT name FROM deleted_keys WHERE name BETWEEN ?1 AND ?2) AS taken "
+               "WHERE length(name) = length(?1) AND rtrim(substr(name, CAST(?3 AS INTEGER)), '0123456789ABCDEF') = ''",
                first, last, static_cast<std::int64_t>(kConstantLength + 1))
       .next();
 }

@@ -1,35 +1,50 @@
-// A transaction of the store that is rolled back unless it was committed.
+// Transactions of the store that end with their scope.
 #pragma once
 
 #include "veskd/database.h"
 
 namespace veskd {
 
+// Rolled back unless it was committed.
 class Transaction {
  public:
-  explicit Transaction(Database &database) : database_(database) { database_.execute("BEGIN IMMEDIATE"); }
+  explicit Transaction(Database &database) : database_(database) {
+    try {
+      version_ = database_.begin();
+    } catch (...) {
+      database_.rollback();
+      throw;
+    }
+  }
   ~Transaction() {
-    if (!committed_) try_rollback();
+    if (!committed_) database_.rollback();
   }
   Transaction(const Transaction &) = delete;
   Transaction &operator=(const Transaction &) = delete;
 
+  // Of the store's schema.
+  std::int64_t version() const { return version_; }
   void commit() {
-    database_.execute("COMMIT");
+    database_.commit();
     committed_ = true;
   }
 
  private:
-  // SQLite may have rolled back by itself, as it does when the disk is full.
-  void try_rollback() noexcept {
-    try {
-      database_.execute("ROLLBACK");
-    } catch (const DatabaseError &) {
-    }
-  }
-
   Database &database_;
+  std::int64_t version_ = 0;
   bool committed_ = false;
+};
+
+// Reading that sees the store as it is at one moment, whatever is changed meanwhile.
+class Snapshot {
+ public:
+  explicit Snapshot(Database &database) : database_(database) { database_.begin_snapshot(); }
+  ~Snapshot() { database_.rollback(); }
+  Snapshot(const Snapshot &) = delete;
+  Snapshot &operator=(const Snapshot &) = delete;
+
+ private:
+  Database &database_;
 };
 
 }  // namespace veskd

@@ -67,7 +67,7 @@ void WriteProbe::begin() {
                        Query(store.database, "UPDATE replication SET origin = origin").run();
                        return true;
                      },
-                 .done = [outcome](bool durable) { outcome->set_value(durable); }});
+                 .done = [outcome](ChangeOutcome known) { outcome->set_value(known == ChangeOutcome::kDone); }});
 }
 
 Watch::Watch(const WatchOptions &options, const ServerOptions &served, const Server &server, Store &store,

@@ -200,7 +200,7 @@ class Validation : public testing::Test {
     ASSERT_EQ(qCreateSymKey(server_.paths(), server_.host(), server_.port(), name, 'N'), 0);
   }
   // As someone who writes to the file would.
-  void tamper(const char *sql) const { Database(server_.directory() / "store.db").execute(sql); }
+  void tamper(const char *sql) const { Database(store_address(server_.directory())).execute(sql); }
 
   TestServer server_{[] {
     Limits limits;
@@ -217,7 +217,9 @@ TEST_F(Validation, FindsNothingInAGoodStore) {
 
 TEST_F(Validation, ListsKeysWhoseValueWasChangedMovedOrTakenAway) {
   for (const char *name : {"K1", "K2", "K3", "K4", "K5"}) create(name);
-  tamper("UPDATE instances SET sealed_value = zeroblob(60) WHERE key = (SELECT id FROM keys WHERE name = 'K1')");
+  tamper(
+      "UPDATE instances SET sealed_value = (SELECT sealed FROM store_keys WHERE purpose = 'values') "
+      "WHERE key = (SELECT id FROM keys WHERE name = 'K1')");
   tamper(
       "UPDATE instances SET sealed_value = (SELECT sealed_value FROM instances JOIN keys ON key = id "
       "WHERE name = 'K2') WHERE key = (SELECT id FROM keys WHERE name = 'K3')");

@@ -231,7 +231,9 @@ TEST_F(CertificateStore, ReplacesAPrivateKeyOnlyWhenTold) {
 
 // ---- At rest ----
 
-TEST_F(CertificateStore, HasNoPrivateKeyInItsFilesInClear) {
+using CertificateStoreInFiles = CertificateStore;
+
+TEST_F(CertificateStoreInFiles, HasNoPrivateKeyInClear) {
   ASSERT_EQ(import_private_key("P1", pem_of(rsa_key(1))), 0);
   ASSERT_EQ(import_certificate("P1", certificate), 0);
   BIGNUM *prime = nullptr;
@@ -254,7 +256,7 @@ TEST_F(CertificateStore, KeepsEntriesOverARestart) {
   ASSERT_EQ(import_certificate("P1", certificate), 0);
   server.stop();
   const auto master = MasterKey::read(server.directory() / "master.key");
-  Store store(server.directory() / "store.db", *master, Log(true));
+  Store store(store_address(server.directory()), *master, Log(true));
   Store::Reader reader(store);
   EXPECT_EQ(find_certificate(*reader, "P1"), certificate);
   const PrivateKeyPtr key = find_private_key(*reader, "P1");
@@ -266,12 +268,12 @@ TEST_F(CertificateStore, KeepsEntriesOverARestart) {
 TEST_F(CertificateStore, OpensNoEntryThatWasMovedOrChanged) {
   ASSERT_EQ(import_certificate("C1", certificate), 0);
   ASSERT_EQ(import_certificate("C2", pem_of(certificate_of(rsa_key(2)).get())), 0);
-  Database database(server.directory() / "store.db");
+  Database database(store_address(server.directory()));
   database.execute("UPDATE certificate_store SET sealed = (SELECT sealed FROM certificate_store WHERE name = 'C2')");
   std::string exported;
   EXPECT_EQ(export_certificate("C1", exported), RC_SERVER_FAILURE);
   EXPECT_EQ(export_certificate("C2", exported), 0);
-  database.execute("UPDATE certificate_store SET sealed = x'00'");
+  database.execute("UPDATE certificate_store SET sealed = (SELECT sealed FROM store_keys WHERE purpose = 'values')");
   EXPECT_EQ(export_certificate("C2", exported), RC_SERVER_FAILURE);
   EXPECT_EQ(import_private_key("C2", pem_of(rsa_key(2))), RC_SERVER_FAILURE);
 }
@@ -285,12 +287,13 @@ Limits pages_of(std::size_t bytes) {
 }
 
 void insert(const TestServer &server, const char *kind, int count) {
-  Database database(server.directory() / "store.db");
-  Query(database,
-        "WITH RECURSIVE numbers(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < ?1) "
-        "INSERT INTO certificate_store SELECT ?2, printf('name %05d', n), x'' FROM numbers",
-        static_cast<std::int64_t>(count), std::string_view(kind))
-      .run();
+  Database database(store_address(server.directory()));
+  database.begin();
+  for (int i = 1; i <= count; ++i)
+    Query(database, "INSERT INTO certificate_store VALUES (?1, ?2, ?3)", std::string_view(kind),
+          fmt::format("name {:05}", i), std::span<const std::uint8_t>())
+        .run();
+  database.commit();
 }
 
 TEST(CertificateLists, AreOnePageWithoutEntriesWhenThereIsNothing) {

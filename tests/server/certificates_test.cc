@@ -11,6 +11,7 @@
 #include "tests/server/test_server.h"
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
+#include "veskd/master_key_rotation.h"
 
 namespace veskd::test {
 namespace {
@@ -44,7 +45,10 @@ constexpr time_t kDay = 86400;
 
 class DevDirectory : public testing::Test {
  protected:
-  void open(const std::vector<std::string> &names = {}) { DevEnvironment environment(path, names, kLog); }
+  void open(const std::vector<std::string> &names = {}) {
+    const DevEnvironment environment(path, names, kLog);
+    open_master_key(environment.store_files());
+  }
   std::string content(const char *name) { return read_file(path / name); }
 
   TemporaryDirectory directory;

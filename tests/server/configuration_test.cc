@@ -158,27 +158,28 @@ TEST_F(Configuration, SaysWhatIsWrong) {
 TEST_F(Configuration, SaysWhatIsMissing) {
   laboratory.write("veskd.toml", "[listen]\naddress = 'here'\n");
   EXPECT_EQ(mistakes(), line(1) + "tls: is missing\n" + line(1) + "store: is missing\n" + line(1) +
-                            "listen.port: is missing\n" + line(2) + "listen.address: 'here' is no numeric address");
+                            "master_key: is missing\n" + line(1) + "listen.port: is missing\n" + line(2) +
+                            "listen.address: 'here' is no numeric address");
 }
 
 TEST_F(Configuration, SaysWhichFileCannotBeUsed) {
   fs::permissions(laboratory / "server-key.pem", fs::perms::group_read, fs::perm_options::add);
-  EXPECT_THAT(mistakes(), HasSubstr(line(6) + "tls.private_key: others than its owner may read"));
+  EXPECT_THAT(mistakes(), HasSubstr(line(9) + "tls.private_key: others than its owner may read"));
   fs::remove(laboratory / "server-key.pem");
-  EXPECT_THAT(mistakes(), HasSubstr(line(6) + "tls.private_key: cannot open"));
+  EXPECT_THAT(mistakes(), HasSubstr(line(9) + "tls.private_key: cannot open"));
   fs::copy_file(laboratory / "client-key.pem", laboratory / "server-key.pem");
-  EXPECT_THAT(mistakes(), HasSubstr(line(6) + "tls.private_key: cannot use the server key"));
+  EXPECT_THAT(mistakes(), HasSubstr(line(9) + "tls.private_key: cannot use the server key"));
   laboratory.write("server.pem", "no certificate");
-  EXPECT_THAT(mistakes(), HasSubstr(line(5) + "tls.certificate: cannot use the server certificate"));
+  EXPECT_THAT(mistakes(), HasSubstr(line(8) + "tls.certificate: cannot use the server certificate"));
   laboratory.write("authority.pem", "no certificate");
-  EXPECT_THAT(mistakes(), HasSubstr(line(7) + "tls.client_authority: cannot use the trusted authority"));
+  EXPECT_THAT(mistakes(), HasSubstr(line(10) + "tls.client_authority: cannot use the trusted authority"));
 }
 
 TEST_F(Configuration, AMasterKeyIsMissedOnlyWhenThereIsAStore) {
   fs::remove(laboratory / "master.key");
   EXPECT_EQ(mistakes(), "no error");
   laboratory.write("store.db", "");
-  EXPECT_THAT(mistakes(), HasSubstr(line(10) + "store.master_key: cannot"));
+  EXPECT_THAT(mistakes(), HasSubstr(line(4) + "master_key: cannot"));
 }
 
 TEST_F(Configuration, ADirectoryIsWhereRelativePathsBegin) {

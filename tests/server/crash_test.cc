@@ -7,15 +7,14 @@
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "orn/support.h"
 #include "orn/vesk.h"
+#include "tests/server/ledger.h"
 #include "tests/server/program.h"
 #include "tests/server/test_server.h"
 
@@ -24,55 +23,11 @@ namespace {
 
 using testing::Contains;
 
-constexpr const char *kConstant = "CONSTANT_000015";
 constexpr const char *kCreated = "CREATED_";
 constexpr std::uint32_t kNumKeys = 20000;
 constexpr std::size_t kNumClients = 64;
 constexpr std::size_t kNumCreators = 16;
 constexpr std::size_t kKillAfter = 300;  // keys received or created
-
-struct DrawnKey {
-  std::string name;
-  std::string value;
-};
-
-// The keys that all clients received, by increment, and the names of those that they created.
-class Ledger {
- public:
-  // False when the increment was drawn before.
-  bool add(std::uint32_t increment, DrawnKey key) {
-    const std::lock_guard lock(mutex_);
-    return keys_.emplace(increment, std::move(key)).second;
-  }
-  void add_created(std::string name) {
-    const std::lock_guard lock(mutex_);
-    created_.push_back(std::move(name));
-  }
-  std::size_t size() const {
-    const std::lock_guard lock(mutex_);
-    return keys_.size() + created_.size();
-  }
-  // When no client runs.
-  const std::map<std::uint32_t, DrawnKey> &keys() const { return keys_; }
-  const std::vector<std::string> &created() const { return created_; }
-
- private:
-  mutable std::mutex mutex_;
-  std::map<std::uint32_t, DrawnKey> keys_;
-  std::vector<std::string> created_;
-};
-
-// Draws one key. Returns the call's status; what was received goes to the ledger.
-int draw(const CertificatePaths &paths, std::uint16_t port, Ledger &ledger) {
-  char name[41] = {};
-  unsigned char value[32] = {};
-  std::uint32_t increment = 0;
-  const int status = qGetNextKey(&paths, "127.0.0.1", port, kConstant, name, value, &increment);
-  if (status == 0) {
-    EXPECT_TRUE(ledger.add(increment, {name, std::string(std::begin(value), std::end(value))})) << increment;
-  }
-  return status;
-}
 
 int create(const CertificatePaths &paths, std::uint16_t port, const std::string &name, Ledger &ledger) {
   const int status = qCreateSymKey(&paths, "127.0.0.1", port, name.c_str(), 'N');
@@ -120,7 +75,7 @@ TEST(Crash, NoIncrementIsServedTwiceAndNoAcknowledgedKeyIsLost) {
   {
     DevServer server(directory.path());
     const CertificatePaths paths = client_paths(directory.path());
-    ASSERT_EQ(qAutoGenKeys(&paths, "127.0.0.1", server.port(), kConstant, 'i', kNumKeys), 0);
+    ASSERT_EQ(qAutoGenKeys(&paths, "127.0.0.1", server.port(), kLedgerConstant, 'i', kNumKeys), 0);
     ASSERT_EQ(server.stop(), 0);
   }
   const CertificatePaths paths = client_paths(directory.path());
@@ -133,14 +88,10 @@ TEST(Crash, NoIncrementIsServedTwiceAndNoAcknowledgedKeyIsLost) {
   for (int i = 0; i < 10; ++i) ASSERT_EQ(draw(paths, server.port(), ledger), 0);
   // An increment that was moved past without being received was under way to a client when the server was killed.
   std::uint32_t size = 0, sequence = 0;
-  ASSERT_EQ(qGetTemplateDepth(&paths, "127.0.0.1", server.port(), kConstant, &size, &sequence), 0);
+  ASSERT_EQ(qGetTemplateDepth(&paths, "127.0.0.1", server.port(), kLedgerConstant, &size, &sequence), 0);
   EXPECT_GE(sequence, ledger.keys().size());
   EXPECT_LE(sequence, ledger.keys().size() + kNumKills * kNumClients);
-  for (const auto &[increment, key] : ledger.keys()) {
-    KeyRecord record{};
-    ASSERT_EQ(qRetrieveKey(&paths, "127.0.0.1", server.port(), key.name.c_str(), "", &record), 0) << key.name;
-    ASSERT_EQ(std::string(record.caKeyValue, 32), key.value) << key.name;
-  }
+  expect_kept(paths, server.port(), ledger);
   const std::vector<std::string> names = created_names(paths, server.port());
   EXPECT_FALSE(ledger.created().empty());
   for (const std::string &name : ledger.created()) ASSERT_THAT(names, Contains(name));

@@ -37,18 +37,6 @@ int create(const TestServer &server, const std::string &name) {
   return qCreateSymKey(server.paths(), server.host(), server.port(), name.c_str(), 'N');
 }
 
-// Keys without values: enough of them to be listed.
-void insert_keys(const TestServer &server, int count) {
-  Database database(server.directory() / "store.db");
-  Query(database,
-        "WITH RECURSIVE numbers(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < ?1) "
-        "INSERT INTO keys (name, current_instance, size_bits, creation_date, activation_date, expiration_date, "
-        "rollover_code, rollover_days, deletable, mirror, user_group_flag, user_name, group_name) "
-        "SELECT printf('INSERTED_______%06X', n), '', 256, '', '', '', 'N', '0000', 'Y', 'N', '1', '', '' FROM numbers",
-        static_cast<std::int64_t>(count))
-      .run();
-}
-
 struct Listing {
   int status = 0;
   std::vector<std::string> names;
@@ -117,7 +105,7 @@ TEST(KeyNameList, KnowsItsLastPageWhenThatIsFull) {
 
 TEST(KeyNameList, HasPagesThatFitTheClientsBuffer) {
   TestServer server;
-  insert_keys(server, 410);
+  insert_keys(store_address(server.directory()), 410);
   const std::string list = ask(server, kNames);
   EXPECT_EQ(list.substr(0, 19), "0001410370000Y16360");
   EXPECT_EQ(list.substr(19 + 16360, 19), "0001410370000N00040");
@@ -126,7 +114,7 @@ TEST(KeyNameList, HasPagesThatFitTheClientsBuffer) {
 // However large the pages may be, their size has five digits.
 TEST(KeyNameList, HasPagesThatItsCountCanTell) {
   TestServer server(pages_of(10'000'000));
-  insert_keys(server, 2500);
+  insert_keys(store_address(server.directory()), 2500);
   const std::string list = ask(server, kNames);
   EXPECT_EQ(list.substr(0, 19), "0001410370000Y99960");
   EXPECT_EQ(list.substr(19 + 99960), "0001410370000N00040" + padded("INSERTED_______0009C4", 40));
@@ -177,7 +165,7 @@ TEST(MetadataList, ComesInPagesOfWholeRecords) {
 TEST(MetadataList, HasPagesThatItsSizeCanTell) {
   for (const auto &[bytes, size] : {std::pair(std::size_t{16384}, "16073"), {std::size_t{10'000'000}, "98885"}}) {
     TestServer server(pages_of(bytes));
-    insert_keys(server, 81);
+    insert_keys(store_address(server.directory()), 81);
     EXPECT_EQ(ask(server, kAllMetadata).substr(0, 19), "0001410530000Y" + std::string(size));
     const Listing listing = find_by_first_field(server, "");
     EXPECT_EQ(listing.status, 0);
@@ -187,9 +175,9 @@ TEST(MetadataList, HasPagesThatItsSizeCanTell) {
 
 TEST(MetadataList, FindsWhatIsFarApart) {
   TestServer server(pages_of(1));
-  insert_keys(server, 50000);
+  insert_keys(store_address(server.directory()), 10000);
   EXPECT_THAT(find_by_first_field(server, "text").names, IsEmpty());
-  const char *const names[] = {"INSERTED_______000001", "INSERTED_______006000", "INSERTED_______00C350"};
+  const char *const names[] = {"INSERTED_______000001", "INSERTED_______001000", "INSERTED_______002710"};
   for (const char *name : names) ASSERT_EQ(set_first_field(server, name, "text"), 0);
   const Listing listing = find_by_first_field(server, "text");
   EXPECT_EQ(listing.status, 0);
@@ -203,7 +191,7 @@ TEST(MetadataList, FindsWhatIsFarApart) {
 // other.
 TEST(List, TellsTheStoreAsItWasWhenItBegan) {
   TestServer server(pages_of(400));
-  insert_keys(server, 20000);
+  insert_keys(store_address(server.directory()), 20000);
   const auto token = [](int turn) { return fmt::format("{}{:08}", turn % 2 == 0 ? 'A' : 'Z', turn); };
   ASSERT_EQ(create(server, token(0)), 0);
   std::atomic<int> turn = 0;
@@ -267,12 +255,12 @@ TEST(List, IsNotHeldForeverByAPeerThatDoesNotRead) {
     limits.reply = row.reply;
     limits.list = row.list;
     TestServer server(limits);
-    insert_keys(server, 400000);  // more than the buffers between the two hold
+    insert_keys(store_address(server.directory()), 13000);  // more than the buffers between the two hold
     std::vector<std::unique_ptr<Store::ListReader>> taken;
     while (taken.size() + 1 < Store::kMaxLists) taken.push_back(Store::ListReader::take(server.store()));
     RawConnection connection(server.port());
     ASSERT_TRUE(connection.handshake(raw_options(server.directory())));
-    connection.send(kNames);
+    connection.send(kAllMetadata);
     ASSERT_GT(connection.receive_some(), 0U);  // the list has begun
     EXPECT_EQ(Store::ListReader::take(server.store()), nullptr);
     EXPECT_TRUE(eventually([&] { return Store::ListReader::take(server.store()) != nullptr; }));
@@ -284,7 +272,7 @@ TEST(List, IsNotHeldForeverByAPeerThatDoesNotRead) {
 
 TEST(List, OfManyClientsAtOnceIsWholeForEach) {
   TestServer server(pages_of(400));
-  insert_keys(server, 3000);
+  insert_keys(store_address(server.directory()), 3000);
   std::vector<std::thread> clients;
   for (int i = 0; i < 8; ++i) {
     clients.emplace_back([&, i] {
@@ -300,7 +288,7 @@ TEST(List, OfManyClientsAtOnceIsWholeForEach) {
 
 TEST(List, EndsWithTheServersReturnCodeWhenTheStoreFails) {
   TestServer server;
-  Database(server.directory() / "store.db").execute("ALTER TABLE keys RENAME COLUMN name TO lost");
+  Database(store_address(server.directory())).execute("ALTER TABLE keys RENAME COLUMN name TO lost");
   EXPECT_EQ(list_names(server).status, RC_SERVER_FAILURE);
   EXPECT_EQ(find_by_first_field(server, "").status, RC_SERVER_FAILURE);
   EXPECT_EQ(server.ping(), 0);

@@ -1,5 +1,6 @@
 #include "tests/server/laboratory.h"
 
+#include <fmt/format.h>
 #include <signal.h>
 
 #include <fstream>
@@ -10,16 +11,16 @@ namespace veskd::test {
 namespace {
 
 constexpr const char *kEveryServer =
+    "directory = '.'\n"
     "ready_file = 'ready.json'\n"
+    "store = '{}'\n"
+    "master_key = 'master.key'\n"
     "[listen]\n"
     "port = 0\n"
     "[tls]\n"
     "certificate = 'server.pem'\n"
     "private_key = 'server-key.pem'\n"
-    "client_authority = 'authority.pem'\n"
-    "[store]\n"
-    "location = 'store.db'\n"
-    "master_key = 'master.key'\n";
+    "client_authority = 'authority.pem'\n";
 
 }  // namespace
 
@@ -30,7 +31,9 @@ Laboratory::Laboratory() {
 }
 
 void Laboratory::configure(const std::string &sections, const std::string &roles) {
-  write("veskd.toml", kEveryServer + sections + roles);
+  const StoreAddress store = store_address(path());
+  const std::string location = store.is_shared() ? store.text() : "store.db";
+  write("veskd.toml", fmt::format(kEveryServer, location) + sections + roles);
 }
 
 void Laboratory::write(const std::string &name, const std::string &content) const {

@@ -83,7 +83,7 @@ void add_key_named(const StoreFiles &files, const std::string &name) {
 class Backup : public testing::Test {
  protected:
   BackupRequest backup_request() const { return {stored.files, backup, key, false}; }
-  RestoreRequest restore_request() const { return {backup, other / "keys", key, std::nullopt, false}; }
+  RestoreRequest restore_request() const { return {backup, restored, key, std::nullopt, false}; }
 
   StoreOfKeys stored;
   TemporaryDirectory other;
@@ -98,7 +98,7 @@ TEST_F(Backup, IsOnePrivateFileThatMakesTheStoreAgain) {
   EXPECT_EQ(mode_of(key), 0600u);
   restore(restore_request());
   EXPECT_EQ(stored_value(restored, "K1"), stored_value(stored.files, "K1"));
-  EXPECT_EQ(mode_of(restored.store), 0600u);
+  EXPECT_EQ(mode_of(restored.store.text()), 0600u);
   EXPECT_EQ(num_audit_faults(restored), 0u);
   std::set<std::string> names;
   for (const auto &entry : fs::directory_iterator(other.path())) names.insert(entry.path().filename());
@@ -122,7 +122,7 @@ TEST_F(Backup, ReplacesNothingUnasked) {
   BackupRequest request = backup_request();
   request.replace = true;
   back_up(request);
-  request.to = stored.files.store;
+  request.to = stored.files.store.text();
   EXPECT_THAT(start_error([&] { back_up(request); }), HasSubstr("is the store itself"));
   restore(restore_request());
   EXPECT_THAT(start_error([&] { restore(restore_request()); }), HasSubstr("is there already"));
@@ -152,7 +152,7 @@ TEST_F(Backup, IsRefusedUnderAMasterKeyThatIsNotItsOwn) {
   request.master_key = other / "other.key";
   MasterKey::create(request.master_key);
   EXPECT_THAT(start_error([&] { restore(request); }), HasSubstr("the master key does not belong"));
-  EXPECT_FALSE(fs::exists(restored.store));
+  EXPECT_FALSE(fs::exists(restored.store.text()));
 }
 
 // What was served since the backup was made is not known to it.
@@ -317,8 +317,8 @@ TEST_F(BesideAServer, ABackupIsOfOneMoment) {
   back_up({files, other / "backup", {}, false});
   done = true;
   client.join();
-  restore({other / "backup", other / "keys", files.master_key, 0, false});
   const StoreFiles restored = store_files_in(other / "keys");
+  restore({other / "backup", restored, files.master_key, 0, false});
   int num_restored = 0;
   while (!stored_value(restored, "K" + std::to_string(num_restored)).empty()) ++num_restored;
   EXPECT_GE(num_restored, num_before);
@@ -330,7 +330,7 @@ TEST_F(BesideAServer, ABackupIsOfOneMoment) {
 TEST_F(BesideAServer, ItsStoreIsNotReplaced) {
   back_up({files, other / "backup", {}, false});
   EXPECT_THAT(start_error([&] {
-                restore({other / "backup", server.directory(), {}, 0, true});
+                restore({other / "backup", files, {}, 0, true});
               }),
               HasSubstr("another veskd serves the directory"));
   EXPECT_THAT(start_error([&] { rotate_all_keys(files); }), HasSubstr("another veskd serves the directory"));

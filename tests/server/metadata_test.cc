@@ -137,7 +137,7 @@ TEST_F(Metadata, GoesWithItsKey) {
   create("K2", {"text"});
   ASSERT_EQ(qDeleteKey(server.paths(), server.host(), server.port(), "K1"), 0);
   EXPECT_THAT(find({{1, {"text", kEqual}}}), ElementsAre("K2"));
-  Database database(server.directory() / "store.db");
+  Database database(store_address(server.directory()));
   veskd::Query count(database, "SELECT count(*) FROM metadata");
   ASSERT_TRUE(count.next());
   EXPECT_EQ(count.number(0), 1);
@@ -228,15 +228,16 @@ TEST(MetadataStore, OfAnEarlierVersionIsBroughtForward) {
   const Log log(true);
   const auto master = MasterKey::create(directory / "master.key");
   {
-    Database database(directory / "store.db");
-    database.execute(kMigrations[0]);
-    database.execute("PRAGMA user_version = 1");
+    Database database(store_address(directory.path()));
+    database.begin();
+    database.migrate(kMigrations[0], 1);
+    database.commit();
     database.execute(
         "INSERT INTO keys (name, current_instance, size_bits, creation_date, activation_date, expiration_date, "
         "rollover_code, rollover_days, deletable, mirror, user_group_flag, user_name, group_name) "
         "VALUES ('K1', '', 256, '', '', '', 'N', '0000', 'Y', 'N', '1', '', '')");
   }
-  Store store(directory / "store.db", *master, log);
+  Store store(store_address(directory.path()), *master, log);
   Store::Reader reader(store);
   EXPECT_EQ(read_metadata(*reader, find_key(*reader, "K1").value()), "");
 }

@@ -17,7 +17,13 @@ namespace veskd::test {
 using namespace std::chrono_literals;
 
 ReplicationTimes short_times() {
-  return {.first_retry = 2ms, .longest_retry = 20ms, .exchange = 5s, .compare_every = 60s, .compare_pause = 20ms};
+  return {.first_retry = 2ms,
+          .longest_retry = 20ms,
+          .exchange = 5s,
+          .compare_every = 60s,
+          .compare_pause = 20ms,
+          .look_every = 20ms,
+          .lease = 500ms};
 }
 
 namespace {
@@ -36,7 +42,7 @@ ServerOptions options_for(const DevEnvironment &environment, std::uint16_t port)
 
 MirrorServer::Running::Running(MirrorServer &owner)
     : environment(owner.directory(), {}, owner.log_, owner.authority_from_),
-      store(environment.store_path(), environment.master_key(), owner.log_),
+      store(store_address(environment.directory()), *master_key_in(environment.directory()), owner.log_),
       server(options_for(environment, owner.port_), store, owner.log_),
       replicator(environment.mirror_tls_files(), store, owner.log_, owner.times_),
       thread([this] { server.run(); }) {}
@@ -68,8 +74,8 @@ void MirrorServer::start() {
 }
 
 void MirrorServer::lose_store() {
-  for (const char *name : {"store.db", "store.db-wal", "store.db-shm", "master.key"})
-    std::filesystem::remove(directory() / name);
+  test::lose_store(directory());
+  std::filesystem::remove(directory() / "master.key");
 }
 
 void MirrorServer::create_mirror_key(const std::string &name) const {

@@ -1,4 +1,5 @@
 // The operations as callers of libvesk see them.
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -141,7 +142,7 @@ TEST_F(Operations, ADeletedKeyIsGoneAndItsNameStaysTaken) {
 TEST_F(Operations, ADeletionIsRecordedWithItsAuthor) {
   ASSERT_EQ(create("K1"), 0);
   ASSERT_EQ(remove("K1"), 0);
-  Database database(server.directory() / "store.db");
+  Database database(store_address(server.directory()));
   Query query(database, "SELECT name, deletion_time, deleted_by FROM deleted_keys");
   ASSERT_TRUE(query.next());
   EXPECT_EQ(query.text(0), "K1");
@@ -232,7 +233,7 @@ TEST_F(Operations, ABatchOfTheMostThatACallCanAskForIsMade) {
 
 TEST_F(Operations, NoMoreIncrementsThanSixDigitsCount) {
   ASSERT_EQ(generate(kConstant, 'i', 1), 0);
-  Database(server.directory() / "store.db").execute("UPDATE templates SET num_generated = 16777215");
+  Database(store_address(server.directory())).execute("UPDATE templates SET num_generated = 16777215");
   EXPECT_EQ(generate(kConstant, 'a', 2), RC_TEMPLATE_FULL);
   ASSERT_EQ(generate(kConstant, 'a', 1), 0);
   EXPECT_EQ(generate(kConstant, 'a', 1), RC_TEMPLATE_FULL);
@@ -314,11 +315,12 @@ TEST_F(Operations, TheTemplatesAreListedInOrder) {
 }
 
 TEST_F(Operations, MoreTemplatesThanAPageHoldsAreAllListed) {
-  Database(server.directory() / "store.db")
-      .execute(
-          "WITH RECURSIVE numbers(n) AS (SELECT 0 UNION ALL SELECT n + 1 FROM numbers WHERE n < 999) "
-          "INSERT INTO templates (constant, num_generated, next_increment, first_unserved) "
-          "SELECT printf('CONSTANT_%06d', n), 1, 0, 0 FROM numbers");
+  Database database(store_address(server.directory()));
+  for (int i = 0; i < 1000; ++i)
+    Query(database,
+          "INSERT INTO templates (constant, num_generated, next_increment, first_unserved) VALUES (?1, 1, 0, 0)",
+          fmt::format("CONSTANT_{:06}", i))
+        .run();
   const std::vector<std::string> all = constants();
   ASSERT_EQ(all.size(), 1000u);
   EXPECT_EQ(all.front(), "CONSTANT_000000");
@@ -329,19 +331,18 @@ TEST_F(Operations, MoreTemplatesThanAPageHoldsAreAllListed) {
 // ---- What the store cannot do ----
 
 TEST_F(Operations, AChangeThatFailsInTheMiddleLeavesNothing) {
-  Database database(server.directory() / "store.db");
-  database.execute(
-      "CREATE TRIGGER broken BEFORE INSERT ON keys WHEN NEW.increment = 5 BEGIN SELECT RAISE(ABORT, 'broken'); END");
+  Database database(store_address(server.directory()));
+  database.execute("CREATE UNIQUE INDEX broken ON keys ((CASE WHEN increment = 5 THEN 4 ELSE increment END))");
   EXPECT_EQ(generate(kConstant, 'i', 10), RC_SERVER_FAILURE);
   EXPECT_EQ(depth(), RC_TEMPLATE_UNKNOWN);
-  database.execute("DROP TRIGGER broken");
+  database.execute("DROP INDEX broken");
   EXPECT_EQ(generate(kConstant, 'i', 10), 0);
 }
 
 TEST_F(Operations, AStoredValueThatWasTamperedWithIsNotServed) {
   ASSERT_EQ(create("K1"), 0);
   ASSERT_EQ(create("K2"), 0);
-  Database database(server.directory() / "store.db");
+  Database database(store_address(server.directory()));
   database.execute(
       "UPDATE instances SET sealed_value = (SELECT sealed_value FROM instances JOIN keys ON key = id WHERE name = "
       "'K2') "
@@ -355,9 +356,9 @@ TEST_F(Operations, AStoredValueThatWasTamperedWithIsNotServed) {
 
 TEST_F(Operations, ADamagedKeyStopsItsTemplateUntilItIsPassedOver) {
   ASSERT_EQ(generate(kConstant, 'i', 2), 0);
-  Database(server.directory() / "store.db")
+  Database(store_address(server.directory()))
       .execute(
-          "UPDATE instances SET sealed_value = zeroblob(60) "
+          "UPDATE instances SET sealed_value = (SELECT sealed FROM store_keys WHERE purpose = 'values') "
           "WHERE key = (SELECT id FROM keys WHERE name = 'CONSTANT_000015000000')");
   EXPECT_EQ(next(), RC_SERVER_FAILURE);
   EXPECT_EQ(next(), RC_SERVER_FAILURE);

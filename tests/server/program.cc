@@ -11,6 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "tests/server/test_server.h"
+
 namespace veskd::test {
 
 Program::Program(const std::vector<std::string> &arguments, unsigned max_descriptors) {
@@ -76,11 +78,19 @@ std::string Program::errors() {
   return text;
 }
 
+std::vector<std::string> dev_arguments(const std::filesystem::path &directory) {
+  const StoreAddress store = store_address(directory);
+  if (store.is_shared()) return dev_arguments(directory, store);
+  return {"dev", "--dir", directory.string()};
+}
+
+std::vector<std::string> dev_arguments(const std::filesystem::path &directory, const StoreAddress &store) {
+  return {"dev", "--dir", directory.string(), "--store", store.text()};
+}
+
 namespace {
 
-std::vector<std::string> dev_arguments(const std::filesystem::path &directory,
-                                       const std::vector<std::string> &options) {
-  std::vector<std::string> arguments = {"dev", "--dir", directory.string()};
+std::vector<std::string> with_options(std::vector<std::string> arguments, const std::vector<std::string> &options) {
   arguments.insert(arguments.end(), options.begin(), options.end());
   return arguments;
 }
@@ -89,9 +99,17 @@ std::vector<std::string> dev_arguments(const std::filesystem::path &directory,
 
 DevServer::DevServer(const std::filesystem::path &directory, unsigned max_descriptors,
                      const std::vector<std::string> &options)
-    : program_(dev_arguments(directory, options), max_descriptors),
+    : DevServer(directory, with_options(dev_arguments(directory), options), max_descriptors) {}
+
+DevServer::DevServer(const std::filesystem::path &directory, const StoreAddress &store)
+    : DevServer(directory, dev_arguments(directory, store), 0) {}
+
+DevServer::DevServer(const std::filesystem::path &directory, const std::vector<std::string> &arguments,
+                     unsigned max_descriptors)
+    : program_(arguments, max_descriptors),
       banner_(program_.read_line()),
-      next_command_(program_.read_line()) {
+      next_command_(program_.read_line()),
+      context_command_(program_.read_line()) {
   std::ifstream ready(directory / "ready.json");
   if (!ready) throw std::runtime_error("veskd did not start: " + (program_.wait(), program_.errors()));
   port_ = nlohmann::json::parse(ready).at("port");

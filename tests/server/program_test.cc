@@ -46,6 +46,8 @@ TEST_F(DevCommand, TellsWhatItServesAndWhatToTypeNext) {
   EXPECT_EQ(server.banner(), "veskd serves the keys of " + path.string() + " on 127.0.0.1 port " + port);
   EXPECT_EQ(server.next_command(),
             "vesk --host 127.0.0.1 --port " + port + " --certificates " + path.string() + " ping");
+  EXPECT_EQ(server.context_command(),
+            "vesk context add dev --host 127.0.0.1 --port " + port + " --certificates " + path.string() + " --use");
   EXPECT_EQ(ping(server), 0);
 }
 
@@ -115,9 +117,10 @@ TEST_F(DevCommand, RefusesAMasterKeyOfAnotherStore) {
   { EXPECT_EQ(DevServer(path).stop(), 0); }
   { EXPECT_EQ(DevServer(directory / "other").stop(), 0); }
   fs::copy_file(directory / "other" / "master.key", path / "master.key", fs::copy_options::overwrite_existing);
-  Program program({"dev", "--dir", path.string()});
+  Program program(dev_arguments(path));
   EXPECT_EQ(program.wait(), 1);
-  EXPECT_THAT(program.errors(), HasSubstr("the master key does not belong to the key store " + path.string()));
+  EXPECT_THAT(program.errors(),
+              HasSubstr("the master key does not belong to the key store " + store_address(path).name()));
 }
 
 TEST_F(DevCommand, NamesTheFileThatIsMissing) {

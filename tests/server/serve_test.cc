@@ -126,7 +126,7 @@ TEST_F(Serve, KeepsItsSettingsWhenTheNewOnesCannotBeUsed) {
   fs::remove(laboratory / "server.pem");
   laboratory.configure("");
   ASSERT_TRUE(server.reload(kNotReloaded));
-  EXPECT_TRUE(server.has_logged(":5: tls.certificate: cannot open"));
+  EXPECT_TRUE(server.has_logged(":8: tls.certificate: cannot open"));
   EXPECT_EQ(server.ping(), 0);
 }
 

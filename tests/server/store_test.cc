@@ -27,9 +27,9 @@ void write_text(const std::filesystem::path &path, const std::string &text, std:
 
 // Runs a change and waits for its outcome.
 bool change(Store &store, const std::function<bool(StoreConnection &)> &apply) {
-  std::promise<bool> outcome;
-  store.change({apply, [&](bool durable) { outcome.set_value(durable); }});
-  return outcome.get_future().get();
+  std::promise<ChangeOutcome> outcome;
+  store.change({apply, [&](ChangeOutcome known) { outcome.set_value(known); }});
+  return outcome.get_future().get() == ChangeOutcome::kDone;
 }
 
 std::array<std::uint8_t, kKeyBytes> value_of(Store &store, const std::string &name) {
@@ -107,7 +107,8 @@ TEST_F(Sealing, AMasterKeyFileThatIsNoneIsRefused) {
   for (const std::string &text :
        {std::string(), digits, digits + "\n\n", digits + "a\n", std::string(63, 'a') + "g\n"}) {
     write_text(directory / "bad.key", text, priv);
-    EXPECT_THAT(start_error([&] { MasterKey::read(directory / "bad.key"); }), testing::HasSubstr("not a master key"));
+    EXPECT_THAT(start_error([&] { MasterKey::read(directory / "bad.key"); }),
+                testing::HasSubstr("does not hold 64 hexadecimal digits"));
   }
   write_text(directory / "bad.key", digits + "\n", priv | perms::group_read);
   EXPECT_THAT(start_error([&] { MasterKey::read(directory / "bad.key"); }), testing::HasSubstr("chmod 600"));
@@ -118,30 +119,32 @@ TEST_F(Sealing, AMasterKeyFileThatIsNoneIsRefused) {
 class StoreTest : public testing::Test {
  protected:
   TemporaryDirectory directory;
-  std::filesystem::path path = directory / "store.db";
+  const StoreAddress address = store_address(directory.path());
   std::unique_ptr<MasterKey> master = MasterKey::create(directory / "master.key");
 };
 
 TEST_F(StoreTest, KeysOutliveTheStoreObject) {
   std::array<std::uint8_t, kKeyBytes> before;
   {
-    Store store(path, *master, kLog);
+    Store store(address, *master, kLog);
     ASSERT_TRUE(change(store, [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); }));
     before = value_of(store, "K1");
   }
-  Store store(path, *master, kLog);
+  Store store(address, *master, kLog);
   EXPECT_EQ(value_of(store, "K1"), before);
 }
 
-TEST_F(StoreTest, ItsFilesArePrivate) {
-  Store store(path, *master, kLog);
+using StoreInFiles = StoreTest;
+
+TEST_F(StoreInFiles, ThatArePrivate) {
+  Store store(address, *master, kLog);
   ASSERT_TRUE(change(store, [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); }));
-  EXPECT_EQ(mode_of(path), 0600u);
+  EXPECT_EQ(mode_of(directory / "store.db"), 0600u);
   EXPECT_EQ(mode_of(directory / "store.db-wal"), 0600u);
 }
 
-TEST_F(StoreTest, NoKeyValueStandsInItsFiles) {
-  Store store(path, *master, kLog);
+TEST_F(StoreInFiles, ThatHoldNoKeyValue) {
+  Store store(address, *master, kLog);
   ASSERT_TRUE(change(store, [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); }));
   const auto value = value_of(store, "K1");
   for (const char *name : {"store.db", "store.db-wal"}) {
@@ -152,9 +155,9 @@ TEST_F(StoreTest, NoKeyValueStandsInItsFiles) {
 }
 
 TEST_F(StoreTest, AnotherMasterKeyIsRecognised) {
-  { Store store(path, *master, kLog); }
+  { Store store(address, *master, kLog); }
   const auto other = MasterKey::create(directory / "other.key");
-  EXPECT_THAT(start_error([&] { Store store(path, *other, kLog); }),
+  EXPECT_THAT(start_error([&] { Store store(address, *other, kLog); }),
               testing::HasSubstr("the master key does not belong to the key store"));
 }
 
@@ -162,11 +165,11 @@ TEST_F(StoreTest, AnotherMasterKeyIsRecognised) {
 class FormerStoreTest : public StoreTest {
  protected:
   FormerStoreTest() {
-    Database database(path);
-    for (const char *migration : {kMigrations[0], kMigrations[1], kMigrations[2], kMigrations[3]})
-      database.execute(migration);
+    Database database(address);
+    database.begin();
+    for (std::int64_t version : {1, 2, 3, 4})
+      database.migrate(kMigrations[static_cast<std::size_t>(version - 1)], version);
     database.execute(
-        "PRAGMA user_version = 4; "
         "INSERT INTO keys (id, name, current_instance, size_bits, creation_date, activation_date, expiration_date, "
         "rollover_code, rollover_days, deletable, mirror, user_group_flag, user_name, group_name) "
         "VALUES (7, 'K1', 'I1', 256, '', '', '', 'N', '0000', 'Y', 'N', '1', '', '')");
@@ -177,6 +180,7 @@ class FormerStoreTest : public StoreTest {
     Query(database, "INSERT INTO instances VALUES (7, 'I1', ?1)", std::span(value)).run();
     const std::vector<std::uint8_t> certificate = former.seal(bytes_of("PEM"), "certificate\nC1");
     Query(database, "INSERT INTO certificate_store VALUES ('certificate', 'C1', ?1)", std::span(certificate)).run();
+    database.commit();
   }
 
   static std::span<const std::uint8_t> bytes_of(std::string_view text) {
@@ -188,7 +192,7 @@ class FormerStoreTest : public StoreTest {
 
 TEST_F(FormerStoreTest, HasItsValuesSealedUnderAKeyOfItsOwn) {
   for (int start = 0; start < 2; ++start) {
-    Store store(path, *master, kLog);
+    Store store(address, *master, kLog);
     const auto value = value_of(store, "K1");
     EXPECT_EQ(std::string(value.begin(), value.end()), kFormerValue);
     Store::Reader reader(store);
@@ -201,41 +205,47 @@ TEST_F(FormerStoreTest, HasItsValuesSealedUnderAKeyOfItsOwn) {
 
 TEST_F(FormerStoreTest, IsLeftAsItIsWhenTheMasterKeyIsAnother) {
   const auto other = MasterKey::create(directory / "other.key");
-  EXPECT_THAT(start_error([&] { Store store(path, *other, kLog); }),
+  EXPECT_THAT(start_error([&] { Store store(address, *other, kLog); }),
               testing::HasSubstr("the master key does not belong to the key store"));
-  Store store(path, *master, kLog);
+  Store store(address, *master, kLog);
   const auto value = value_of(store, "K1");
   EXPECT_EQ(std::string(value.begin(), value.end()), kFormerValue);
 }
 
 TEST_F(StoreTest, AStoreOfANewerVersionIsLeftAlone) {
-  { Store store(path, *master, kLog); }
-  Database(path).execute("PRAGMA user_version = 1000");
-  EXPECT_THAT(start_error([&] { Store store(path, *master, kLog); }), testing::HasSubstr("use a newer veskd"));
+  { Store store(address, *master, kLog); }
+  {
+    Database database(address);
+    database.begin();
+    database.migrate({""}, 1000);
+    database.commit();
+  }
+  EXPECT_THAT(start_error([&] { Store store(address, *master, kLog); }), testing::HasSubstr("use a newer veskd"));
 }
 
-TEST_F(StoreTest, AFileThatIsNoStoreIsRefused) {
-  std::ofstream(path) << std::string(4096, 'x');
-  EXPECT_THAT(start_error([&] { Store store(path, *master, kLog); }), testing::HasSubstr("cannot use the key store"));
+TEST_F(StoreInFiles, OneThatIsNoStoreIsRefused) {
+  std::ofstream(directory / "store.db") << std::string(4096, 'x');
+  EXPECT_THAT(start_error([&] { Store store(address, *master, kLog); }),
+              testing::HasSubstr("cannot use the key store"));
 }
 
 TEST_F(StoreTest, ARefusedChangeIsUndoneAndTheOthersOfItsCommitStand) {
-  Store store(path, *master, kLog);
+  Store store(address, *master, kLog);
   std::latch queued(1);
-  std::promise<bool> first, second, third;
+  std::promise<ChangeOutcome> first, second, third;
   store.change({[&](StoreConnection &c) {
                   queued.wait();
                   return !create_key(c, "K1", kPolicy).empty();
                 },
-                [&](bool durable) { first.set_value(durable); }});
+                [&](ChangeOutcome outcome) { first.set_value(outcome); }});
   store.change({[](StoreConnection &c) { return create_key(c, "K2", kPolicy).empty(); },
-                [&](bool durable) { second.set_value(durable); }});
+                [&](ChangeOutcome outcome) { second.set_value(outcome); }});
   store.change({[](StoreConnection &c) -> bool { throw DatabaseError(create_key(c, "K3", kPolicy)); },
-                [&](bool durable) { third.set_value(durable); }});
+                [&](ChangeOutcome outcome) { third.set_value(outcome); }});
   queued.count_down();
-  EXPECT_TRUE(first.get_future().get());
-  EXPECT_TRUE(second.get_future().get());
-  EXPECT_FALSE(third.get_future().get());
+  EXPECT_EQ(first.get_future().get(), ChangeOutcome::kDone);
+  EXPECT_EQ(second.get_future().get(), ChangeOutcome::kDone);
+  EXPECT_EQ(third.get_future().get(), ChangeOutcome::kFailed);
   Store::Reader reader(store);
   EXPECT_TRUE(find_key(*reader, "K1").has_value());
   EXPECT_FALSE(find_key(*reader, "K2").has_value());
@@ -243,17 +253,17 @@ TEST_F(StoreTest, ARefusedChangeIsUndoneAndTheOthersOfItsCommitStand) {
 }
 
 TEST_F(StoreTest, ARecordStaysWhenItsChangeIsUndone) {
-  Store store(path, *master, kLog);
+  Store store(address, *master, kLog);
   for (const char *name : {"K1", "K2"}) {
-    std::promise<bool> outcome;
+    std::promise<ChangeOutcome> outcome;
     store.change({.apply = [&](StoreConnection &c) -> bool {
                     create_key(c, name, kPolicy);
                     if (std::string(name) == "K2") throw DatabaseError("broken");
                     return false;
                   },
-                  .done = [&](bool durable) { outcome.set_value(durable); },
+                  .done = [&](ChangeOutcome known) { outcome.set_value(known); },
                   .record = [&](StoreConnection &c) { create_key(c, std::string("record of ") + name, kPolicy); }});
-    EXPECT_EQ(outcome.get_future().get(), std::string(name) == "K1");
+    EXPECT_EQ(outcome.get_future().get(), std::string(name) == "K1" ? ChangeOutcome::kDone : ChangeOutcome::kFailed);
     Store::Reader reader(store);
     EXPECT_FALSE(find_key(*reader, name).has_value());
     EXPECT_TRUE(find_key(*reader, std::string("record of ") + name).has_value());
@@ -261,56 +271,62 @@ TEST_F(StoreTest, ARecordStaysWhenItsChangeIsUndone) {
 }
 
 TEST_F(StoreTest, WhatCannotBeRecordedIsUndone) {
-  Store store(path, *master, kLog);
-  std::promise<bool> outcome;
+  Store store(address, *master, kLog);
+  std::promise<ChangeOutcome> outcome;
   store.change({.apply = [](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); },
-                .done = [&](bool durable) { outcome.set_value(durable); },
+                .done = [&](ChangeOutcome known) { outcome.set_value(known); },
                 .record = [](StoreConnection &) { throw DatabaseError("broken"); }});
-  EXPECT_FALSE(outcome.get_future().get());
+  EXPECT_EQ(outcome.get_future().get(), ChangeOutcome::kFailed);
   Store::Reader reader(store);
   EXPECT_FALSE(find_key(*reader, "K1").has_value());
 }
 
 TEST_F(StoreTest, WhenTheCommitFailsEveryChangeInItHasFailed) {
-  Store store(path, *master, kLog);
+  Store store(address, *master, kLog);
+  const auto check_references_at_commit = [&](Database &database) {
+    database.execute(address.is_shared()
+                         ? "ALTER TABLE instances ALTER CONSTRAINT instances_key_fkey DEFERRABLE INITIALLY DEFERRED"
+                         : "PRAGMA defer_foreign_keys = ON");
+  };
   std::latch entered(1), queued(1);
-  std::promise<bool> blocker, good, bad;
+  std::promise<ChangeOutcome> blocker, good, bad;
   // While the first change is held up, the other two queue up for one commit.
   store.change({[&](StoreConnection &) {
                   entered.count_down();
                   queued.wait();
                   return true;
                 },
-                [&](bool durable) { blocker.set_value(durable); }});
+                [&](ChangeOutcome outcome) { blocker.set_value(outcome); }});
   entered.wait();
   store.change({[](StoreConnection &c) { return !create_key(c, "K1", kPolicy).empty(); },
-                [&](bool durable) { good.set_value(durable); }});
-  store.change({[](StoreConnection &c) {
-                  c.database.execute("PRAGMA defer_foreign_keys = ON");
-                  c.database.execute("INSERT INTO instances VALUES (4711, 'of no key', x'00')");
+                [&](ChangeOutcome outcome) { good.set_value(outcome); }});
+  store.change({[&](StoreConnection &c) {
+                  check_references_at_commit(c.database);
+                  const std::vector<std::uint8_t> value(1);
+                  Query(c.database, "INSERT INTO instances VALUES (4711, 'of no key', ?1)", std::span(value)).run();
                   return true;
                 },
-                [&](bool durable) { bad.set_value(durable); }});
+                [&](ChangeOutcome outcome) { bad.set_value(outcome); }});
   queued.count_down();
-  EXPECT_TRUE(blocker.get_future().get());
-  EXPECT_FALSE(good.get_future().get());
-  EXPECT_FALSE(bad.get_future().get());
+  EXPECT_EQ(blocker.get_future().get(), ChangeOutcome::kDone);
+  EXPECT_EQ(good.get_future().get(), ChangeOutcome::kFailed);
+  EXPECT_EQ(bad.get_future().get(), ChangeOutcome::kFailed);
   EXPECT_TRUE(change(store, [](StoreConnection &c) { return !find_key(c, "K1").has_value(); }));
 }
 
 TEST_F(StoreTest, ChangesThatWaitAreMadeBeforeTheStoreCloses) {
   int num_durable = 0;
   {
-    Store store(path, *master, kLog);
+    Store store(address, *master, kLog);
     for (int i = 0; i < 1000; ++i)
       store.change({[i](StoreConnection &c) { return !create_key(c, "K" + std::to_string(i), kPolicy).empty(); },
-                    [&](bool durable) { num_durable += durable ? 1 : 0; }});
+                    [&](ChangeOutcome outcome) { num_durable += outcome == ChangeOutcome::kDone ? 1 : 0; }});
   }
   EXPECT_EQ(num_durable, 1000);
 }
 
 TEST_F(StoreTest, AReaderCannotChangeAnything) {
-  Store store(path, *master, kLog);
+  Store store(address, *master, kLog);
   Store::Reader reader(store);
   EXPECT_THROW(create_key(*reader, "K1", kPolicy), DatabaseError);
 }

@@ -1,6 +1,7 @@
 #include "tests/server/test_server.h"
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -13,11 +14,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 
 #include "veskd/errors.h"
 #include "veskd/files.h"
+#include "veskd/master_key_rotation.h"
 
 namespace veskd::test {
 
@@ -30,6 +33,47 @@ TemporaryDirectory::TemporaryDirectory() {
 TemporaryDirectory::~TemporaryDirectory() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+namespace {
+
+std::string schema_of(const std::filesystem::path &directory) {
+  return "store_" + std::to_string(std::hash<std::string>()(directory.string()));
+}
+
+}  // namespace
+
+StoreAddress store_address(const std::filesystem::path &directory) {
+  const char *postgres = ::getenv(kPostgresVariable);
+  if (postgres == nullptr) return directory / "store.db";
+  const std::string schema = schema_of(directory);
+  Database(StoreAddress(postgres)).execute("CREATE SCHEMA IF NOT EXISTS " + schema);
+  return std::string(postgres) + "&options=-csearch_path%3D" + schema;
+}
+
+std::unique_ptr<MasterKey> master_key_in(const std::filesystem::path &directory) {
+  return open_master_key({store_address(directory), store_files_in(directory).master_key});
+}
+
+void lose_store(const std::filesystem::path &directory) {
+  if (const char *postgres = ::getenv(kPostgresVariable)) {
+    Database(StoreAddress(postgres)).execute("DROP SCHEMA " + schema_of(directory) + " CASCADE");
+  } else {
+    for (const char *name : {"store.db", "store.db-wal", "store.db-shm"}) std::filesystem::remove(directory / name);
+  }
+}
+
+void insert_keys(const StoreAddress &store, int count) {
+  Database database(store);
+  database.begin();
+  for (int i = 1; i <= count; ++i)
+    Query(database,
+          "INSERT INTO keys (name, current_instance, size_bits, creation_date, activation_date, expiration_date, "
+          "rollover_code, rollover_days, deletable, mirror, user_group_flag, user_name, group_name) "
+          "VALUES (?1, '', 256, '', '', '', 'N', '0000', 'Y', 'N', '1', '', '')",
+          fmt::format("INSERTED_______{:06X}", i))
+        .run();
+  database.commit();
 }
 
 CertificatePaths client_paths(const std::filesystem::path &directory) {
@@ -64,7 +108,7 @@ TestServer::TestServer(const Limits &limits, const Machine &machine, bool audit_
 TestServer::TestServer(const ServerOptions &options)
     : environment_(directory_.path(), {}, log_),
       options_(with_files(options, environment_)),
-      store_(environment_.store_path(), environment_.master_key(), log_),
+      store_(store_address(directory_.path()), *master_key_in(directory_.path()), log_),
       server_(options_, store_, log_),
       paths_(client_paths(directory_.path())),
       thread_([this] { server_.run(); }) {}
@@ -168,8 +212,8 @@ std::string ask(const TestServer &server, const std::string &request) {
   return connection.receive_all();
 }
 
-bool eventually(const std::function<bool()> &condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+bool eventually(const std::function<bool()> &condition, std::chrono::seconds time) {
+  const auto end = std::chrono::steady_clock::now() + time;
   do {
     if (condition()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -4,6 +4,7 @@
 #include <openssl/ssl.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -36,6 +37,21 @@ class TemporaryDirectory {
   std::filesystem::path path_;
 };
 
+// Names the PostgreSQL that the tests' stores are on; without it they are files.
+inline constexpr const char *kPostgresVariable = "VESKD_TEST_POSTGRES";
+
+// Where the store of a server's directory is: in a file in it, or in a schema of its own.
+StoreAddress store_address(const std::filesystem::path &directory);
+
+// The master key of that store, in the directory; made with the store.
+std::unique_ptr<MasterKey> master_key_in(const std::filesystem::path &directory);
+
+// As if it had never been.
+void lose_store(const std::filesystem::path &directory);
+
+// Keys without values, INSERTED_______000001 and so on: enough of them to be listed.
+void insert_keys(const StoreAddress &store, int count);
+
 // The three files of a client in a server's directory.
 CertificatePaths client_paths(const std::filesystem::path &directory);
 
@@ -55,7 +71,6 @@ class TestServer {
   const ServerOptions &options() const { return options_; }
   const Server &server() const { return server_; }
   Store &store() { return store_; }
-  std::filesystem::path store_path() const { return environment_.store_path(); }
 
   // Tells the server to stop and waits until it has.
   void stop();
@@ -124,8 +139,8 @@ class RawConnection {
 // Sends a request on a connection of its own and returns all of the reply.
 std::string ask(const TestServer &server, const std::string &request);
 
-// Asks until the condition holds; false when it does not within 20 seconds.
-bool eventually(const std::function<bool()> &condition);
+// Asks until the condition holds; false when it does not within that time.
+bool eventually(const std::function<bool()> &condition, std::chrono::seconds time = std::chrono::seconds(20));
 
 // The message of the StartError that the action throws.
 std::string start_error(const std::function<void()> &action);

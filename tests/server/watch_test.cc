@@ -82,7 +82,7 @@ class Watching : public testing::Test {
                                  store.database.execute(sql);
                                  return true;
                                },
-                           .done = [](bool durable) { EXPECT_TRUE(durable); }});
+                           .done = [](ChangeOutcome known) { EXPECT_EQ(known, ChangeOutcome::kDone); }});
     server.store().wait_until_idle();
   }
 
@@ -174,7 +174,7 @@ TEST_F(Watching, TellsThatAllIsWell) {
 }
 
 TEST_F(Watching, AStoreThatCannotBeChangedMakesItUnreadyButNotUnhealthy) {
-  auto other = std::make_unique<Database>(server.store_path());
+  auto other = std::make_unique<Database>(store_address(server.directory()));
   other->execute("BEGIN IMMEDIATE");
   EXPECT_THAT(get("/readyz"),
               AllOf(StartsWith("HTTP/1.1 503 "), HasSubstr("store can be changed: a change did not become durable")));
