@@ -43,7 +43,7 @@ TEST(StatusPage, IsWhatTheBrowserShows) {
   const TemporaryDirectory directory;
   const TemporaryDirectory home;
   Program program({"dev", "--dir", directory.path().string(), "--watch-port", "0", "--quiet"});
-  for (int line = 0; line < 2; ++line) program.read_line();
+  for (int line = 0; line < 3; ++line) program.read_line();
   const std::string where = program.read_line();
   const auto ready = nlohmann::json::parse(content_of(directory / "ready.json"));
   const std::string url = fmt::format("http://127.0.0.1:{}/", ready.at("watch_port").get<int>());
