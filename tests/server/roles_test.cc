@@ -16,6 +16,7 @@
 #include "orn/support.h"
 #include "orn/vesk.h"
 #include "tests/server/test_server.h"
+#include "veskd/audit_records.h"
 #include "veskd/handlers.h"
 #include "veskd/mirror_wire.h"
 #include "veskd/return_codes.h"
@@ -99,6 +100,19 @@ TEST(Roles, AStorageClientMakesKeysAndIsServedThemButDestroysNone) {
   EXPECT_EQ(client.call(qDeleteKey, "K1"), RC_ROLE_FORBIDS);
   EXPECT_EQ(client.ask("000041041"), "0000810410112");
   EXPECT_EQ(client.retrieve("K1"), 0);
+}
+
+TEST(Roles, ARefusalIsAudited) {
+  Client client({rule(kTape, kStorageClient)});
+  ASSERT_EQ(client.call(qDeleteKey, "K1"), RC_ROLE_FORBIDS);
+  // Also that of what would leave no entry if it were allowed.
+  ASSERT_EQ(client.ask("000041041"), "0000810410112");
+  std::vector<std::string> refused;
+  Store::Reader reader(client.server.store());
+  for_each_audit_entry((*reader).database, 1, [&](const AuditEntry &entry) {
+    if (entry.event.return_code == RC_ROLE_FORBIDS) refused.push_back(entry.event.caller + " " + entry.event.function);
+  });
+  EXPECT_EQ(refused, (std::vector<std::string>{std::string(kTape) + " DeleteKey", std::string(kTape) + " ValidateDB"}));
 }
 
 TEST(Roles, AnAuditorSeesNamesAndNoValues) {

@@ -175,7 +175,7 @@ TEST_F(Watching, TellsThatAllIsWell) {
 
 TEST_F(Watching, AStoreThatCannotBeChangedMakesItUnreadyButNotUnhealthy) {
   auto other = std::make_unique<Database>(store_address(server.directory()));
-  other->execute("BEGIN IMMEDIATE");
+  other->begin();
   EXPECT_THAT(get("/readyz"),
               AllOf(StartsWith("HTTP/1.1 503 "), HasSubstr("store can be changed: a change did not become durable")));
   EXPECT_THAT(get("/healthz"), StartsWith("HTTP/1.1 200 "));
@@ -185,7 +185,8 @@ TEST_F(Watching, AStoreThatCannotBeChangedMakesItUnreadyButNotUnhealthy) {
 
 TEST_F(Watching, AStoreThatCannotBeReadMakesItUnhealthy) {
   change_store("ALTER TABLE replication RENAME TO elsewhere; ALTER TABLE mirrors RENAME TO nowhere");
-  EXPECT_THAT(get("/healthz"), AllOf(StartsWith("HTTP/1.1 503 "), HasSubstr("store can be read: no such table")));
+  EXPECT_THAT(get("/healthz"),
+              AllOf(StartsWith("HTTP/1.1 503 "), HasSubstr("store can be read: "), HasSubstr("replication")));
   EXPECT_THAT(get("/readyz"), StartsWith("HTTP/1.1 503 "));
   EXPECT_TRUE(measures("veskd_store_readable 0"));
   EXPECT_THAT(get("/"),

@@ -80,7 +80,7 @@ class KeyNameSink {
   std::vector<char> element_;  // ll_append copies the list's element size
   char name_[wire::kKeyNameBytes + 1] = {};
   HighestSequence highest_;
-  skeys::OutputFile file_;
+  skeys::BufferedFile<16384> file_;  // of a long listing
 };
 
 }  // namespace

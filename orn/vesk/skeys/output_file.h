@@ -11,7 +11,9 @@
 
 namespace vesk::skeys {
 
-class OutputFile {
+// The buffer is also how soon a full disk shows: at the first write that fills it.
+template <std::size_t kBufferBytes>
+class BufferedFile {
  public:
   // Creates or truncates. Returns whether the file could be opened.
   bool open(const char *path) {
@@ -22,7 +24,7 @@ class OutputFile {
   bool is_open() const { return file_ != nullptr; }
 
   // Returns how many bytes were taken.
-  std::size_t write(std::string_view bytes) { return std::fwrite(bytes.data(), 1, bytes.size(), file_.get()); }
+  std::size_t write(std::string_view bytes) { return fwrite_unlocked(bytes.data(), 1, bytes.size(), file_.get()); }
 
   // As fprintf: how many characters, or a negative number.
   __attribute__((format(printf, 2, 3))) int print(const char *format, ...) {
@@ -44,8 +46,10 @@ class OutputFile {
   struct Closer {
     void operator()(std::FILE *file) const { std::fclose(file); }
   };
-  Wiped<std::array<char, 4096>> buffer_;  // the stream's, which may pass key values; outlives it
+  Wiped<std::array<char, kBufferBytes>> buffer_;  // the stream's, which may pass key values; outlives it
   std::unique_ptr<std::FILE, Closer> file_;
 };
+
+using OutputFile = BufferedFile<4096>;
 
 }  // namespace vesk::skeys
