@@ -5,6 +5,7 @@
 #include "veskd/key_records.h"
 #include "veskd/metadata_records.h"
 #include "veskd/mirror_records.h"
+#include "veskd/transaction.h"
 
 namespace veskd {
 namespace {
@@ -75,6 +76,8 @@ std::string request_header(const std::string &origin, std::int64_t mirror_id, st
 }  // namespace
 
 ReplicationBatch read_batch(StoreConnection &store, std::int64_t mirror_id) {
+  // Otherwise a key that is deleted meanwhile could be found without its value.
+  const Snapshot snapshot(store.database);
   ReplicationBatch batch;
   const std::vector<QueuedChange> changes = queued_changes(store, mirror_id);
   // Reserved, so that the text does not move while it grows and leave values behind.

@@ -14,7 +14,7 @@ class HighestSequence {
     char digits[wire::kSequenceDigits + 1] = {};
     std::memcpy(digits, name + wire::kSequenceOffset, wire::kSequenceDigits);
     const std::uint32_t sequence = wire::to_hex(digits);
-    if (std::string_view(digits) == "000000") {
+    if (sequence == 0 && std::string_view(digits) == "000000") {
       // A name that carries zeros starts the count anew, whatever came before it.
       SKEYS_TRACE("Set highest sequence to zero");
       highest_ = 0;
