@@ -63,6 +63,7 @@ bool works_as_descriptor_0(const TlsServer &server) {
 }
 
 TEST(Process, Descriptor0IsOneLikeAnyOther) {
+  SKIP_WHERE_FORK_MAY_HANG();
   TlsServer server(echo(world().settings()));
   // In a process of its own, where no server takes the descriptor.
   pid_t child = fork();
@@ -140,6 +141,7 @@ TEST(Process, SignalsStayAsTheyAre) {
 }
 
 TEST(Process, ACallAfterForkWorks) {
+  SKIP_WHERE_FORK_MAY_HANG();
   TlsServer server(echo(world().settings()));
   ASSERT_STATUS(0, exchange(server));
   pid_t child = fork();

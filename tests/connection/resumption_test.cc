@@ -376,6 +376,7 @@ TEST_F(Resumption, TheServersChainIsShownAndMayBeTakenApart) {
 
 // A ticket would otherwise be used by both.
 TEST_F(Resumption, AChildBeginsWithNothingAndItsParentGoesOn) {
+  SKIP_WHERE_FORK_MAY_HANG();
   ResumingServer server;
   ASSERT_EQ(Way::kInFull, call(server));
   const pid_t child = fork();
