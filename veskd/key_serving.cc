@@ -9,6 +9,7 @@
 #include "veskd/metadata_records.h"
 #include "veskd/template_fields.h"
 #include "veskd/template_records.h"
+#include "veskd/transaction.h"
 
 namespace veskd {
 
@@ -33,6 +34,7 @@ std::string size_text(const Key &key) {
 
 ReturnCode retrieve_key(const Call &call, KeyRecord &reply) {
   if (trimmed(call.fields.caKeyFormat) != kBinaryFormat) return RC_KEY_FORMAT;
+  const Snapshot snapshot(call.store.database);
   const auto key = find_key(call.store, trimmed(call.fields.caKeyName));
   if (!key) return RC_KEY_UNKNOWN;
   const std::string instance = find_instance(call.store, *key, trimmed(call.fields.caInstance));
@@ -74,6 +76,7 @@ ReturnCode get_next_key(const Call &call, NextKeyBlock &reply) {
 }
 
 ReturnCode display_sym_key_policy(const Call &call, KeyRecord &reply) {
+  const Snapshot snapshot(call.store.database);
   const auto key = find_key(call.store, trimmed(call.fields.caKeyName));
   if (!key) return RC_KEY_UNKNOWN;
   const std::string instance = find_instance(call.store, *key, trimmed(call.fields.caInstance));

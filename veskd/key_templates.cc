@@ -7,6 +7,7 @@
 #include "veskd/paged_list.h"
 #include "veskd/template_fields.h"
 #include "veskd/template_records.h"
+#include "veskd/transaction.h"
 
 namespace veskd {
 
@@ -35,6 +36,7 @@ std::optional<std::uint32_t> parse_increment(const std::string &text) {
 }  // namespace
 
 ReturnCode get_template_depth(const Call &call, TemplateDepth &reply) {
+  const Snapshot snapshot(call.store.database);
   ReturnCode code;
   const auto family = named_template(call, code);
   if (!family) return code;

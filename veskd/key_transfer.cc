@@ -11,6 +11,7 @@
 #include "veskd/key_policy.h"
 #include "veskd/key_records.h"
 #include "veskd/key_text.h"
+#include "veskd/transaction.h"
 #include "veskd/wrapping.h"
 
 namespace veskd {
@@ -96,6 +97,7 @@ ReturnCode export_sym_key(const Call &call, ExportedKey &reply) {
   if (trimmed(call.fields.caKeyFormat) != kWrappedFormat) return RC_TRANSFER_FORMAT;
   const auto padding = padding_of(text_in(call.fields.caRSAPaddingMode));
   if (!padding) return RC_PADDING_MODE;
+  const Snapshot snapshot(call.store.database);
   const auto key = find_key(call.store, trimmed(call.fields.caKeyName));
   if (!key) return RC_KEY_UNKNOWN;
   const std::string instance = find_instance(call.store, *key, trimmed(call.fields.caInstance));

@@ -76,7 +76,6 @@ std::string request_header(const std::string &origin, std::int64_t mirror_id, st
 }  // namespace
 
 ReplicationBatch read_batch(StoreConnection &store, std::int64_t mirror_id) {
-  // Otherwise a key that is deleted meanwhile could be found without its value.
   const Snapshot snapshot(store.database);
   ReplicationBatch batch;
   const std::vector<QueuedChange> changes = queued_changes(store, mirror_id);

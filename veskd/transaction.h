@@ -35,7 +35,8 @@ class Transaction {
   bool committed_ = false;
 };
 
-// Reading that sees the store as it is at one moment, whatever is changed meanwhile.
+// Reading that sees the store as it is at one moment, whatever is changed meanwhile: otherwise a key
+// could be found and its value, which is asked for next, be deleted.
 class Snapshot {
  public:
   explicit Snapshot(Database &database) : database_(database) { database_.begin_snapshot(); }

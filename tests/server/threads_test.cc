@@ -63,6 +63,26 @@ TEST(Threads, OneOfManyCreatesTheKey) {
   EXPECT_EQ(num_created, 1);
 }
 
+// A key is whole or not there: its value is never missed between the two.
+TEST(Threads, AKeyThatIsDeletedMeanwhileIsReadOrUnknown) {
+  TestServer server(four_threads());
+  constexpr int kNumKeys = 25;
+  std::atomic<int> current = 0;
+  const auto name_of = [](int key) { return "K" + std::to_string(key); };
+  run_clients([&](int client) {
+    for (int key = 0; client == 0 && key < kNumKeys; current = ++key) {
+      EXPECT_EQ(qCreateSymKey(server.paths(), server.host(), server.port(), name_of(key).c_str(), 'N'), 0);
+      EXPECT_EQ(qChangeDeletable(server.paths(), server.host(), server.port(), name_of(key).c_str(), 'Y'), 0);
+      EXPECT_EQ(qDeleteKey(server.paths(), server.host(), server.port(), name_of(key).c_str()), 0);
+    }
+    for (int key = 0; (key = current) < kNumKeys;) {
+      KeyRecord record{};
+      const int status = qRetrieveKey(server.paths(), server.host(), server.port(), name_of(key).c_str(), "", &record);
+      EXPECT_TRUE(status == 0 || status == RC_KEY_UNKNOWN) << status;
+    }
+  });
+}
+
 TEST(Threads, ReadersAndWritersOfEverythingDoNotDisturbEachOther) {
   TestServer server(four_threads());
   run_clients([&](int client) {
