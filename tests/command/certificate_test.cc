@@ -166,7 +166,7 @@ TEST_F(Certificates, NamesThatTheProtocolWouldCutAreRefused) {
               Ends(2, IsEmpty(), HasSubstr("the private key name")));
   EXPECT_THAT(
       vesk({"certificate", "list", "--type", "A"}),
-      Ends(2, IsEmpty(), StrEq("vesk: certificate list: there is no certificate type 'A'; all are of type C\n")));
+      Ends(2, IsEmpty(), StrEq("vesk: certificate list: --type A is none of C\n")));
 }
 
 TEST_F(Certificates, APrivateKeyIsInNoTraceAndNoMessage) {
