@@ -5,6 +5,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -19,7 +22,17 @@
 namespace command {
 namespace {
 
-constexpr unsigned kSeconds = 1;
+// Who has a server far away may want to wait for longer.
+unsigned seconds_to_wait() {
+  constexpr unsigned kUsual = 1;
+  constexpr unsigned kMost = 60;
+  const char *given = std::getenv("VESK_COMPLETION_SECONDS");
+  const std::string_view text = given ? given : "";
+  unsigned seconds = kUsual;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  const bool is_number = error == std::errc() && end == text.data() + text.size();
+  return is_number && seconds >= 1 && seconds <= kMost ? seconds : kUsual;
+}
 
 // Who presses a key wants neither a question nor an error, nor to wait for a server.
 void keep_quiet() {
@@ -27,7 +40,7 @@ void keep_quiet() {
   dup2(nothing, STDIN_FILENO);
   dup2(nothing, STDERR_FILENO);
   signal(SIGALRM, [](int) { _exit(0); });
-  alarm(kSeconds);
+  alarm(seconds_to_wait());
 }
 
 // fish has read all words but the last already.
@@ -39,11 +52,12 @@ std::vector<std::string> words_typed(std::string_view shell, char **begin, char 
   return words;
 }
 
-// The words for bash, which puts them as they are in the place of what was typed behind the head; other shells quote.
-void quote_for_bash(std::vector<Offer> &offers, const std::string &head, const std::string &last) {
-  const std::size_t num_kept = unquoted(head).size();
-  const std::string typed = last.substr(head.size());
-  for (Offer &offer : offers) offer.text = quoted_as(typed, offer.text.substr(num_kept));
+// For bash, which puts the word as it is in the place of what was typed behind the head, or behind the last quote;
+// other shells quote themselves.
+void quote_for_bash(std::vector<Offer> &offers, std::string_view head, std::string_view last) {
+  const std::size_t begin = std::max(head.size(), behind_last_quote(last));
+  const std::size_t num_kept = unquoted(last.substr(0, begin)).size();
+  for (Offer &offer : offers) offer.text = quoted_as(last, offer.text.substr(num_kept));
 }
 
 std::string told(const Offers &offers) {

@@ -23,7 +23,11 @@ std::vector<std::string> context_names() {
 std::vector<std::string> key_names(const Connection &connection, const std::string &beginning) {
   std::vector<std::string> names;
   NameStream stream(connection, beginning);
-  for (std::string name; names.size() <= kMostNames && stream.next(name);) names.push_back(name);
+  for (std::string name; stream.next(name);) {
+    names.push_back(name);
+    if (names.size() > kMostNames) return names;
+  }
+  stream.finish();
   return names;
 }
 

@@ -18,44 +18,46 @@ bool is_plain(char character) {
          kPlain.find(character) != kPlain.npos;
 }
 
-// Reads a word; returns the quote that is open at its end.
-char read_word(std::string_view word, std::string &meaning) {
-  char quote = kBare;
+struct Reading {
+  std::string meaning;
+  char quote = kBare;  // the one that is open at the end
+  std::size_t behind_last_quote = 0;
+};
+
+Reading read_word(std::string_view word) {
+  Reading reading;
+  char &quote = reading.quote;
   for (std::size_t i = 0; i < word.size(); ++i) {
     const char character = word[i];
-    const bool has_next = i + 1 < word.size();
-    const bool escapes =
-        character == '\\' && has_next &&
-        (quote == kBare || (quote == '"' && kSpecialInDouble.find(word[i + 1]) != kSpecialInDouble.npos));
-    if (escapes) {
-      meaning += word[++i];
-    } else if (quote == kBare && (character == '\'' || character == '"')) {
-      quote = character;
-    } else if (quote != kBare && character == quote) {
-      quote = kBare;
+    const bool opens = quote == kBare && (character == '\'' || character == '"');
+    const bool closes = quote != kBare && character == quote;
+    const bool can_escape = character == '\\' && quote != '\'' && i + 1 < word.size();
+    if (opens || closes) {
+      quote = opens ? character : kBare;
+      reading.behind_last_quote = i + 1;
+    } else if (can_escape && (quote == kBare || kSpecialInDouble.find(word[i + 1]) != kSpecialInDouble.npos)) {
+      reading.meaning += word[++i];
     } else if (character != '\\' || quote != kBare) {
-      meaning += character;
+      reading.meaning += character;
     }
   }
-  return quote;
+  return reading;
 }
 
 }  // namespace
 
 std::string unquoted(std::string_view word) {
-  std::string meaning;
   const char *home = std::getenv("HOME");
-  if (word.starts_with("~/") && home) {
-    meaning = home;
-    word.remove_prefix(1);
-  }
-  read_word(word, meaning);
-  return meaning;
+  if (word.starts_with("~/") && home) return home + read_word(word.substr(1)).meaning;
+  return read_word(word).meaning;
+}
+
+std::size_t behind_last_quote(std::string_view word) {
+  return read_word(word).behind_last_quote;
 }
 
 std::string quoted_as(std::string_view typed, std::string_view text) {
-  std::string ignored;
-  const char quote = read_word(typed, ignored);
+  const char quote = read_word(typed).quote;
   std::string quoted;
   for (const char character : text) {
     if (quote == '\'' && character == '\'') {
