@@ -100,10 +100,9 @@ void add_completion(Command &root) {
   Option &argument = command.argument("SHELL", shell.get(), Kind::kText, "bash, zsh or fish");
   for (const Script &script : kScripts) argument.choices.emplace_back(script.shell);
   command.details =
-      "Commands, options, files, contexts and the names that the server keeps are completed. The server that the line\n"
-      "or the environment or the current context means is asked when a name is to be completed, for a second at most, "
-      "or for as many as\n"
-      "VESK_COMPLETION_SECONDS says. Of more than 1000 names none is offered until more is typed.";
+      "Commands, options, files, contexts and the names that the server keeps are completed. When a name is to be\n"
+      "completed, the server that the line, the environment or the current context means is asked, for a second or as\n"
+      "many as VESK_COMPLETION_SECONDS says. Of more than 1000 names none is offered until more is typed.";
   command.examples = {"source <(vesk completion bash)", "vesk completion zsh > \"${fpath[1]}/_vesk\"",
                       "vesk completion fish > ~/.config/fish/completions/vesk.fish"};
   command.run = [shell] { write_script(*shell); };

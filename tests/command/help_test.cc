@@ -6,6 +6,7 @@
 #include "vesk/commands.h"
 #include "vesk/failure.h"
 #include "vesk/suggestion.h"
+#include "vesk/target.h"
 
 namespace command_test {
 namespace {
@@ -138,6 +139,28 @@ TEST_F(Help, ProposesAContext) {
   EXPECT_THAT(
       vesk(invocation),
       Ends(2, IsEmpty(), StrEq("vesk: ping: there is no context 'prodution'\nhint: did you mean 'production'?\n")));
+}
+
+// The page is written by hand.
+TEST(ContextPage, TellsEveryMemberAndItsDefault) {
+  const std::string page = contents_of(VESK_CONTEXT_PAGE);
+  const std::size_t begin = page.find(".SS Members\n");
+  ASSERT_NE(begin, std::string::npos);
+  const std::string members = page.substr(begin, page.find(".SS", begin + 1) - begin);
+  std::size_t place = 0;
+  for (const command::TargetMember &member : command::kTargetMembers) {
+    place = members.find(std::string(".TP\n.B ") + member.name + "\n", place);
+    ASSERT_NE(place, std::string::npos) << member.name;
+    const std::string text = members.substr(place, members.find(".TP", place + 1) - place);
+    const std::string fallback = member.fallback ? std::string(member.fallback) : "";
+    // A minus of the page is written so.
+    const std::string written = fallback == "client-key.pem" ? "client\\-key.pem" : fallback;
+    EXPECT_EQ(text.find('[') != std::string::npos, member.fallback != nullptr) << text;
+    EXPECT_THAT(text, testing::HasSubstr(member.fallback ? "[" + written + "]" : ""));
+  }
+  std::size_t num_told = 0;
+  for (std::size_t at = 0; (at = members.find(".TP\n", at)) != std::string::npos; ++at) ++num_told;
+  EXPECT_EQ(num_told, command::kTargetMembers.size());
 }
 
 TEST(Suggestion, IsTheNearestAndNothingFarAway) {
