@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
 #include <optional>
+#include <span>
 
 #include "vesk/failure.h"
 #include "vesk/output.h"
@@ -76,18 +78,20 @@ std::string help_of(const CLI::App &app, const Command &command) {
   return help.ends_with('\n') ? help : help + "\n";
 }
 
-// The options among what was not understood, which end at "--".
-std::optional<std::string> unknown_option_in(const std::vector<std::string> &unknown) {
-  for (const std::string &word : unknown) {
+// The first option of the line that was not understood; behind "--" there are none.
+std::optional<std::string> unknown_option_in(std::span<char *const> line, const std::vector<std::string> &unknown) {
+  for (const std::string word : line) {
     if (word == "--") break;
-    if (word.size() > 1 && word.starts_with('-')) return word.substr(0, word.find('='));
+    if (word.starts_with('-') && word.size() > 1 && std::ranges::find(unknown, word) != unknown.end())
+      return word.substr(0, word.find('='));
   }
   return std::nullopt;
 }
 
 // That something does not exist is a more helpful thing to say than that something else is missing.
-Failure usage_failure(const CommandPath &path, const std::vector<std::string> &unknown, const CLI::ParseError &error) {
-  if (const std::optional<std::string> option = unknown_option_in(unknown)) return unknown_option(path, *option);
+Failure usage_failure(const CommandPath &path, std::span<char *const> line, const std::vector<std::string> &unknown,
+                      const CLI::ParseError &error) {
+  if (const std::optional<std::string> option = unknown_option_in(line, unknown)) return unknown_option(path, *option);
   if (!unknown.empty() && !path.back()->commands.empty()) return unknown_command(path, unknown.front());
   std::string message = printable(error.what());
   const bool begins_a_sentence = message.size() > 1 && std::isupper(message[0]) && std::islower(message[1]);
@@ -117,7 +121,7 @@ const Command *CommandLine::parse(int argc, char **argv) {
     write_standard_output(fmt::format("{}\n", version.what()));
     return nullptr;
   } catch (const CLI::ParseError &error) {
-    throw usage_failure(path(), app_->remaining(true), error);
+    throw usage_failure(path(), {argv, static_cast<std::size_t>(argc)}, app_->remaining(true), error);
   }
   const CommandPath parsed = path();
   check_choices(parsed);

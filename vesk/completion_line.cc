@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 #include <type_traits>
+#include <utility>
 
 #include "vesk/live_names.h"
 
@@ -135,13 +136,22 @@ Offers inline_values(const Position &position, const Settings &settings, const s
   return offers;
 }
 
+// A word of its own that begins with a dash would be taken for an option.
+Offers without_dashes(Offers offers) {
+  std::erase_if(offers.words, [](const Offer &offer) { return offer.text.starts_with('-'); });
+  return offers;
+}
+
 Offers all_offers(const Position &position, const Settings &settings, const std::string &word) {
-  if (position.awaited) return values_of(*position.awaited, position, settings, word);
+  if (position.awaited) return without_dashes(values_of(*position.awaited, position, settings, word));
   const bool is_option = !position.options_have_ended && word.starts_with('-');
   if (is_option && word.find('=') != word.npos) return inline_values(position, settings, word);
   if (is_option) return {Offers::Kind::kWords, options_at(position)};
   if (!position.path.back()->commands.empty()) return {Offers::Kind::kWords, commands_of(*position.path.back())};
-  if (const Option *argument = next_argument(position)) return values_of(*argument, position, settings, word);
+  if (const Option *argument = next_argument(position)) {
+    Offers offers = values_of(*argument, position, settings, word);
+    return position.options_have_ended ? offers : without_dashes(std::move(offers));
+  }
   return {Offers::Kind::kWords, position.options_have_ended ? std::vector<Offer>{} : options_at(position)};
 }
 

@@ -85,6 +85,11 @@ TEST_F(Completion, OffersNamesOfTheServer) {
   // Too many to choose from, until more is typed.
   EXPECT_EQ(completed({"key", "get", "tape"}).out, "words\n");
   EXPECT_EQ(completed({"key", "get", "tape-library-010003E8"}).out, "words\ntape-library-010003E8\n");
+  // What begins with a dash is an option, unless it cannot be one.
+  ASSERT_EQ(vesk({"key", "create", "--", "-dash"}).exit_code, 0);
+  EXPECT_THAT(completed({"key", "list", "--prefix=-"}).out, "words\n--prefix=-dash\n");
+  EXPECT_EQ(completed({"key", "get", "--", "-"}).out, "words\n-dash\n");
+  EXPECT_THAT(completed({"key", "get", "-"}).out, Not(HasSubstr("-dash")));
   // A name that there is not yet is nothing to choose.
   EXPECT_EQ(completed({"key", "create", "al"}).out, "words\n");
 }

@@ -120,6 +120,8 @@ TEST_F(Help, ProposesWhatWasProbablyMeant) {
        "vesk: key list: there is no option '--ouput'\nhint: did you mean '--output'?\n"},
       {{"key", "get", "--instnace", "1"},
        "vesk: key get: there is no option '--instnace'\nhint: did you mean '--instance'?\n"},
+      {{"key", "get", "K", "--", "--weird"},
+       "vesk: key get: the following argument was not expected: --weird\nhint: vesk key get --help\n"},
       {{"--vresion"}, "vesk: there is no option '--vresion'\nhint: did you mean '--version'?\n"},
       {{"ping", "--output", "jsno"},
        "vesk: ping: --output jsno is none of table, json, plain, csv\nhint: did you mean '--output json'?\n"},
