@@ -150,6 +150,9 @@ Offers all_offers(const Position &position, const Settings &settings, const std:
   if (!position.path.back()->commands.empty()) return {Offers::Kind::kWords, commands_of(*position.path.back())};
   if (const Option *argument = next_argument(position)) {
     Offers offers = values_of(*argument, position, settings, word);
+    std::erase_if(offers.words, [&](const Offer &offer) {
+      return std::ranges::find(position.arguments, offer.text) != position.arguments.end();
+    });
     return position.options_have_ended ? offers : without_dashes(std::move(offers));
   }
   return {Offers::Kind::kWords, position.options_have_ended ? std::vector<Offer>{} : options_at(position)};

@@ -19,6 +19,7 @@ void help(const Command &root, const std::vector<std::string> &words) {
   line.insert(line.end(), words.begin(), words.end());
   line.emplace_back("--help");
   std::vector<char *> arguments;
+  arguments.reserve(line.size());
   for (std::string &word : line) arguments.push_back(word.data());
   CommandLine(root).parse(static_cast<int>(arguments.size()), arguments.data());
 }

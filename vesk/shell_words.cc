@@ -60,13 +60,11 @@ std::string quoted_as(std::string_view typed, std::string_view text) {
   const char quote = read_word(typed).quote;
   std::string quoted;
   for (const char character : text) {
-    if (quote == '\'' && character == '\'') {
-      quoted += "'\\'";
-    } else if (quote == '"' && kSpecialInDouble.find(character) != kSpecialInDouble.npos) {
-      quoted += '\\';
-    } else if (quote == kBare && !is_plain(character)) {
-      quoted += '\\';
-    }
+    const bool is_special = quote == kBare ? !is_plain(character)
+                                           : quote == '"' && kSpecialInDouble.find(character) != kSpecialInDouble.npos;
+    if (is_special) quoted += '\\';
+    // Between single quotes nothing can be escaped: they are left for a moment.
+    if (quote == '\'' && character == quote) quoted += "'\\'";
     quoted += character;
   }
   return quoted;

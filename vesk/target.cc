@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ranges>
+#include <vector>
 
 #include "vesk/failure.h"
 #include "vesk/suggestion.h"
@@ -119,8 +119,9 @@ std::uint32_t port_of(const Target &target) {
 const Context &find_context(const Contexts &contexts, const std::string &name) {
   const auto found = contexts.named.find(name);
   if (found != contexts.named.end()) return found->second;
-  const auto names = std::views::keys(contexts.named);
-  const std::optional<std::string> meant = nearest(name, {names.begin(), names.end()});
+  std::vector<std::string> names;
+  for (const auto &[known, context] : contexts.named) names.push_back(known);
+  const std::optional<std::string> meant = nearest(name, names);
   throw Failure(ExitCode::kUsage, fmt::format("there is no context '{}'", printable(name)),
                 meant ? did_you_mean(*meant) : "which there are: vesk context list");
 }
