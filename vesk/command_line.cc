@@ -7,6 +7,7 @@
 #include <cctype>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include "vesk/failure.h"
 #include "vesk/output.h"
@@ -78,6 +79,33 @@ std::string help_of(const CLI::App &app, const Command &command) {
   return help.ends_with('\n') ? help : help + "\n";
 }
 
+// Where many values may stand, the parser takes one in brackets for several. A NUL behind it, which no argument holds,
+// keeps it whole.
+void mark(std::string &word) {
+  if (word.starts_with('[') && word.ends_with(']')) word += '\0';
+}
+
+void unmark(std::string &word) {
+  std::erase(word, '\0');
+}
+
+void unmark(bool) {}
+
+template <typename Texts>
+void unmark(Texts &texts) {
+  for (std::string &text : texts) unmark(text);
+}
+
+void unmark(std::optional<std::string> &text) {
+  if (text) unmark(*text);
+}
+
+void unmark_values(const CommandPath &path) {
+  for (const Command *command : path) {
+    for (const Option &option : command->options) std::visit([](auto *target) { unmark(*target); }, option.target);
+  }
+}
+
 // The first option of the line that was not understood; behind "--" there are none.
 std::optional<std::string> unknown_option_in(std::span<char *const> line, const std::vector<std::string> &unknown) {
   for (const std::string word : line) {
@@ -89,11 +117,14 @@ std::optional<std::string> unknown_option_in(std::span<char *const> line, const 
 }
 
 // That something does not exist is a more helpful thing to say than that something else is missing.
-Failure usage_failure(const CommandPath &path, std::span<char *const> line, const std::vector<std::string> &unknown,
+Failure usage_failure(const CommandPath &path, std::span<char *const> line, std::vector<std::string> unknown,
                       const CLI::ParseError &error) {
+  unmark(unknown);
   if (const std::optional<std::string> option = unknown_option_in(line, unknown)) return unknown_option(path, *option);
   if (!unknown.empty() && !path.back()->commands.empty()) return unknown_command(path, unknown.front());
-  std::string message = printable(error.what());
+  std::string message = error.what();
+  unmark(message);
+  message = printable(message);
   const bool begins_a_sentence = message.size() > 1 && std::isupper(message[0]) && std::islower(message[1]);
   if (begins_a_sentence || message.starts_with("A ")) message[0] = static_cast<char>(std::tolower(message[0]));
   return Failure(ExitCode::kUsage, message, help_hint(path));
@@ -112,8 +143,12 @@ CommandLine::CommandLine(const Command &root) : root_(root), app_(std::make_uniq
 CommandLine::~CommandLine() = default;
 
 const Command *CommandLine::parse(int argc, char **argv) {
+  std::vector<std::string> line(argv + std::min(argc, 1), argv + argc);
+  for (std::string &word : line) mark(word);
+  // The parser begins at the end.
+  std::ranges::reverse(line);
   try {
-    app_->parse(argc, argv);
+    app_->parse(std::move(line));
   } catch (const CLI::CallForHelp &) {
     write_standard_output(help_of(*app_, *path().back()));
     return nullptr;
@@ -124,6 +159,7 @@ const Command *CommandLine::parse(int argc, char **argv) {
     throw usage_failure(path(), {argv, static_cast<std::size_t>(argc)}, app_->remaining(true), error);
   }
   const CommandPath parsed = path();
+  unmark_values(parsed);
   check_choices(parsed);
   return parsed.back();
 }
