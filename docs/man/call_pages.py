@@ -69,15 +69,14 @@ def _first_sentence(text):
 def _wrapped_prototype(prototype, width=78):
     """To the letter, but for the line breaks."""
     head, arguments = " ".join(prototype.split()).split("(", 1)
-    lines, line = [], head + "("
-    for index, argument in enumerate(arguments.split(", ")):
-        piece = argument if arguments.endswith(argument) and argument.endswith(";") else argument + ","
-        fits = len(line) + len(piece) + 1 <= width
-        if index and not fits:
+    *others, last = arguments.split(", ")
+    lines, line = [], f"{head}("
+    for piece in [f"{argument}," for argument in others] + [last]:
+        separator = "" if line.endswith("(") else " "
+        if separator and len(line) + 1 + len(piece) > width:
             lines.append(line)
-            line = "    " + piece
-        else:
-            line += (" " if index else "") + piece
+            line, separator = "   ", " "
+        line += separator + piece
     return [*lines, line]
 
 
