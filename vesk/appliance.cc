@@ -185,6 +185,7 @@ void add_sensors(Command &group, Settings &settings) {
 
 void add_appliance(Command &root, Settings &settings) {
   Command &group = root.add("appliance", "Watch the machine that the server runs on");
+  group.examples = {"vesk appliance status", "vesk appliance fips"};
   add_plain(group, settings, "status", "Show the health of the machine",
             "A character for each part: 0 in order, 1 a fault, 8 not readable, - nothing there; for temperatures N "
             "normal and\nW warm. Exit code 7 when there is a fault.",

@@ -176,6 +176,8 @@ void add_show(Command &group, Settings &settings) {
 
 void add_context(Command &root, Settings &settings) {
   Command &group = root.add("context", "Name servers, so that their addresses need not be typed");
+  group.examples = {"vesk context add production --host kms.example --port 4000 --certificates /etc/vesk",
+                    "vesk context show"};
   add_add(group, settings);
   add_list(group, settings);
   add_named(group, settings, "use", "Make a context the current one", "vesk context use production", use);

@@ -138,7 +138,8 @@ void next(const Settings &settings, const NextOptions &options) {
 void add_create(Command &group, Settings &settings) {
   Command &command = group.add("create", "Create a 256-bit key");
   auto options = std::make_shared<CreateOptions>();
-  add_optional_name(command, options->name);
+  // One that there is not yet.
+  add_optional_name(command, options->name).kind = Kind::kText;
   command.flag("--mirror", options->mirror, "make it a mirror key, which the server replicates");
   add_bulk_options(command, options->bulk);
   command.details =
@@ -196,12 +197,14 @@ Json increment_value(const Settings &settings, std::uint32_t increment) {
   return increment_text(increment);
 }
 
-void add_name(Command &command, std::string &name) {
-  command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes");
+Option &add_name(Command &command, std::string &name) {
+  return command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes");
 }
 
-void add_optional_name(Command &command, std::optional<std::string> &name) {
-  command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes").is_required = false;
+Option &add_optional_name(Command &command, std::optional<std::string> &name) {
+  Option &added = command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes");
+  added.is_required = false;
+  return added;
 }
 
 void add_constant(Command &command, std::string &constant) {
@@ -214,6 +217,8 @@ void add_instance(Command &command, std::optional<std::string> &instance, const 
 
 void add_key(Command &root, Settings &settings) {
   Command &group = root.add("key", "Create, fetch, draw, list, delete and describe keys");
+  group.examples = {"vesk key create backup-2026", "vesk key get backup-2026 --out backup.key",
+                    "vesk key list --prefix backup-"};
   add_create(group, settings);
   add_get(group, settings);
   add_next(group, settings);

@@ -190,7 +190,8 @@ void add_certificate_option(Command &command, std::string &certificate) {
 void add_import(Command &group, Settings &settings) {
   Command &command = group.add("import", "Bring in a 256-bit key, wrapped on its way");
   auto options = std::make_shared<ImportOptions>();
-  add_name(command, options->name);
+  // One that there is not yet.
+  add_name(command, options->name).kind = Kind::kText;
   add_certificate_option(command, options->certificate);
   command.option("--in", &options->in, "FILE", Kind::kFile, "the file that the key is in, - for standard input")
       .is_required = true;

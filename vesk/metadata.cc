@@ -220,6 +220,7 @@ void show_metadata(const Settings &settings, const std::string &name) {
 
 void add_metadata(Command &root, Settings &settings) {
   Command &group = root.add("metadata", "Set, show and search the metadata fields of keys");
+  group.examples = {"vesk metadata set backup-2026 --md 1=tape", "vesk metadata find --where 'md1 eq tape'"};
   add_set(group, settings);
   add_get(group, settings);
   add_find(group, settings);

@@ -226,6 +226,7 @@ void add_sync(Command &group, Settings &settings) {
 
 void add_mirror(Command &root, Settings &settings) {
   Command &group = root.add("mirror", "Name the servers that keys are replicated to, and watch them");
+  group.examples = {"vesk mirror set west kms-west.example 4000", "vesk mirror status west"};
   add_set(group, settings);
   add_named(group, settings, "get", "Show a mirror's address", "", "vesk mirror get west", get);
   add_remove(group, settings);

@@ -115,6 +115,7 @@ void add_list(Command &group, Settings &settings) {
 
 void add_private_key(Command &root, Settings &settings) {
   Command &group = root.add("private-key", "Keep the private keys that unwrap imported keys");
+  group.examples = {"vesk private-key import head-office head-office-key.pem", "vesk private-key list"};
   add_import(group, settings);
   add_delete(group, settings);
   add_list(group, settings);

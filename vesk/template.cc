@@ -2,17 +2,15 @@
 #include <fmt/format.h>
 
 #include <memory>
-#include <new>
 
-#include "orn/support.h"
 #include "vesk/ask.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
-#include "vesk/list_output.h"
 #include "vesk/output.h"
 #include "vesk/progress.h"
+#include "vesk/store_names.h"
 #include "vesk/text.h"
 
 namespace command {
@@ -38,10 +36,6 @@ struct RemoveOptions {
   Consent consent;
 };
 
-struct FreeList {
-  void operator()(LinkedList *list) const { ll_free(list); }
-};
-
 void generate(const Settings &settings, const GenerateOptions &options) {
   check_constant(options.constant);
   const std::uint32_t count = parse_number("count", options.count, 1, kMaxCount, Base16::kNo,
@@ -59,16 +53,9 @@ void generate(const Settings &settings, const GenerateOptions &options) {
 }
 
 void list(const Settings &settings, const ListOptions &options) {
-  constexpr std::size_t kElementBytes = 40;
   const Connection connection(settings);
-  const std::unique_ptr<LinkedList, FreeList> templates(ll_create(kElementBytes));
-  if (!templates) throw std::bad_alloc();
-  connection.run({}, qGetTemplateList, templates.get());
-
-  ListOutput output(settings, options, "templates", {"name"});
-  for (const LinkedListNode *node = ll_first(templates.get()); node; node = ll_next(node))
-    output.add_name(static_cast<const char *>(ll_element(node)));
-  output.end();
+  show_store_names(settings, options, "templates",
+                   store_names([&](LinkedList *names) { connection.run({}, qGetTemplateList, names); }));
 }
 
 void depth(const Settings &settings, const std::string &constant) {
@@ -165,6 +152,7 @@ void add_remove(Command &group, Settings &settings) {
 
 void add_template(Command &root, Settings &settings) {
   Command &group = root.add("template", "Generate, list, watch and remove key templates");
+  group.examples = {"vesk template generate tape-library-01 --count 1000", "vesk template depth tape-library-01"};
   add_generate(group, settings);
   add_list(group, settings);
   add_depth(group, settings);
