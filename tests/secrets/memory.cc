@@ -147,6 +147,13 @@ Needle Needle::of_file(const std::filesystem::path &path, std::size_t offset, st
   return Needle({room.bytes(), size});
 }
 
+Needle Needle::reversed() const {
+  Needle result({});
+  for (const std::uint64_t piece : encoded) result.encoded.push_back(__builtin_bswap64(piece ^ kMask) ^ kMask);
+  std::reverse(result.encoded.begin(), result.encoded.end());
+  return result;
+}
+
 bool Needle::is_a_secret() const {
   return !encoded.empty() && std::find(encoded.begin(), encoded.end(), kMask) == encoded.end();
 }

@@ -22,6 +22,9 @@ class Needle {
   // Of bytes of a file, without a copy of them that stays.
   static Needle of_file(const std::filesystem::path &path, std::size_t offset, std::size_t size);
 
+  // The same bytes from the last to the first, as numbers lie in memory.
+  Needle reversed() const;
+
   // Whether this is one and not zeros.
   bool is_a_secret() const;
 
@@ -37,7 +40,7 @@ struct Place {
 };
 void PrintTo(const Place &place, std::ostream *stream);
 
-// All places in the memory of a process: this one, or a child. Throws where the memory cannot be read.
+// All places in the memory of a process: this one, or another. Throws std::system_error where it may not be read.
 std::vector<Place> places_of(const Needle &needle, pid_t process);
 std::vector<Place> places_of(const Needle &needle);
 
