@@ -11,12 +11,11 @@
 #include <memory>
 #include <string>
 
-#include "orn/skeys.h"
 #include "orn/support.h"
 #include "orn/vesk.h"
-#include "orn/vesk/libvesk/default_policy.h"
 #include "orn/vesk/wiped.h"
 #include "tests/secrets/expectations.h"
+#include "tests/secrets/key_transfer.h"
 #include "tests/secrets/running_server.h"
 #include "veskd/return_codes.h"
 
@@ -41,30 +40,13 @@ using WrappedBuffer = Wiped<std::array<unsigned char, kWrappedBytes>>;
   execv("/proc/self/exe", arguments);
 }
 
-// Files of a key pair, made by another program so that nothing of it is in this one's memory.
-class KeyPair {
- public:
-  KeyPair() {
-    const std::string command =
-        "cd " + folder_.path().string() +
-        " && openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=pair -days 30 -keyout key.pem -out certificate.pem "
-        "2>errors && openssl pkey -in key.pem -outform DER -out key.der && cat certificate.pem key.pem >both.pem";
-    EXPECT_EQ(std::system(command.c_str()), 0);
-  }
-
-  std::string file(const std::string &name) const { return folder_ / name; }
-
-  // Of what is private in the key, in all the forms that it has on its way: text, DER, and numbers in OpenSSL.
-  std::vector<Needle> needles() const {
-    const std::size_t size = std::filesystem::file_size(file("key.der"));
-    // The end of one prime number, all of the other, and most of the two exponents.
-    const Needle der = Needle::of_file(file("key.der"), size - 600, 400);
-    return {Needle::of_file(file("key.pem"), 900, 64), der, der.reversed()};
-  }
-
- private:
-  TemporaryDirectory folder_;
-};
+// Of what is private in the key, in all the forms that it has on its way: text, DER, and numbers in OpenSSL.
+std::vector<Needle> needles_of(const KeyPair &pair) {
+  const std::size_t size = std::filesystem::file_size(pair.file("key.der"));
+  // The end of one prime number, all of the other, and most of the two exponents.
+  const Needle der = Needle::of_file(pair.file("key.der"), size - 600, 400);
+  return {Needle::of_file(pair.file("key.pem"), 900, 64), der, der.reversed()};
+}
 
 class Memory : public testing::TestWithParam<bool> {
  protected:
@@ -93,25 +75,8 @@ class Memory : public testing::TestWithParam<bool> {
     ASSERT_EQ(call(qImportPrivateKey, pair_->file("key.pem").c_str(), "pair"), 0);
   }
 
-  // As a program does that fills a session itself.
   int import_plain(const char *name, const char *format, std::span<const unsigned char> value) const {
-    const auto owner = std::make_unique<Wiped<Session>>();
-    Session &session = **owner;
-    vesk::put_default_policy(session.request);
-    vesk::wire::put_padded(session.request.caTranId, "1023");
-    vesk::wire::put_padded(session.request.caKeyName, name);
-    vesk::wire::put_padded(session.request.caMirrorKey, "N");
-    vesk::wire::put_padded(session.request.caKeyFormat, format);
-    vesk::wire::put_padded(session.request.caCertificateName, "");
-    vesk::wire::put_padded(session.request.caRSAPaddingMode, "");
-    std::memcpy(session.request.caKeyValue, value.data(), value.size());
-    const auto &path = paths()->caPath;
-    int status = SetupConnection(&session.hTls, &session.hTlsAux, &session.hTlsRead, path[2], path[1], 0, path[3],
-                                 host(), std::to_string(port()).c_str(), 10);
-    if (status == 0) ImportSymKey(&session);
-    if (status == 0) status = session.iStatus;
-    TLSTeardown(session.hTls, session.hTlsAux, session.hTlsRead);
-    return status;
+    return secrets_test::import_plain(paths(), port(), name, format, value);
   }
 
   static inline std::unique_ptr<RunningServer> elsewhere_;
@@ -179,11 +144,11 @@ TEST_P(Memory, HoldsWrappedKeysInTheCallersBuffersAlone) {
   ASSERT_EQ(call(qImportSymKey, "unwrapped-2", "pair", file.c_str(), nullptr), 0);
   expect_only_in(wrapped->data(), Needle(*wrapped));
   expect_only_in(record->caKeyValue, needle_of(*record));
-  expect_nowhere(pair_->needles());
+  expect_nowhere(needles_of(*pair_));
 }
 
 TEST_P(Memory, HoldsNothingOfAPrivateKeyThatWasSent) {
-  const std::vector<Needle> needles = pair_->needles();
+  const std::vector<Needle> needles = needles_of(*pair_);
   import_pair();
   expect_nowhere(needles);
   // Refused: a private key is no certificate, nor with one.
