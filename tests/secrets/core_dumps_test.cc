@@ -82,7 +82,7 @@ TEST_F(CoreDumps, AreNotWrittenByTheServer) {
 // While it waits for a server that says nothing. Its first words are of the trace, before it connects.
 TEST_F(CoreDumps, AreNotWrittenByTheCommand) {
   RunningServer server;
-  server.program().signal(SIGSTOP);
+  server.halt();
   const std::string port = std::to_string(server.port());
   const std::string certificates = server / "d";
   Victim command({VESK_PROGRAM, "--host", "127.0.0.1", "--port", port.c_str(), "--certificates", certificates.c_str(),

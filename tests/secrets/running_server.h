@@ -1,6 +1,9 @@
 // A server as a process of its own, and the files that are exchanged with it.
 #pragma once
 
+#include <signal.h>
+#include <sys/wait.h>
+
 #include <filesystem>
 #include <string>
 
@@ -18,6 +21,14 @@ class RunningServer {
   const char *host() const { return "127.0.0.1"; }
   std::uint16_t port() const { return server_.port(); }
   veskd::test::Program &program() { return server_.program(); }
+
+  // From now on it says nothing, and goes when this does.
+  void halt() {
+    program().signal(SIGSTOP);
+    int state = 0;
+    ::waitpid(program().pid(), &state, WUNTRACED);
+  }
+
   std::filesystem::path operator/(const std::string &name) const { return directory_ / name; }
 
  private:
