@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,6 +15,7 @@
 #include "vesk/failure.h"
 #include "vesk/report.h"
 #include "vesk/watch.h"
+#include "veskd/process_memory.h"
 
 namespace command {
 namespace {
@@ -24,12 +24,6 @@ namespace {
 // place can be neither read nor written, so that using it is still an error.
 void hold_standard_streams() {
   for (int descriptor = 0; descriptor >= 0 && descriptor <= STDERR_FILENO;) descriptor = open("/dev/null", O_PATH);
-}
-
-// A process that holds key values leaves no image of its memory behind.
-void forbid_core_dumps() {
-  constexpr rlimit kNone = {0, 0};
-  setrlimit(RLIMIT_CORE, &kNone);
 }
 
 int run_and_report(int argc, char **argv) {
@@ -57,7 +51,7 @@ int run_and_report(int argc, char **argv) {
 
 int main(int argc, char **argv) {
   command::hold_standard_streams();
-  command::forbid_core_dumps();
+  veskd::protect_process_memory();
   signal(SIGPIPE, SIG_IGN);
   try {
     // What is typed is no command line yet: the parser is not for it.

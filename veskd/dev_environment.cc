@@ -39,10 +39,16 @@ std::optional<Identity> read_pair(const Pair &pair) {
                                present.string(), missing.string(), present.string()));
 }
 
-// The key first: a certificate in place means that its key is.
+// The key first: a certificate in place means that its key is. A key alone does not stay.
 void write_pair(const Pair &pair, const Identity &identity, const std::string &certificates) {
-  replace_file(pair.key, private_key_pem(identity.key.get()).text(), kPrivateMode);
-  replace_file(pair.certificate, certificates, kPublicMode);
+  try {
+    replace_file(pair.key, private_key_pem(identity.key.get()).text(), kPrivateMode);
+    replace_file(pair.certificate, certificates, kPublicMode);
+  } catch (const StartError &) {
+    std::error_code ignored;
+    if (!fs::exists(pair.certificate, ignored)) fs::remove(pair.key, ignored);
+    throw;
+  }
 }
 
 Identity open_authority(const Pair &pair, const Log &log) {

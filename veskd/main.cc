@@ -14,6 +14,7 @@
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
 #include "veskd/log.h"
+#include "veskd/process_memory.h"
 #include "veskd/service.h"
 #include "veskd/store_file.h"
 
@@ -133,6 +134,7 @@ void add_serve_options(CLI::App &serve, ServeOptions &options) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  veskd::protect_process_memory();
   CLI::App app("veskd, a key server: hands keys to clients over mutually authenticated TLS", "veskd");
   app.set_version_flag("--version", "veskd " VESKD_VERSION);
   app.require_subcommand(1);

@@ -45,7 +45,7 @@ int read_file(const FileRole &role, const char *path, FileBytes &bytes) {
 
 int not_pem(const FileRole &role, const char *path) {
   ORN_TRACE("%s, %s: %s", role.name, path, openssl_reason().c_str());
-  return role.not_pem;
+  return took_out_of_memory() ? CONN_ERR_RESOURCES : role.not_pem;
 }
 
 // OpenSSL asks here for a passphrase instead of at the terminal, and never gets one.
