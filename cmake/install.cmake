@@ -55,6 +55,7 @@ endif()
 install(TARGETS veskd RUNTIME COMPONENT server)
 install(FILES docs/server.md DESTINATION ${DOCUMENTS}/veskd COMPONENT server)
 install(FILES docs/veskd.toml docs/faults.toml DESTINATION ${DOCUMENTS}/veskd/examples COMPONENT server)
+install(FILES packaging/veskd.toml DESTINATION ${DOCUMENTS}/veskd/examples RENAME service.toml COMPONENT server)
 install(FILES packaging/sysusers.conf DESTINATION lib/sysusers.d RENAME veskd.conf COMPONENT server)
 install(FILES packaging/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME veskd.conf COMPONENT server)
 install(CODE "

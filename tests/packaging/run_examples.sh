@@ -1,5 +1,5 @@
 #!/bin/bash
-# Runs the built examples against an installed key server.
+# Runs the built examples against an installed key server, and has that look at the configuration of the service.
 #
 # Usage: run_examples.sh PREFIX WORK, where build_examples.sh has built them
 set -euo pipefail
@@ -91,3 +91,8 @@ monitored 127.0.0.1 "$port" 0 'OK server certificate valid until 20*Z'
 echo 'fan front 12 300 5000' >sensors
 monitored 127.0.0.1 "$port" 2 'CRITICAL application * fan 1--- temperature *'
 monitored 127.0.0.1 1 2 'CRITICAL *CONN_ERR_REFUSED*'
+
+# The configuration of the service, with the certificates of this server.
+sed "s|/etc/veskd|$directory/keys|; s|/var/lib/veskd|$directory|; s|/run/veskd|$directory|" \
+  "$prefix/share/doc/veskd/examples/service.toml" >service.toml
+veskd serve --config service.toml --check >checked 2>&1 || fail "$(cat checked)"
