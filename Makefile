@@ -2,7 +2,8 @@
 #   make demo    builds everything and shows the main job with the real programs
 #   make test    passes the tests: plain, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads
 #                under ThreadSanitizer, and checks the format of the sources
-#   make deb     builds the Debian packages, into build/deb (docs/install.md)
+#   make install installs, under PREFIX or /usr/local (docs/install.md)
+#   make deb     builds the Debian packages, into build/deb
 #   make abi     describes the libraries' ABI anew, when something was added to it (docs/abi.md)
 #   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
 #   make format  formats the sources
