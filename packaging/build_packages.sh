@@ -20,6 +20,6 @@ cd "$sources"
 git ls-files -z | tar --create --null --files-from - | tar --extract --directory "$directory/tree"
 cd "$directory/tree"
 dpkg-buildpackage --unsigned-source --unsigned-changes --build=binary >"$directory/log" 2>&1 ||
-  { cat "$directory/log" >&2; exit 1; }
+  { tail -n 50 "$directory/log" >&2; exit 1; }
 rm -rf "$directory/tree"
 ls "$directory"/*.deb
