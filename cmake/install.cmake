@@ -20,6 +20,7 @@ install(FILES orn/records.h orn/skeys.h orn/status.h orn/support.h orn/vesk.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orn COMPONENT development)
 
 file(RELATIVE_PATH PKGCONFIG_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" PKGCONFIG_TO_PREFIX ${PKGCONFIG_TO_PREFIX})
 foreach(library vesk ornsupport)
   configure_file(packaging/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${library}.pc
