@@ -2,6 +2,9 @@
 #   make demo    builds everything and shows the main job with the real programs
 #   make test    passes the tests: plain, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads
 #                under ThreadSanitizer, and checks the format of the sources
+#   make install installs, under PREFIX or /usr/local (docs/install.md)
+#   make deb     builds the Debian packages, into build/deb
+#   make abi     describes the libraries' ABI anew, when something was added to it (docs/abi.md)
 #   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
 #   make format  formats the sources
 SHELL := /bin/bash
@@ -12,7 +15,7 @@ PACKAGES := $(shell sed 's/\#.*//' packages.txt)
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
 
-.PHONY: all demo test bench tidy format check-format packages build-% test-% clean
+.PHONY: all demo test install deb abi bench tidy format check-format packages build-% test-% clean
 
 all: build-release
 
@@ -39,6 +42,17 @@ demo: build-release
 	@demo/run.sh build/release
 
 test: check-format test-release test-asan test-tsan
+
+install: build-release
+	@cmake --install build/release $(if $(PREFIX),--prefix $(PREFIX))
+
+# In a copy of what is under version control: packaging writes into the tree.
+deb: packages
+	@packaging/build_packages.sh build/deb
+
+abi: build-release
+	@packaging/abi.sh describe build/release/orn/vesk/libvesk.so orn/vesk/libvesk.abi
+	packaging/abi.sh describe build/release/orn/support/libornsupport.so orn/support/libornsupport.abi
 
 bench: build-bench
 	@bench/run.sh build/bench
