@@ -105,10 +105,14 @@ void check_secret_file(const std::string &path, bool force) {
   if (access(directory_of(path).c_str(), W_OK | X_OK) != 0) throw failed("create", path);
 }
 
-void warn_of_readers(const std::string &path) {
+bool others_may_read(const std::string &path) {
   struct stat file {};
-  if (path == "-" || stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode)) return;
-  if ((file.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
+  if (path == "-" || stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode)) return false;
+  return (file.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+}
+
+void warn_of_readers(const std::string &path) {
+  if (!others_may_read(path)) return;
   fmt::print(stderr, "warning: others may read {}: chmod 600 {}\n", printable(path), printable(path));
 }
 
