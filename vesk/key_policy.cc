@@ -7,6 +7,7 @@
 #include "vesk/bulk.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
 #include "vesk/list_output.h"
@@ -36,13 +37,23 @@ std::string joined(const std::vector<std::string> &names, std::size_t first) {
   return text;
 }
 
+const char *done_word(const DeleteOptions &options) {
+  return options.consent.dry_run ? "would delete" : "deleted";
+}
+
+// Returns the status.
+int delete_one(const Connection &connection, const std::string &name, const DeleteOptions &options) {
+  if (options.consent.dry_run) return status_of_existing(connection, kKeys, name);
+  return connection.call(qDeleteKey, name.c_str());
+}
+
 // Stops at the first key that cannot be deleted.
 void delete_each(const Connection &connection, const DeleteOptions &options, ListOutput &deleted) {
   for (std::size_t i = 0; i < options.names.size(); ++i) {
     const std::string &name = options.names[i];
     try {
-      connection.run(key_subject(name), qDeleteKey, name.c_str());
-      deleted.add(name, fmt::format("deleted key {}", printable(name)));
+      connection.require(delete_one(connection, name, options), key_subject(name));
+      deleted.add(name, fmt::format("{} key {}", done_word(options), printable(name)));
     } catch (const Failure &failure) {
       deleted.abandon();
       std::vector<std::string> details = failure.details();
@@ -50,7 +61,7 @@ void delete_each(const Connection &connection, const DeleteOptions &options, Lis
       throw Failure(failure.code(), failure.what(), failure.hint(), details);
     }
   }
-  deleted.end();
+  deleted.end({}, options.consent.dry_run ? Members{{"dry_run", true}} : Members());
 }
 
 // More than anyone looks through before they say yes.
@@ -68,12 +79,6 @@ void confirm(const std::vector<std::string> &names, const Consent &consent) {
   }
 }
 
-void show_dry_run_of(const Settings &settings, const std::vector<std::string> &names) {
-  ListOutput output(settings, {}, "deleted", {"deleted"});
-  for (const std::string &name : names) output.add(name, fmt::format("would delete key {}", printable(name)));
-  output.end({}, {{"dry_run", true}});
-}
-
 void delete_keys(const Settings &settings, const DeleteOptions &options) {
   require_one_source(!options.names.empty(), options.bulk);
   for (const std::string &name : options.names) check_key_name(name);
@@ -83,12 +88,14 @@ void delete_keys(const Settings &settings, const DeleteOptions &options) {
   for (const BulkItem &item : items) names.push_back(item.name);
 
   const Connection connection(settings);
-  if (options.consent.dry_run) return show_dry_run_of(settings, names);
-  confirm(names, options.consent);
+  if (!options.consent.dry_run) confirm(names, options.consent);
   if (options.bulk.from) {
-    const BulkTask task = {"key delete", "deleted key", veskd::RC_KEY_UNKNOWN,
-                           [&](const BulkItem &item) { return connection.call(qDeleteKey, item.name.c_str()); }};
-    return run_bulk(settings, connection, options.bulk, items, task);
+    BulkOptions bulk = options.bulk;
+    bulk.dry_run = options.consent.dry_run;
+    const std::string done = fmt::format("{} key", done_word(options));
+    const BulkTask task = {"key delete", done.c_str(), bulk.dry_run ? 0 : veskd::RC_KEY_UNKNOWN,
+                           [&](const BulkItem &item) { return delete_one(connection, item.name, options); }};
+    return run_bulk(settings, connection, bulk, items, task);
   }
   ListOutput deleted(settings, {}, "deleted", {"deleted"});
   delete_each(connection, options, deleted);

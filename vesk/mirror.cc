@@ -7,6 +7,7 @@
 #include "vesk/ask.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/output.h"
 #include "vesk/store_names.h"
@@ -23,6 +24,7 @@ struct SetOptions {
   std::string name;
   std::string host;
   std::string port;
+  bool dry_run = false;
 };
 
 struct RemoveOptions {
@@ -64,9 +66,18 @@ void set(const Settings &settings, const SetOptions &options) {
   check_text("mirror's host", options.host, kMaxHostLength);
   const std::uint32_t port = parse_number("mirror's port", options.port, 1, kLastPort);
   const Connection connection(settings);
+  const Members document = {{"mirror", options.name}, {"host", options.host}, {"port", port}};
+  if (options.dry_run) {
+    const int status = status_of_existing(connection, kMirrors, options.name);
+    if (status != kMirrors.unknown) connection.require(status, mirror_subject(options.name));
+    const char *sentence = status == 0 ? "would move mirror {} to {} port {}" : "would add mirror {} at {} port {}";
+    return show_dry_run(settings,
+                        fmt::format(fmt::runtime(sentence), printable(options.name), printable(options.host), port),
+                        document);
+  }
   connection.run(mirror_subject(options.name), qSetMirrorAddress, options.name.c_str(), options.host.c_str(), port);
   show(settings, fmt::format("mirror {} is at {} port {}", printable(options.name), printable(options.host), port),
-       {{"mirror", options.name}, {"host", options.host}, {"port", port}});
+       document);
 }
 
 void get(const Settings &settings, const std::string &name) {
@@ -84,6 +95,7 @@ void remove(const Settings &settings, const RemoveOptions &options) {
   check_mirror_name(options.name);
   const Connection connection(settings);
   if (options.consent.dry_run) {
+    connection.require(status_of_existing(connection, kMirrors, options.name), mirror_subject(options.name));
     return show_dry_run(settings, fmt::format("would remove mirror {}", printable(options.name)),
                         {{"removed", options.name}});
   }
@@ -189,6 +201,7 @@ void add_set(Command &group, Settings &settings) {
   add_mirror_name(command, options->name);
   command.argument("HOST", &options->host, Kind::kHost, "its host name or numeric address");
   command.argument("PORT", &options->port, Kind::kNumber, "its port, 1 to 65535");
+  add_dry_run(command, options->dry_run);
   command.details =
       "A new mirror gets the changes from now on; send it what there is with: vesk mirror sync NAME --all";
   command.examples = {"vesk mirror set west kms-west.example 4000"};
