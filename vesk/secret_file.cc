@@ -62,6 +62,13 @@ class TemporaryFile {
     if (fsync(descriptor_) != 0) throw failed("write", path);
   }
 
+  void share(const std::string &path) {
+    const mode_t mask = umask(0);
+    umask(mask);
+    constexpr mode_t kForAll = 0666;
+    if (fchmod(descriptor_, kForAll & ~mask) != 0) throw failed("write", path);
+  }
+
   // A link is made only where nothing is; a rename replaces.
   void become(const std::string &path, bool replace) {
     const Uninterrupted both;
@@ -121,6 +128,16 @@ void write_secret_file(const std::string &path, std::string_view bytes, bool for
     TemporaryFile file(path);
     file.write(bytes, path);
     file.become(path, force);
+  }
+  flush_directory(path);
+}
+
+void write_whole_file(const std::string &path, std::string_view bytes) {
+  {
+    TemporaryFile file(path);
+    file.write(bytes, path);
+    file.share(path);
+    file.become(path, true);
   }
   flush_directory(path);
 }

@@ -19,7 +19,9 @@ struct PlayedCertificates {
 class PlayedServer {
  public:
   // Speaks TLS and answers every request with the reply. Certificates and keys are made in the directory.
-  PlayedServer(const std::string &directory, const PlayedCertificates &certificates, std::string reply);
+  // The line stays open behind the reply if the server stalls.
+  PlayedServer(const std::string &directory, const PlayedCertificates &certificates, std::string reply,
+               bool stalls = false);
   // Sends the bytes at once and speaks no TLS.
   explicit PlayedServer(std::string greeting);
   ~PlayedServer();
@@ -33,6 +35,7 @@ class PlayedServer {
   void serve_tls() const;
 
   std::string directory_;
+  bool stalls_ = false;
   std::string reply_;
   int listener_ = -1;
   std::thread thread_;
