@@ -24,9 +24,14 @@ struct DeleteOptions {
   BulkOptions bulk;
 };
 
-void make_deletable(const Settings &settings, const std::string &name) {
+void make_deletable(const Settings &settings, const std::string &name, bool dry_run) {
   check_key_name(name);
   const Connection connection(settings);
+  if (dry_run) {
+    connection.require(status_of_existing(connection, kKeys, name), key_subject(name));
+    return show_dry_run(settings, fmt::format("would make key {} deletable", printable(name)),
+                        {{"made_deletable", name}});
+  }
   connection.run(key_subject(name), qChangeDeletable, name.c_str(), 'Y');
   show(settings, fmt::format("key {} may be deleted now", printable(name)), {{"made_deletable", name}});
 }
@@ -115,9 +120,11 @@ void add_policy(Command &group, Settings &settings) {
 void add_make_deletable(Command &group, Settings &settings) {
   Command &command = group.add("make-deletable", "Let a key be deleted; this cannot be taken back");
   auto name = std::make_shared<std::string>();
+  auto dry_run = std::make_shared<bool>(false);
   add_name(command, *name);
+  add_dry_run(command, *dry_run);
   command.examples = {"vesk key make-deletable backup-2026"};
-  command.run = [&settings, name] { make_deletable(settings, *name); };
+  command.run = [&settings, name, dry_run] { make_deletable(settings, *name, *dry_run); };
 }
 
 void add_delete(Command &group, Settings &settings) {

@@ -36,6 +36,7 @@ struct SyncOptions {
   std::string name;
   bool all = false;
   std::string key;
+  bool dry_run = false;
 };
 
 std::string mirror_subject(const std::string &name) {
@@ -174,10 +175,16 @@ void sync(const Settings &settings, const SyncOptions &options) {
   if (!options.all) check_key_name(options.key);
   const Connection connection(settings);
   const std::string what = options.all ? "all mirror keys" : fmt::format("key {}", printable(options.key));
+  const Members document = {{"mirror", options.name}, {"key", options.all ? Json() : Json(options.key)}};
+  if (options.dry_run) {
+    connection.require(status_of_existing(connection, kMirrors, options.name), mirror_subject(options.name));
+    if (!options.all) connection.require(status_of_existing(connection, kKeys, options.key), what);
+    return show_dry_run(settings, fmt::format("{} would be sent to mirror {}", what, printable(options.name)),
+                        document);
+  }
   connection.run(fmt::format("{}, {}", mirror_subject(options.name), what), qForceKeySync, options.name.c_str(),
                  options.all ? nullptr : options.key.c_str());
-  show(settings, fmt::format("{} will be sent to mirror {}", what, printable(options.name)),
-       {{"mirror", options.name}, {"key", options.all ? Json() : Json(options.key)}});
+  show(settings, fmt::format("{} will be sent to mirror {}", what, printable(options.name)), document);
 }
 
 void add_mirror_name(Command &command, std::string &name) {
@@ -230,6 +237,7 @@ void add_sync(Command &group, Settings &settings) {
   add_mirror_name(command, options->name);
   command.flag("--all", options->all, "all mirror keys");
   command.option("--only", &options->key, "KEY", Kind::kKeyName, "one key");
+  add_dry_run(command, options->dry_run);
   command.details = "Returns when the keys are queued; vesk mirror queue NAME tells how many are still to be sent.";
   command.examples = {"vesk mirror sync west --all", "vesk mirror sync west --only backup-2026"};
   command.run = [&settings, options] { sync(settings, *options); };

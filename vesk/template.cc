@@ -33,6 +33,7 @@ struct GenerateOptions {
 struct SetNextOptions {
   std::string constant;
   std::string increment;
+  bool dry_run = false;
 };
 
 struct RemoveOptions {
@@ -98,10 +99,19 @@ void set_next(const Settings &settings, const SetNextOptions &options) {
       parse_number("increment", options.increment, 0, kLastIncrement, Base16::kYes,
                    "decimal as it is, hexadecimal behind 0x; an increment has six hexadecimal digits");
   const Connection connection(settings);
+  const Members document = {{"template", options.constant}, {"next_increment", increment}};
+  if (options.dry_run) {
+    connection.require(status_of_existing(connection, kTemplates, options.constant),
+                       template_subject(options.constant));
+    return show_dry_run(
+        settings,
+        fmt::format("template {} would serve {} next", printable(options.constant), increment_text(increment)),
+        document);
+  }
   connection.run(fmt::format("{}, increment {}", template_subject(options.constant), increment_text(increment)),
                  qSetNextIncrement, options.constant.c_str(), increment);
   show(settings, fmt::format("template {} serves {} next", printable(options.constant), increment_text(increment)),
-       {{"template", options.constant}, {"next_increment", increment}});
+       document);
 }
 
 void remove(const Settings &settings, const RemoveOptions &options) {
@@ -157,6 +167,7 @@ void add_set_next(Command &group, Settings &settings) {
   add_constant(command, options->constant);
   command.argument("N", &options->increment, Kind::kNumber,
                    "the increment, decimal or 0x hexadecimal, at most 0xFFFFFF");
+  add_dry_run(command, options->dry_run);
   command.examples = {"vesk template set-next tape-library-01 0x0001F4"};
   command.run = [&settings, options] { set_next(settings, *options); };
 }

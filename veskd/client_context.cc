@@ -22,6 +22,7 @@ std::string program_beside(const std::string &name) {
 bool run_beside(std::vector<std::string> words) {
   const std::string program = program_beside(words.front());
   std::vector<char *> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string &word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   pid_t child = -1;

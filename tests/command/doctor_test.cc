@@ -342,6 +342,13 @@ TEST_F(DoctorAndCertificates, TheNameIsAnother) {
                                            "IP:192.0.2.1>"))));
 }
 
+TEST_F(DoctorAndCertificates, TheTimeHasNotBegun) {
+  const Report report = doctor({.server_validity = veskd::Days(90), .server_begin = veskd::Days(2)});
+  EXPECT_THAT(report.with("failed"), testing::ElementsAre("server-validity"));
+  EXPECT_THAT(report.at("server-validity"),
+              Is("failed", AllOf(HasSubstr("CONN_ERR_PEER_NOT_YET_VALID"), HasSubstr("clock of this machine"))));
+}
+
 // Nothing that is wrong hides what else is.
 TEST_F(DoctorAndCertificates, EverythingIsWrong) {
   const Report report =

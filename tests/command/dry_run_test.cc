@@ -68,6 +68,14 @@ TEST_F(DryRuns, WhatIsThereWouldBeRefused) {
               Ends(0, StrEq("would generate 1 key for template tape-library-01\n"), IsEmpty()));
   EXPECT_THAT(dry({"mirror", "set", "west", "127.0.0.2", "4000"}),
               Ends(0, StrEq("would move mirror west to 127.0.0.2 port 4000\n"), IsEmpty()));
+  EXPECT_THAT(dry({"mirror", "sync", "west", "--only", "K2"}), Ends(4, IsEmpty(), HasSubstr("RC_KEY_UNKNOWN")));
+  EXPECT_THAT(dry({"mirror", "sync", "west", "--only", "K1", "--output", "json"}),
+              Ends(0, HasSubstr("\"dry_run\": true"), IsEmpty()));
+  EXPECT_THAT(dry({"key", "make-deletable", "K1", "--output", "json"}),
+              Ends(0, HasSubstr("\"dry_run\": true"), IsEmpty()));
+  EXPECT_THAT(dry({"template", "set-next", "tape-library-01", "1", "--output", "json"}),
+              Ends(0, HasSubstr("\"dry_run\": true"), IsEmpty()));
+  EXPECT_EQ(document_in(vesk({"template", "depth", "tape-library-01", "--output", "json"})).at("next_increment"), 0);
   EXPECT_THAT(dry({"certificate", "import", "pair", "pair.pem"}),
               Ends(3, IsEmpty(), HasSubstr("RC_CERTIFICATE_EXISTS")));
   EXPECT_THAT(dry({"certificate", "import", "pair", "pair.pem", "--replace"}), Ends(0, HasSubstr("would"), IsEmpty()));
@@ -94,7 +102,10 @@ TEST_F(DryRuns, WhatIsNotThereCannotBeChangedOrDeleted) {
                                              {"template", "generate", "tape-library-01", "--count", "1", "--add"},
                                              {"certificate", "delete", "P"},
                                              {"private-key", "delete", "P"},
-                                             {"mirror", "remove", "west"}})
+                                             {"mirror", "remove", "west"},
+                                             {"mirror", "sync", "west", "--all"},
+                                             {"key", "make-deletable", "K1"},
+                                             {"template", "set-next", "tape-library-01", "1"}})
     EXPECT_THAT(dry(command), Ends(4, IsEmpty(), HasSubstr("there is no "))) << command[0] << " " << command[1];
 }
 

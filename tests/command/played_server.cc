@@ -43,6 +43,10 @@ void make_files(const std::string &directory, const PlayedCertificates &certific
   const veskd::Identity stranger = veskd::make_authority("strange authority", kDay);
   const veskd::Identity server = veskd::make_leaf(
       authority, {"played server", veskd::Purpose::kServer, certificates.server_names}, certificates.server_validity);
+  if (certificates.server_begin.count() > 0) {
+    X509_time_adj_ex(X509_getm_notBefore(server.certificate.get()), certificates.server_begin.count(), 0, nullptr);
+    X509_sign(server.certificate.get(), authority.key.get(), EVP_sha256());
+  }
   const veskd::Identity client = veskd::make_leaf(authority, {"client", veskd::Purpose::kClient, {}}, kDay);
   const veskd::Identity &trusted = certificates.trusts_server ? authority : stranger;
   write_file(directory + "/authority.pem", veskd::certificate_pem(trusted.certificate.get()));

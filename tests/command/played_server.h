@@ -13,7 +13,8 @@ namespace command_test {
 struct PlayedCertificates {
   std::vector<std::string> server_names = {"127.0.0.1"};
   veskd::Days server_validity{1};
-  bool trusts_server = true;  // the client's authority file holds the authority that issued the server's certificate
+  veskd::Days server_begin{0};  // when it begins, from now on
+  bool trusts_server = true;    // the client's authority file holds the authority that issued the server's certificate
 };
 
 class PlayedServer {
