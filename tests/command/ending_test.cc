@@ -101,7 +101,7 @@ TEST_F(EndingsOfFiles, WhatWasThereStaysAsItWas) {
 
 TEST_F(EndingsOfFiles, AReplyThatStallsMidwayLeavesNoFile) {
   const TemporaryDirectory played;
-  const PlayedServer server(played.path(), {}, "00000", true);
+  const PlayedServer server(played.path(), {}, "0040000000712", true);
   Invocation made = invocation(
       {"key", "get", "K1", "--out", "file", "--trace", "-", "--port", server.port(), "--certificates", played.path()});
   made.signal = SIGINT;
