@@ -2,11 +2,8 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <cerrno>
-#include <fstream>
 #include <memory>
 #include <sstream>
-#include <system_error>
 
 #include "vesk/commands.h"
 #include "vesk/connection.h"
@@ -15,6 +12,7 @@
 #include "vesk/memory_file.h"
 #include "vesk/output.h"
 #include "vesk/progress.h"
+#include "vesk/secret_file.h"
 #include "vesk/silence.h"
 #include "vesk/text.h"
 
@@ -82,16 +80,6 @@ void status(const Settings &settings) {
                 "the readings themselves: vesk appliance sensors");
 }
 
-void write_file(const std::string &path, const std::string &content) {
-  errno = 0;
-  std::ofstream file(path, std::ios::binary);
-  file << content;
-  file.close();
-  if (file) return;
-  throw Failure(ExitCode::kOther,
-                fmt::format("cannot write {}: {}", printable(path), std::generic_category().message(errno)));
-}
-
 // The words of a line of the sensor data.
 constexpr std::array kReadingMembers = {"kind", "name", "value", "low", "high"};
 
@@ -117,12 +105,13 @@ void show_readings(const Settings &settings, const ListOptions &options, const s
 
 void sensors(const Settings &settings, const SensorOptions &options) {
   const std::string &out = options.out;
+  if (!out.empty()) check_secret_file(out, true);
   const Connection connection(settings);
   const MemoryFile data;
   const SystemStatus read = read_status(connection, data.path());
   const std::string readings = data.content();
   if (!out.empty()) {
-    write_file(out, readings);
+    write_whole_file(out, readings);
     show(settings, fmt::format("wrote the readings to {}", printable(out)), {{"file", out}});
   } else {
     show_readings(settings, options.list, readings);

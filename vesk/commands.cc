@@ -20,6 +20,7 @@ void add_commands(Command &root, Settings &settings) {
   add_settings(root, settings);
   add_context(root, settings);
   add_ping(root, settings);
+  add_doctor(root, settings);
   add_server(root, settings);
   add_key(root, settings);
   add_template(root, settings);

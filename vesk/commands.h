@@ -11,6 +11,7 @@ void add_commands(Command &root, Settings &settings);
 
 void add_context(Command &root, Settings &settings);
 void add_ping(Command &root, Settings &settings);
+void add_doctor(Command &root, Settings &settings);
 void add_server(Command &root, Settings &settings);
 void add_key(Command &root, Settings &settings);
 void add_template(Command &root, Settings &settings);

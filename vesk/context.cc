@@ -98,22 +98,6 @@ void list(const Settings &settings, const ListOptions &options) {
   output.end();
 }
 
-std::string origin_of(const TargetMember &member, const Target &target) {
-  switch ((target.*member.value).source) {
-    case Source::kFlag:
-      return member.flag;
-    case Source::kEnvironment:
-      return member.variable;
-    case Source::kContext:
-      return "context " + printable(target.context);
-    case Source::kDefault:
-      return "default";
-    case Source::kNone:
-      break;
-  }
-  return "not given";
-}
-
 void show_target(const Settings &settings, const std::optional<std::string> &name) {
   Settings named = settings;
   if (name) named.context = name;

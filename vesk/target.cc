@@ -86,6 +86,22 @@ void require_path_length(const Target &target) {
 
 }  // namespace
 
+std::string origin_of(const TargetMember &member, const Target &target) {
+  switch ((target.*member.value).source) {
+    case Source::kFlag:
+      return member.flag;
+    case Source::kEnvironment:
+      return member.variable;
+    case Source::kContext:
+      return "context " + printable(target.context);
+    case Source::kDefault:
+      return "default";
+    case Source::kNone:
+      break;
+  }
+  return "not given";
+}
+
 Target target_without_context(const Settings &settings) {
   Target target;
   for (const TargetMember &member : kTargetMembers) target.*member.value = value_of(member, settings);

@@ -145,9 +145,18 @@ std::string DevEnvironment::next_command(const std::string &host, std::uint16_t 
   return fmt::format("vesk --host {} --port {} --certificates {} ping", host, port, shell_word(directory_.string()));
 }
 
-std::string DevEnvironment::context_command(const std::string &host, std::uint16_t port) const {
-  return fmt::format("vesk context add dev --host {} --port {} --certificates {} --use", host, port,
-                     shell_word(directory_.string()));
+std::vector<std::string> DevEnvironment::context_words(const std::string &name, const std::string &host,
+                                                       std::uint16_t port) const {
+  return {"vesk",           "context",           "add",  name, "--host", host, "--port", std::to_string(port),
+          "--certificates", directory_.string(), "--use"};
+}
+
+std::string DevEnvironment::context_command(const std::string &name, const std::string &host,
+                                            std::uint16_t port) const {
+  std::string command;
+  for (const std::string &word : context_words(name, host, port))
+    command += fmt::format("{}{}", command.empty() ? "" : " ", shell_word(word));
+  return command;
 }
 
 }  // namespace veskd

@@ -72,8 +72,10 @@ int make_context(const Credentials &credentials, SslContextPtr &made) {
   SslContextPtr context(SSL_CTX_new(TLS_client_method()));
   if (!context || !set_protocol(context.get())) return set_up_failure("TLS settings");
   if (!set_authorities(context.get(), credentials.authorities)) return set_up_failure("trusted authority");
-  if (!set_client_chain(context.get(), credentials.chain)) return set_up_failure("client certificate chain");
-  if (SSL_CTX_use_PrivateKey(context.get(), credentials.key.get()) != 1) return set_up_failure("client key");
+  if (!credentials.chain.empty()) {
+    if (!set_client_chain(context.get(), credentials.chain)) return set_up_failure("client certificate chain");
+    if (SSL_CTX_use_PrivateKey(context.get(), credentials.key.get()) != 1) return set_up_failure("client key");
+  }
   made = std::move(context);
   return 0;
 }
