@@ -51,6 +51,7 @@ Command described(Settings &settings) {
   add_mirror(root, settings);
   add_appliance(root, settings);
   add_database(root, settings);
+  add_decode(root, settings);
   root.details = exit_codes();
   root.examples = {"vesk context add production --host kms.example --port 4000 --certificates /etc/vesk", "vesk ping",
                    "vesk key create backup-2026", "vesk key get backup-2026 --out backup.key"};

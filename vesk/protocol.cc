@@ -55,26 +55,20 @@ constexpr Attachment entries(Fields entry) {
 
 // A file behind a request. It is the user's, and may hold more than it should: a private key beside its certificate.
 constexpr Attachment file(std::string_view name) {
-  return {.count = member_name<&RequestFields::caByteCount>(), .name = name, .entry = {}, .is_secret = true};
+  return {.count = member_name<&RequestFields::caByteCount>(), .name = name, .is_secret = true};
 }
 
 constexpr Attachment kMetadataRecords = {.count = member_name<&MetadataPage::caDataSize>(),
                                          .overhead = kDataSizeOverhead,
                                          .name = "Block",
                                          .entry = kFieldsOf<kMetadataRecord>};
-constexpr Attachment kSensorData = {
-    .count = member_name<&SystemStatusPage::caListCount>(), .name = "Sensor Data", .entry = {}};
-constexpr Attachment kCertificate = {
-    .count = member_name<&ExportedCertificate::caCertLength>(), .name = "Certificate", .entry = {}};
-constexpr Attachment kZeroBytes = {.count = {}, .uncounted = kExportSymKeyUncounted, .name = "Zero Bytes", .entry = {}};
+constexpr Attachment kSensorData = {.count = member_name<&SystemStatusPage::caListCount>(), .name = "Sensor Data"};
+constexpr Attachment kCertificate = {.count = member_name<&ExportedCertificate::caCertLength>(), .name = "Certificate"};
+constexpr Attachment kZeroBytes = {.count = {}, .uncounted = kExportSymKeyUncounted, .name = "Zero Bytes"};
 
 template <const auto &kRequest, const auto &kReply>
 constexpr Protocol protocol(const Transaction &transaction) {
-  return {.transaction = transaction,
-          .request = kFieldsOf<kRequest>,
-          .reply = kFieldsOf<kReply>,
-          .behind_request = {},
-          .behind_reply = {}};
+  return {.transaction = transaction, .request = kFieldsOf<kRequest>, .reply = kFieldsOf<kReply>};
 }
 
 template <const auto &kRequest, const auto &kPage>
@@ -133,6 +127,12 @@ constexpr std::array kProtocols = {
     protocol<kGetNextKeyRequest, kGetNextKeyReply>(kGetNextKey),
 };
 static_assert(kProtocols.size() == kTransactions.size());
+
+// By the length of a record it can be told whether it is a request.
+static_assert(std::none_of(kProtocols.begin(), kProtocols.end(), [](const Protocol &known) {
+  const std::size_t request = kLengthDigits + known.transaction.declared_length();
+  return request == end_of(known.reply) || request == wire_size(kReplyHeader);
+}));
 
 template <typename Predicate>
 const Protocol *find(Predicate is_it) {

@@ -17,22 +17,22 @@ struct Field {
   std::string_view literal;
   std::string_view name;  // as its record declares it, or in words of its own; empty for what names no field
 
-  std::size_t end() const { return offset + width; }
+  constexpr std::size_t end() const { return offset + width; }
 };
 
 using Fields = std::span<const Field>;
 
-inline std::size_t end_of(Fields fields) {
+constexpr std::size_t end_of(Fields fields) {
   return fields.empty() ? 0 : fields.back().end();
 }
 
 // What follows a record outside its counted length.
 struct Attachment {
-  std::string_view count;     // the field of the record that counts its bytes
-  std::size_t uncounted = 0;  // without such a field, as many zero bytes
-  int overhead = 0;           // what the count has above the bytes
-  std::string_view name;      // of what it is as a whole
-  Fields entry;               // of a block of entries
+  std::string_view count;      // the field of the record that counts its bytes
+  std::size_t uncounted = 0;   // without such a field, as many zero bytes
+  int overhead = 0;            // what the count has above the bytes
+  std::string_view name = {};  // of what it is as a whole
+  Fields entry = {};           // of a block of entries
   bool is_secret = false;
 };
 
@@ -40,8 +40,8 @@ struct Protocol {
   vesk::wire::Transaction transaction;
   Fields request;  // of a metadata query, whose rest is criteria, the header
   Fields reply;    // of a list: a page of it
-  Attachment behind_request;
-  Attachment behind_reply;
+  Attachment behind_request = {};
+  Attachment behind_reply = {};
   bool has_pages = false;
 };
 
