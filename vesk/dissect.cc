@@ -65,16 +65,17 @@ std::optional<Fault> fault_in_text(std::string_view text, std::size_t offset) {
   if (found == text.end()) return std::nullopt;
   const auto place = static_cast<std::size_t>(found - text.begin());
   if (*found == '\0')
-    return Fault{offset + place,
-                 fmt::format("a NUL, behind which the library takes none of the {} bytes", text.size() - place - 1)};
+    return Fault{offset + place, fmt::format("a NUL, which ends the text; {} of the field follow",
+                                             bytes_text(text.size() - place - 1))};
   return Fault{offset + place, fmt::format("the control character 0x{:02x}", static_cast<unsigned char>(*found))};
 }
 
-std::optional<Fault> fault_in_literal(std::string_view text, const Field &field) {
-  const auto [found, expected] = std::mismatch(text.begin(), text.end(), field.literal.begin(), field.literal.end());
+// Where fixed text is another.
+std::optional<Fault> fault_in_literal(std::string_view text, std::size_t offset, std::string_view literal) {
+  const auto [found, expected] = std::mismatch(text.begin(), text.end(), literal.begin(), literal.end());
   if (found == text.end()) return std::nullopt;
-  return Fault{field.offset + static_cast<std::size_t>(found - text.begin()),
-               fmt::format("should be '{}'", trimmed(field.literal))};
+  return Fault{offset + static_cast<std::size_t>(found - text.begin()),
+               fmt::format("should be '{}'", trimmed(literal))};
 }
 
 // A criterion of a metadata query: MDnn OP 'value'.
@@ -129,7 +130,7 @@ class Dissection {
       begin_part("reply");
       show_fault(0, "no reply has arrived");
     }
-    if (exchange_.status != 0) show_status();
+    if (exchange_.status != 0 || sent.size() + received.size() == 0) show_status();
   }
 
  private:
@@ -185,7 +186,7 @@ class Dissection {
 
   static void explain(Piece &piece, const Field &field, std::string_view text) {
     if (field.kind == RowKind::kLiteral) {
-      piece.fault = fault_in_literal(text, field);
+      piece.fault = fault_in_literal(text, piece.offset, field.literal);
       return;
     }
     if (field.kind != RowKind::kText) return;

@@ -96,6 +96,16 @@ const std::string kGetRequest = "000712001" + padded("K1", 40) + padded("", 24) 
 const std::string kGetReply = "0035120010000" + padded("K1", 40) + padded("I1", 24) + "00000000" + "20271231" + "0256" +
                               "BIN" + std::string(256, 'v');
 
+// A record of a metadata query, with that label of the first field.
+std::string metadata_record(const std::string &first_label) {
+  std::string record(116, '0');
+  for (int i = 1; i <= 16; ++i) {
+    const std::string label = (i < 10 ? "MD0" : "MD") + std::to_string(i);
+    record += (i == 1 ? first_label : label) + "'" + std::string(64, ' ') + "'";
+  }
+  return record;
+}
+
 // ---- Every transaction ----
 
 // The fields behind the header, one behind the other.
@@ -311,6 +321,10 @@ TEST_F(CapturedServer, WhatWasCapturedIsAlsoThereWhenTheCallFails) {
   elsewhere.environment["VESK_PORT"] = "1";
   EXPECT_EQ(vesk(elsewhere).exit_code, 5);
   EXPECT_THAT(vesk({"decode", "elsewhere"}), Ends(0, HasSubstr("CONN_ERR_REFUSED: "), IsEmpty()));
+  capture({"server", "certificates"});
+  EXPECT_THAT(
+      vesk({"decode", "trace"}),
+      Ends(0, AllOf(HasSubstr("  connection\n"), HasSubstr("OK: "), HasSubstr("2 exchanges, 0 faults")), IsEmpty()));
 }
 
 // ---- Inputs ----
@@ -410,7 +424,7 @@ TEST_F(Decode, WhatIsWrongIsNamedWithItsOffset) {
   const std::string list = "0001410370000N";
   const std::vector<FaultyCase> cases = {
       {"nothing", kGetRequest, ""},
-      {"a NUL in a name", with_nul, "11: a NUL, behind which the library takes none of the 37 bytes\n"},
+      {"a NUL in a name", with_nul, "11: a NUL, which ends the text; 37 bytes of the field follow\n"},
       {"a control character in a name", with_escape, "12: the control character 0x1b\n"},
       {"bytes behind a request", kGetRequest + "x", "0: 1 byte behind the request\n"},
       {"a length without digits", "0x008" + kGetReply.substr(5, 8),
@@ -446,6 +460,8 @@ TEST_F(Decode, WhatIsWrongIsNamedWithItsOffset) {
        "2: should be zero\n"},
       {"a criterion that is none", "000781053" + padded("MD17 EQ 'x", 73) + "'",
        "9: not MDnn OP 'value' of 64 characters\n"},
+      {"a record of a block with other fixed text",
+       "0001410530000N02477" + metadata_record("MD01") + metadata_record("MD0X"), "1355: should be 'MD01'\n"},
       {"a metadata page with less than its own size", "0001410530000N00004", ""},
   };
   for (const FaultyCase &one : cases) {
@@ -498,7 +514,7 @@ std::pair<int, int> counted(const Outcome &outcome) {
 }
 
 TEST_F(Decode, ARecordThatIsCutAtAnyByteIsSaidToBe) {
-  const std::string metadata_page = "0001410530000N01241" + std::string(1236, 'x');
+  const std::string metadata_page = "0001410530000N01241" + metadata_record("MD01");
   const std::pair<std::string, std::string> exchanges[] = {
       {kGetRequest, kGetReply},
       {"000041037", "0001410370000Y00040" + padded("K1", 40) + "0001410370000N00080" + padded("K2", 80)},
@@ -510,10 +526,10 @@ TEST_F(Decode, ARecordThatIsCutAtAnyByteIsSaidToBe) {
   };
   for (const auto &[request, reply] : exchanges) {
     SCOPED_TRACE(request.substr(5, 4));
+    EXPECT_EQ(faults(TraceText().connection().sent(request).received(reply).text()), "");
     TraceText cut;
     for (std::size_t size = 1; size < request.size(); ++size) cut.connection().sent(request.substr(0, size));
     for (std::size_t size = 0; size < reply.size(); ++size) {
-      // At the end of a page is no cut.
       cut.connection().sent(request).received(reply.substr(0, size));
     }
     const Outcome outcome = decode(cut.text());
@@ -532,7 +548,7 @@ TEST_F(Decode, NoByteOfARecordCanDoHarm) {
   std::string trace;
   int num_exchanges = 0;
   for (const std::string &record :
-       {kGetReply, "0001410370000Y00040" + padded("K1", 40), "0001410530000N01241" + std::string(1236, 'x'),
+       {kGetReply, "0001410370000Y00040" + padded("K1", 40), "0001410530000N01241" + metadata_record("MD01"),
         "0034010250000" + padded("", 332)}) {
     for (std::size_t at = 0; at < std::min<std::size_t>(record.size(), 100); ++at) {
       for (const char byte : {'\0', '9', '-', '\xff'}) {
