@@ -8,8 +8,6 @@
 #include "orn/vesk/wire/row.h"
 #include "vesk/protocol.h"
 
-using command::Direction;
-
 // What the linker makes of the connection layer's functions when it puts those below in front of them.
 extern "C" {
 int __real_SetupConnection(void **phTls, void **phTlsAux, void **phTlsRead, const char *certPath2,

@@ -30,6 +30,10 @@ struct View {
   }
 };
 
+bool are_digits(std::string_view text) {
+  return text.find_first_not_of("0123456789") == text.npos;
+}
+
 std::string bytes_text(std::size_t count) {
   return fmt::format("{} byte{}", count, count == 1 ? "" : "s");
 }
@@ -175,7 +179,7 @@ class Dissection {
   void show_field(const Field &field, View record, std::size_t base = 0, std::size_t entry = 0) {
     const View text = record.from(field.offset, field.width);
     Piece piece = {.entry = entry, .offset = base + field.offset, .width = text.size(), .name = title_of(field)};
-    put_value(piece, text, field.kind == RowKind::kBytes);
+    put_value(piece, text, field.kind == RowKind::kBytes || is_stray(text));
     if (!piece.is_masked) explain(piece, field, text.bytes);
     if (text.size() < field.width) {
       piece.fault =
@@ -200,13 +204,16 @@ class Dissection {
   void show_length(const Record &record, std::string_view expected) {
     const View digits = record.view.from(0, wire::kLengthDigits);
     Piece piece = {.offset = 0, .width = digits.size(), .name = "Tran Len"};
-    put_value(piece, digits, false);
-    if (!piece.is_masked) {
+    put_value(piece, digits, is_stray(digits));
+    if (!digits.is_masked()) {
       piece.meaning = fmt::format("{} bytes follow", record.declared - wire::kLengthDigits);
       piece.fault = fault_in_length(digits.bytes, record, expected);
     }
     show(std::move(piece));
   }
+
+  // Whether what stands in place of a header is none, but may be anything, a key for example.
+  bool is_stray(View header) const { return protocol_ == nullptr && !are_digits(header.bytes); }
 
   static std::optional<Fault> fault_in_length(std::string_view digits, const Record &record,
                                               std::string_view expected) {

@@ -474,8 +474,9 @@ TEST_F(Decode, WhatIsWrongIsNamedWithItsOffset) {
 
 TEST_F(Decode, WhatNoFieldIsKnownForIsNotShown) {
   // It may be a key.
-  for (const std::string &input : std::vector<std::string>{"0000899990000secret", "0001499990000secret",
-                                                           "00357" + kGetReply.substr(5) + "secret"}) {
+  for (const std::string &input :
+       std::vector<std::string>{"secret key", "12345secret", "0000899990000secret", "0001499990000secret",
+                                "00357" + kGetReply.substr(5) + "secret"}) {
     const Outcome outcome = decode(input);
     EXPECT_EQ(outcome.exit_code, 7);
     EXPECT_THAT(outcome.out, AllOf(HasSubstr("masked, "), Not(HasSubstr("secret"))));

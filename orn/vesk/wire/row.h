@@ -73,16 +73,29 @@ struct MemberOf<char (Record::*)[kCount][kSize]> {
   static constexpr std::size_t kBytes = kSize;
 };
 
-}  // namespace internal
-
-// The name of a record's field, as in "caKeyName". The compiler spells it in the signature, behind the record's name
-// and before what else it tells.
+// The compiler spells a member in the signature, behind its record's name and before what else it tells.
 template <auto kMember>
-constexpr std::string_view member_name() {
+constexpr std::string_view spelled_member() {
   std::string_view name = __PRETTY_FUNCTION__;
   name.remove_prefix(name.find("kMember = "));
   name = name.substr(0, name.find_first_of(";]"));
   return name.substr(name.rfind(':') + 1);
+}
+
+// The name alone: programs need not hold the signatures.
+template <auto kMember>
+inline constexpr auto kMemberName = [] {
+  std::array<char, spelled_member<kMember>().size()> name{};
+  spelled_member<kMember>().copy(name.data(), name.size());
+  return name;
+}();
+
+}  // namespace internal
+
+// The name of a record's field, as in "caKeyName".
+template <auto kMember>
+constexpr std::string_view member_name() {
+  return {internal::kMemberName<kMember>.data(), internal::kMemberName<kMember>.size()};
 }
 
 template <auto kMember>
