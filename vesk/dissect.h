@@ -9,13 +9,9 @@
 
 #include "vesk/capture_file.h"
 #include "vesk/protocol.h"
+#include "vesk/record_view.h"
 
 namespace command {
-
-struct Fault {
-  std::size_t offset;  // in its part
-  std::string text;
-};
 
 // A part of an exchange: a record, or what follows one outside its counted length.
 struct Part {
@@ -34,7 +30,7 @@ struct Piece {
   std::optional<std::string> value = {};  // without its padding; nothing when it is masked, or is no field
   bool is_masked = false;
   std::string meaning = {};
-  std::optional<Fault> fault = {};
+  std::optional<Fault> fault = {};  // its offset is in the part, too
 };
 
 // The protocol of an exchange by the identifier of its request, or else of its reply; null for an unknown one.

@@ -10,6 +10,7 @@
 #include "orn/vesk/wire/key_transfer.h"
 #include "orn/vesk/wire/text.h"
 #include "vesk/protocol.h"
+#include "vesk/record_view.h"
 #include "vesk/states.h"
 #include "vesk/text.h"
 #include "veskd/return_codes.h"
@@ -18,10 +19,6 @@ namespace command {
 namespace {
 
 namespace wire = vesk::wire;
-
-bool are_digits(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
 
 Meaning not_digits(std::string_view value, const char *what) {
   return {.fault = fmt::format("{}; it is read as {}", what, wire::to_int(value))};
