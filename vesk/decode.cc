@@ -217,10 +217,11 @@ void add_decode(Command &root, Settings &settings) {
   command.flag("--reply", options->is_reply, "the bytes are a reply and what follows it").excludes = {"--request"};
   add_list_options(command, options->list);
   command.details =
-      "Offsets and widths are in bytes, each record's and each block's from its own start. Key values and files of\n"
-      "keys are masked, in a capture as well as here. Exit code 7 when something is wrong with what was captured.";
-  command.examples = {"vesk key get backup-2026 --trace trace", "vesk decode trace",
-                      "vesk decode reply.bin --transaction RetrieveKey --output json"};
+      "Every command captures with --trace FILE. Offsets and widths are in bytes, each record's and each block's from\n"
+      "its own start. Key values and files of keys are masked, in a capture as well as here. Exit code 7 when "
+      "something\n"
+      "is wrong with what was captured.";
+  command.examples = {"vesk decode trace", "vesk decode reply.bin --transaction RetrieveKey --output json"};
   command.run = [&settings, options] { decode(settings, *options); };
 }
 
