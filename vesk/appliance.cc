@@ -14,6 +14,7 @@
 #include "vesk/progress.h"
 #include "vesk/secret_file.h"
 #include "vesk/silence.h"
+#include "vesk/states.h"
 #include "vesk/text.h"
 
 namespace command {
@@ -47,17 +48,10 @@ SystemStatus read_status(const Connection &connection, const std::string &sensor
   return read;
 }
 
-// The characters that the library takes for a fault.
-bool is_fault(std::string_view states) {
-  return states.find_first_of("18") != std::string_view::npos;
-}
-
 Fact fact(const char *label, const char *member, std::string_view field) {
-  const std::string states = trimmed(field);
-  const bool nothing = states.find_first_not_of('-') == std::string::npos;
-  if (is_fault(states)) return {label, member, states, Health::kFault, "fault"};
-  if (nothing) return {label, member, states, Health::kPlain, "nothing to measure"};
-  return {label, member, states, Health::kGood, "in order"};
+  const std::string text = trimmed(field);
+  const State state = machine_state(text);
+  return {label, member, text, state.health, state.word};
 }
 
 void status(const Settings &settings) {

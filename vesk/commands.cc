@@ -30,6 +30,7 @@ void add_commands(Command &root, Settings &settings) {
   add_mirror(root, settings);
   add_appliance(root, settings);
   add_database(root, settings);
+  add_decode(root, settings);
   add_completion(root);
   add_help(root);
   root.details = exit_codes();

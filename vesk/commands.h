@@ -21,6 +21,7 @@ void add_private_key(Command &root, Settings &settings);
 void add_mirror(Command &root, Settings &settings);
 void add_appliance(Command &root, Settings &settings);
 void add_database(Command &root, Settings &settings);
+void add_decode(Command &root, Settings &settings);
 void add_completion(Command &root);
 void add_help(Command &root);
 

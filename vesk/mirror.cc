@@ -10,6 +10,7 @@
 #include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/output.h"
+#include "vesk/states.h"
 #include "vesk/store_names.h"
 #include "vesk/text.h"
 
@@ -113,28 +114,6 @@ void list(const Settings &settings, const ListOptions &options) {
                    store_names([&](LinkedList *names) { connection.run({}, qListMirrorNames, names); }));
 }
 
-struct Meaning {
-  char character;
-  const char *word;
-  Health health;
-};
-
-constexpr Meaning kStates[] = {{'U', "up", Health::kGood},
-                               {'N', "not tried yet", Health::kUnknown},
-                               {'D', "down", Health::kFault},
-                               {'R', "refuses this server", Health::kFault}};
-constexpr Meaning kData[] = {{'Y', "the same keys", Health::kGood},
-                             {'?', "not known to be the same", Health::kUnknown},
-                             {'N', "other keys", Health::kFault}};
-
-template <std::size_t kCount>
-Meaning meaning_of(const Meaning (&meanings)[kCount], char character) {
-  for (const Meaning &meaning : meanings) {
-    if (meaning.character == character) return meaning;
-  }
-  return {character, "a state that this command does not know", Health::kUnknown};
-}
-
 // Asking has the server try the mirror at once; what it tells is what it knew before.
 void status(const Settings &settings, const std::string &name) {
   check_mirror_name(name);
@@ -145,8 +124,8 @@ void status(const Settings &settings, const std::string &name) {
   connection.run(mirror_subject(name), qGetMirrorStatus, name.c_str(), 1, &num_faults, &state, &data);
   std::int32_t num_waiting = 0;
   connection.run(mirror_subject(name), qGetQueueSize, name.c_str(), &num_waiting);
-  const Meaning state_meaning = meaning_of(kStates, state);
-  const Meaning data_meaning = meaning_of(kData, data);
+  const State state_meaning = mirror_state(state);
+  const State data_meaning = mirror_data(data);
   show_facts(settings, {{"mirror", "mirror", name},
                         {"state", "state", state_meaning.word, state_meaning.health},
                         {"data", "data", data_meaning.word, data_meaning.health},
