@@ -80,12 +80,18 @@ void add_requests(const Corpus &corpus) {
   const std::string policy = request_of("DisplaySymKeyPolicy");
   corpus.add("life_of_a_key", policy + request_of("ChangeDeletable") + request_of("DisplayKeyNameList") +
                                   request_of("DeleteKey") + request_of("CreateSymKey") + policy);
+  std::string fresh = request_of("CreateSymKey");
+  fresh.replace(9, 40, padded("K3", 40));
+  corpus.add("fresh_key", fresh + fresh);
   std::string current = key;
   current.replace(49, 24, blanks(24));
   std::string metadata = request_of("SetMetadata");
   metadata.replace(49, 24, blanks(24));
   corpus.add("current_key", current + metadata + policy + "000041053" + request_of("RetrieveMetadata"));
   const std::string next = request_of("GetNextKey");
+  std::string set_next = request_of("SetNextIncrement");
+  set_next.replace(52, 6, "000001");
+  corpus.add("back_to_an_increment", set_next + next);
   corpus.add("template", request_of("GetTemplateDepth") + next + next + next + next + request_of("SetNextIncrement") +
                              request_of("RemoveTemplate"));
   std::string add = request_of("AutoGenKeys");
@@ -117,12 +123,20 @@ void add_requests(const Corpus &corpus) {
   corpus.add("nobodys", "000049999");
   corpus.add("too_long", "999992001");
 
-  const std::string origin = padded("fuzz", 32) + "00000000001";
-  const std::string change = "0000000000000000001K" + padded("K9", 40) + blanks(24) + "0256" + "20260101" + "00000000" +
-                             "00000000" + "N0000" + "00000000" + "Y" + "00000000" + "1" + blanks(512) + blanks(1024) +
-                             std::string(32, 'v');
-  const std::string deletion = "0000000000000000002D" + padded("K9", 40) + std::string(change.size() - 60, ' ');
-  corpus.add("replication", framed("9001" + origin + change + deletion) + "000049003");
+  const std::string origin = std::string(32, 'f') + "-0000000001";
+  const auto change = [](char kind, int number, const std::string &name, char value) {
+    char digits[24];
+    std::snprintf(digits, sizeof digits, "%019d", number);
+    return digits + std::string(1, kind) + padded(name, 40) + padded("I1", 24) + "0256" + "20260101" + "00000000" +
+           "00000000" + "N0000" + "00000000" + "Y" + "00000000" + "1" + blanks(512) + padded("text", 1024) +
+           std::string(32, value);
+  };
+  corpus.add("replication", framed("9001" + origin + change('K', 1, "K9", 'v') + change('K', 1, "K9", 'v') +
+                                   change('K', 2, "K9", 'v') + change('K', 3, "K9", 'w') + change('K', 4, "K1", 'v') +
+                                   change('D', 5, "K1", 'v') + change('D', 6, "K9", 'v') + change('D', 7, "K9", 'v') +
+                                   change('D', 8, "K8", 'v') + change('K', 9, "K8", 'v')) +
+                                "000049003");
+  corpus.add("replication_of_nothing", framed("9001" + origin + change('X', 1, "K9", 'v')));
 }
 
 void add_command_files(const Corpus &corpus) {
