@@ -62,6 +62,20 @@ const std::map<std::string_view, FileCall> &file_calls() {
   return calls;
 }
 
+// Empty for no file.
+std::string file_for(char how) {
+  switch (how) {
+    case 'F':
+      return fuzz::scratch().path("file");
+    case 'D':
+      return "/dev/full";
+    case 'N':
+      return "/nowhere/file";
+    default:
+      return {};
+  }
+}
+
 // Makes the call with outputs full of a pattern and looks at what a failure leaves of it.
 int check_call(const CallCase &call, const CertificatePaths &paths) {
   const Outputs outputs = outputs_of(call);
@@ -88,13 +102,12 @@ FUZZ_TARGET(input) {
   if (input.size() <= kTranIdDigits) return -1;
   TraceToCallback(check_line, nullptr);
   const std::string_view tran_id = input.substr(0, kTranIdDigits);
-  const char how = input[kTranIdDigits];
+  const std::string file = file_for(input[kTranIdDigits]);
   unread = input.substr(kTranIdDigits + 1);
-  if (how == 'F' || how == 'D') {
+  if (!file.empty()) {
     const auto call = file_calls().find(tran_id);
     if (call == file_calls().end()) return -1;
-    const std::string path = how == 'D' ? "/dev/full" : fuzz::scratch().path("file");
-    call->second(paths, path.c_str());
+    call->second(paths, file.c_str());
     return 0;
   }
   const auto call = std::ranges::find(all_calls(), tran_id, &CallCase::tran_id);

@@ -44,11 +44,13 @@ void add_replies(const Corpus &corpus) {
     add("whole", reply);
     add("refused", framed(call.tran_id + "0104"));
     add("oversize", "16385");
+    if (function == "ImportSymKey" || function == "ExportSymKey" || shape.count) {
+      for (const char how : {'F', 'D', 'N'}) corpus.add(function + "_file_" + how, call.tran_id + how + reply);
+    }
     if (!shape.count) continue;
     std::string page = reply;
     if (shape.more_flag) put_field(page, *shape.more_flag, "Y");
     add("two_pages", page + whole_reply(shape, call.tran_id, '1'));
-    corpus.add(function + "_in_file", call.tran_id + "F" + page + reply);
     std::string many = reply.substr(0, shape.bytes());
     put_field(many, *shape.count, "20000");
     corpus.add(function + "_on_full_disk", call.tran_id + "D" + many + std::string(20000, 'b'));
@@ -58,6 +60,10 @@ void add_replies(const Corpus &corpus) {
   std::string names = whole_reply(reply_shape("DisplayKeyNameList"), "1037", 'a');
   names.replace(19, 80, padded("CONSTANT_000015000001", 40) + padded("CONSTANT_000015000000", 40));
   corpus.add("DisplayKeyNameList_sequences", "1037F" + names);
+  const ReplyShape &exported = reply_shape("ExportSymKey");
+  std::string value = whole_reply(exported, "1025", 'a');
+  put_field(value, exported.fields[exported.fields.size() - 2], "9999");
+  corpus.add("ExportSymKey_too_long", "1025D" + value);
 }
 
 std::string request_of(std::string_view function) {
