@@ -220,6 +220,20 @@ TEST_F(HostileServer, MaySendMoreThanItDeclared) {
   });
 }
 
+// What the page before it held is not taken for the page's own.
+TEST_F(HostileServer, MayCutAPageBehindAWholeOne) {
+  for_each_call([&](const Victim &victim) {
+    if (!victim.shape().more_flag) return;
+    std::string page = victim.whole('S');
+    put_field(page, *victim.shape().more_flag, "Y");
+    const Outcome whole = victim.check(victim.whole('S'));
+    const Outcome cut = victim.check(page + framed("99990000"));
+    EXPECT_EQ(cut.elements, whole.elements);
+    EXPECT_EQ(cut.unread, 0U);
+    for (const std::string &output : cut.outputs) EXPECT_EQ(output.find('S'), std::string::npos) << output;
+  });
+}
+
 // The call goes on for as long as pages come, and ends with the connection.
 TEST_F(HostileServer, MaySendPagesWithoutEnd) {
   for_each_call([&](const Victim &victim) {
