@@ -7,6 +7,8 @@
 #   make abi     describes the libraries' ABI anew, when something was added to it (docs/abi.md)
 #   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
 #   make format  formats the sources
+#   make fuzz    feeds the code that reads what comes from outside, FUZZ_SECONDS for each target (docs/fuzzing.md)
+#   make fuzz-coverage   shows which of its lines the corpus reaches
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
 .ONESHELL:
@@ -15,7 +17,10 @@ PACKAGES := $(shell sed 's/\#.*//' packages.txt)
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
 
-.PHONY: all demo test install deb abi bench tidy format check-format packages build-% test-% clean
+FUZZ_TARGETS := replies requests command_files certificates configuration
+FUZZ_SECONDS ?= 600
+
+.PHONY: all demo test install deb abi bench fuzz fuzz-coverage tidy format check-format packages build-% test-% clean
 
 all: build-release
 
@@ -56,6 +61,18 @@ abi: build-release
 
 bench: build-bench
 	@bench/run.sh build/bench
+
+# What is new goes to build/fuzz/corpus, and an input that breaks something to build/fuzz/TARGET-crash-*.
+fuzz: build-fuzz
+	@for target in $(FUZZ_TARGETS); do
+	  mkdir -p build/fuzz/corpus/$$target
+	  echo "fuzz_$$target for $(FUZZ_SECONDS) seconds"
+	  build/fuzz/fuzz/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -max_len=24000 -timeout=10 -verbosity=0 \
+	    -print_final_stats=1 -artifact_prefix=build/fuzz/$$target- build/fuzz/corpus/$$target fuzz/corpus/$$target
+	done
+
+fuzz-coverage: build-fuzz-coverage
+	@fuzz/coverage.sh build/fuzz-coverage $(FUZZ_TARGETS)
 
 # Slow, and its findings are for a reader to judge, so no part of the tests.
 tidy: build-release
