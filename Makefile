@@ -1,9 +1,10 @@
 # Sets everything up on Debian 12, as root or as a user with sudo:
 #   make demo    builds everything and shows the main job with the real programs
 #   make test    passes the tests: plain, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads
-#                under ThreadSanitizer, and checks the format of the sources
+#                under ThreadSanitizer, and checks the sources (clang-format, cppcheck, clang-tidy)
 #   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
 #   make format  formats the sources
+#   make tidy-all  has clang-tidy look at all sources; the tests have it look at the libraries only
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
 .ONESHELL:
@@ -12,7 +13,7 @@ PACKAGES := $(shell sed 's/\#.*//' packages.txt)
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
 
-.PHONY: all demo test bench tidy format check-format packages build-% test-% clean
+.PHONY: all demo test bench tidy tidy-all cppcheck format check-format packages build-% test-% clean
 
 all: build-release
 
@@ -38,14 +39,23 @@ test-%: build-%
 demo: build-release
 	@demo/run.sh build/release
 
-test: check-format test-release test-asan test-tsan
+test: check-format cppcheck test-release tidy test-asan test-tsan
 
 bench: build-bench
 	@bench/run.sh build/bench
 
-# Slow, and its findings are for a reader to judge, so no part of the tests.
+# Clang's analyser and the checks of .clang-tidy over what other programs link.
 tidy: build-release
-	@clang-tidy -p build/release --quiet $(filter orn/%.cc vesk/%.cc veskd/%.cc,$(SOURCES))
+	@printf '%s\n' $(filter orn/%.cc,$(SOURCES)) | xargs -P2 -n4 clang-tidy -p build/release --quiet 2> /dev/null
+
+# The same over the programs too, which takes many minutes.
+tidy-all: build-release
+	@printf '%s\n' $(filter orn/%.cc vesk/%.cc veskd/%.cc,$(SOURCES)) |
+	  xargs -P2 -n4 clang-tidy -p build/release --quiet 2> /dev/null
+
+cppcheck: packages
+	@cppcheck --quiet -j2 --std=c++20 --language=c++ -I. --enable=warning,performance,portability \
+	  --suppressions-list=cppcheck.txt --inline-suppr --error-exitcode=1 orn vesk veskd
 
 check-format: packages
 	@clang-format --dry-run --Werror $(SOURCES)
