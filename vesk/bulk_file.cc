@@ -129,9 +129,9 @@ void check_items(const std::vector<BulkItem> &items, const std::vector<std::stri
 std::vector<BulkItem> read_bulk_file(const std::string &path, const std::vector<std::string> &columns,
                                      void (*check)(const std::string &name)) {
   const std::string text = read_text(path, kMaxBytes, "file of names");
-  const std::vector<BulkItem> items = path.ends_with(".csv")    ? items_of_csv(text)
-                                      : path.ends_with(".json") ? items_of_json(text)
-                                                                : items_of_lines(text);
+  std::vector<BulkItem> items = path.ends_with(".csv")    ? items_of_csv(text)
+                                : path.ends_with(".json") ? items_of_json(text)
+                                                          : items_of_lines(text);
   check_items(items, columns, check);
   return items;
 }

@@ -25,9 +25,10 @@ MemoryFile::MemoryFile(std::string_view content)
   if (descriptor_ < 0) throw failed("make");
   // Memory takes all of a small file, or nothing.
   if (write(descriptor_, content.data(), content.size()) == static_cast<ssize_t>(content.size())) return;
-  const Failure failure = failed("write");
+  const int error = errno;
   close(descriptor_);
-  throw failure;
+  errno = error;
+  throw failed("write");
 }
 
 MemoryFile::~MemoryFile() {

@@ -109,6 +109,7 @@ void set(const Settings &settings, const SetOptions &options) {
   const Connection connection(settings);
   connection.require(set_fields(connection, name, options, fields), key_subject(name));
   std::vector<std::string> labels;
+  labels.reserve(fields.size());
   for (const FieldValue &field : fields) labels.push_back(field_label(field.index));
   const Members document = {{"name", name}, {"set", labels}, {"others_blanked", options.replace}};
   const std::string what = fmt::format("{} of the sixteen metadata fields of key {}", fields.size(), printable(name));

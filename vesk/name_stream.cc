@@ -22,6 +22,9 @@ class Descriptor {
  public:
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
   Descriptor(Descriptor &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  Descriptor &operator=(Descriptor &&) = delete;
+  Descriptor(const Descriptor &) = delete;
+  Descriptor &operator=(const Descriptor &) = delete;
   ~Descriptor() {
     if (descriptor_ >= 0) close(descriptor_);
   }

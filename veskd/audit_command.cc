@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -74,7 +75,7 @@ std::string head_text(std::int64_t number, const AuditHash &hash) {
 // Whether the audit still goes on from a head that was noted down earlier.
 bool contains_head(Database &database, const std::string &head) {
   bool contained = head == head_text(0, {});
-  for_each_audit_entry(database, std::atoll(head.c_str()), [&](const AuditEntry &entry) {
+  for_each_audit_entry(database, std::strtoll(head.c_str(), nullptr, 10), [&](const AuditEntry &entry) {
     contained = contained || head == head_text(entry.number, entry.hash);
   });
   return contained;

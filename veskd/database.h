@@ -46,6 +46,9 @@ class Database {
   explicit Database(const StoreAddress &address, DatabaseUse use = DatabaseUse::kChanges);
   ~Database();
   Database(Database &&) noexcept;
+  Database &operator=(Database &&) = delete;
+  Database(const Database &) = delete;
+  Database &operator=(const Database &) = delete;
 
   // Statements without parameters and rows, in the engine's own dialect.
   void execute(const std::string &sql);

@@ -28,6 +28,8 @@ class WipedText {
     other.wipe();
     return *this;
   }
+  WipedText(const WipedText &) = delete;
+  WipedText &operator=(const WipedText &) = delete;
   ~WipedText() { wipe(); }
 
   std::string &text() { return text_; }

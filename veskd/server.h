@@ -87,6 +87,8 @@ class Server {
   // Listens; throws StartError. The store and the log must outlive the server.
   Server(const ServerOptions &options, Store &store, const Log &log);
   ~Server();
+  Server(const Server &) = delete;
+  Server &operator=(const Server &) = delete;
 
   std::uint16_t port() const { return port_; }
 

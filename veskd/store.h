@@ -56,6 +56,8 @@ class Store {
 
   // Changes that wait are made first.
   ~Store();
+  Store(const Store &) = delete;
+  Store &operator=(const Store &) = delete;
 
   // Whether other servers may change the store too.
   bool is_shared() const { return address_.is_shared(); }
