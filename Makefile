@@ -3,6 +3,7 @@
 #   make test    passes the tests: plain, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads
 #                under ThreadSanitizer, and checks the format of the sources
 #   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
+#   make reference  makes a folder for the browser of the manual pages, build/reference
 #   make format  formats the sources
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
@@ -12,7 +13,7 @@ PACKAGES := $(shell sed 's/\#.*//' packages.txt)
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
 
-.PHONY: all demo test bench tidy format check-format packages build-% test-% clean
+.PHONY: all demo test bench reference tidy format check-format packages build-% test-% clean
 
 all: build-release
 
@@ -42,6 +43,9 @@ test: check-format test-release test-asan test-tsan
 
 bench: build-bench
 	@bench/run.sh build/bench
+
+reference: packages
+	@docs/man/make_reference.py build/reference
 
 # Slow, and its findings are for a reader to judge, so no part of the tests.
 tidy: build-release
