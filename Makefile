@@ -1,10 +1,17 @@
 # Sets everything up on Debian 12, as root or as a user with sudo:
 #   make demo    builds everything and shows the main job with the real programs
 #   make test    passes the tests: plain, under AddressSanitizer and UndefinedBehaviorSanitizer, and those with threads
-#                under ThreadSanitizer, and checks the format of the sources
+#                under ThreadSanitizer, and checks the sources (clang-format, cppcheck, clang-tidy)
+#   make install installs, under PREFIX or /usr/local (docs/install.md)
+#   make deb     builds the Debian packages, into build/deb
+#   make abi     describes the libraries' ABI anew, when something was added to it (docs/abi.md)
 #   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
 #   make reference  makes a folder for the browser of the manual pages, build/reference
 #   make format  formats the sources
+#   make tidy-all  has clang-tidy look at all sources; the tests have it look at the libraries only
+#   make coverage  shows which lines and branches of the libraries the tests run
+#   make fuzz    feeds the code that reads what comes from outside, FUZZ_SECONDS for each target (docs/fuzzing.md)
+#   make fuzz-coverage   shows which of its lines the corpus reaches
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
 .ONESHELL:
@@ -13,7 +20,11 @@ PACKAGES := $(shell sed 's/\#.*//' packages.txt)
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
 
-.PHONY: all demo test bench reference tidy format check-format packages build-% test-% clean
+FUZZ_TARGETS := replies requests command_files certificates configuration
+FUZZ_SECONDS ?= 600
+
+.PHONY: all demo test install deb abi bench reference coverage fuzz fuzz-coverage tidy tidy-all cppcheck format check-format packages
+.PHONY: build-% test-% clean
 
 all: build-release
 
@@ -39,7 +50,18 @@ test-%: build-%
 demo: build-release
 	@demo/run.sh build/release
 
-test: check-format test-release test-asan test-tsan
+test: check-format cppcheck test-release tidy test-asan test-tsan
+
+install: build-release
+	@cmake --install build/release $(if $(PREFIX),--prefix $(PREFIX))
+
+# In a copy of what is under version control: packaging writes into the tree.
+deb: packages
+	@packaging/build_packages.sh build/deb
+
+abi: build-release
+	@packaging/abi.sh describe build/release/orn/vesk/libvesk.so orn/vesk/libvesk.abi
+	packaging/abi.sh describe build/release/orn/support/libornsupport.so orn/support/libornsupport.abi
 
 bench: build-bench
 	@bench/run.sh build/bench
@@ -47,9 +69,37 @@ bench: build-bench
 reference: packages
 	@docs/man/make_reference.py build/reference
 
-# Slow, and its findings are for a reader to judge, so no part of the tests.
+# Of what the library's and the connection layer's own tests run, and those in which the system fails them.
+coverage: build-coverage
+	@find build/coverage -name '*.gcda' -delete
+	ctest --preset coverage
+	gcovr --root . --object-directory build/coverage --filter orn/ --exclude-throw-branches --exclude-unreachable-branches \
+	  --print-summary --fail-under-line 97 --fail-under-branch 90 -j 2
+
+# What is new goes to build/fuzz/corpus, and an input that breaks something to build/fuzz/TARGET-crash-*.
+fuzz: build-fuzz
+	@for target in $(FUZZ_TARGETS); do
+	  mkdir -p build/fuzz/corpus/$$target
+	  echo "fuzz_$$target for $(FUZZ_SECONDS) seconds"
+	  build/fuzz/fuzz/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -max_len=24000 -timeout=10 -verbosity=0 \
+	    -print_final_stats=1 -artifact_prefix=build/fuzz/$$target- build/fuzz/corpus/$$target fuzz/corpus/$$target
+	done
+
+fuzz-coverage: build-fuzz-coverage
+	@fuzz/coverage.sh build/fuzz-coverage $(FUZZ_TARGETS)
+
+# Clang's analyser and the checks of .clang-tidy over what other programs link.
 tidy: build-release
-	@clang-tidy -p build/release --quiet $(filter orn/%.cc vesk/%.cc veskd/%.cc,$(SOURCES))
+	@printf '%s\n' $(filter orn/%.cc,$(SOURCES)) | xargs -P2 -n4 clang-tidy -p build/release --quiet 2> /dev/null
+
+# The same over the programs too, which takes many minutes.
+tidy-all: build-release
+	@printf '%s\n' $(filter orn/%.cc vesk/%.cc veskd/%.cc,$(SOURCES)) |
+	  xargs -P2 -n4 clang-tidy -p build/release --quiet 2> /dev/null
+
+cppcheck: packages
+	@cppcheck --quiet -j2 --std=c++20 --language=c++ -I. --enable=warning,performance,portability \
+	  --suppressions-list=cppcheck.txt --inline-suppr --error-exitcode=1 orn vesk veskd
 
 check-format: packages
 	@clang-format --dry-run --Werror $(SOURCES)

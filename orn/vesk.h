@@ -9,9 +9,11 @@
  *   host   the server's host name or numeric address, at most 40 characters: more are cut off
  *   port   the server's port, 1 to 65535
  * and returns a status: 0 when the server answered "0000" and the reply was processed, otherwise the status of the
- * first step that failed (orn/status.h; StatusText() in orn/support.h explains any of them): a CONN_ERR_ code     the
- * connection could not be made, or sending or reading failed; outputs are as the call's own text says a library code
- * named at the call four digits          the server's return code
+ * first step that failed (orn/status.h; StatusText() in orn/support.h explains any of them):
+ *
+ *   CONN_ERR_ codes  the connection could not be made, or sending or reading failed; outputs are as the call says
+ *   library codes    named at the call
+ *   four digits      the server's return code
  *
  * Text arguments are NUL-terminated and not changed; text longer than its field is cut to the field's width, and a null
  * pointer counts as empty text, unless a call says otherwise. Widths are in characters without terminator; buffer sizes
@@ -106,7 +108,7 @@ int qGetNextKey(const CertificatePaths *paths, const char *host, uint32_t port, 
  * keyName   at most 40 characters; a name given with trailing blanks never matches
  * instance  at most 24 characters; empty for the current instance
  * record    1607 bytes, zeroed first. Its name comes trimmed; caKeyValue holds 256 bytes as received, of which the
- * first caKeySizeBits / 8 are the key. Wipe it after use.
+ *           first caKeySizeBits / 8 are the key. Wipe it after use.
  *
  * Returns 0; ERR_NULL_ARGUMENT for a null record, before anything else; ERR_KEY_NAME_MISMATCH when the key returned
  * carries another name (record holds the reply); ERR_TRANSACTION_SIZE; a server return code (record holds the reply,
@@ -220,7 +222,7 @@ int qSetMetadata(const CertificatePaths *paths, const char *host, uint32_t port,
  * valueNN, operatorNN  the criterion of field NN: at most 64 characters, and an index into opLut. A null value or the
  *                      index 0 leaves the field untested.
  * outputFile           created or truncated, at most 2048 characters; empty for none. When it cannot be opened or
- * written, the call returns 0 all the same and only the trace tells.
+ *                      written, the call returns 0 all the same and only the trace tells.
  *
  * Returns 0; ERR_METADATA_ARGUMENT, before anything else, for an index outside opLut; ERR_METADATA_TRANSACTION_SIZE; a
  * server return code; or a CONN_ERR_ code. Lines written before a failure stay. */
@@ -250,13 +252,14 @@ int qRetrieveMetadata_as_ll(const CertificatePaths *paths, const char *host, uin
  * 300 seconds for each page.
  *
  * dataFile         created or truncated, at most 2048 characters; receives a line for each name: its 40 characters,
- * blanks kept. Empty for none. When it cannot be written in full, the list ends there with status 0 and a highest
- *                  sequence of 0, and the trace tells.
+ *                  blanks kept. Empty for none. When it cannot be written in full, the list ends there with status 0
+ *                  and a highest sequence of 0, and the trace tells.
  * list             created by the caller (ll_create(41)) and freed by the caller; receives each name, blanks kept
  * filter           at most 64 characters, of which the first 40 count: only names that begin so are delivered; empty
- * for all. The server sends all names in any case. highestSequence  receives the highest sequence number that the
- * delivered names carry in their characters 16 to 21, hexadecimal; 16777215 when there was none. A name that carries
- * "000000" starts the count anew. Written only on success.
+ *                  for all. The server sends all names in any case.
+ * highestSequence  receives the highest sequence number that the delivered names carry in their characters 16 to 21,
+ *                  hexadecimal; 16777215 when there was none. A name that carries "000000" starts the count anew.
+ *                  Written only on success.
  *
  * Return 0; ERR_LIST_FILE when dataFile could not be opened; ERR_TRANSACTION_SIZE; a server return code; or a CONN_ERR_
  * code. Names delivered before a failure stay. */

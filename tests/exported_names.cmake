@@ -11,9 +11,11 @@ foreach(line IN LISTS lines)
 endforeach()
 
 file(READ ${MAP} map)
-string(REGEX REPLACE ".*global:|local:.*" "" map "${map}")
-string(REPLACE ";" " " map "${map}")
-string(REGEX MATCHALL "[A-Za-z_0-9]+" published "${map}")
+# Names and nodes end with a semicolon, which means something to CMake. A node's end names the one that it goes on from.
+string(REPLACE ";" "," map "${map}")
+string(REGEX REPLACE "}[^,]*," "" map "${map}")
+string(REGEX MATCHALL "[A-Za-z_0-9]+," published "${map}")
+string(REPLACE "," "" published "${published}")
 
 list(SORT exported)
 list(SORT published)

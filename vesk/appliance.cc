@@ -2,11 +2,8 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <cerrno>
-#include <fstream>
 #include <memory>
 #include <sstream>
-#include <system_error>
 
 #include "vesk/commands.h"
 #include "vesk/connection.h"
@@ -15,7 +12,9 @@
 #include "vesk/memory_file.h"
 #include "vesk/output.h"
 #include "vesk/progress.h"
+#include "vesk/secret_file.h"
 #include "vesk/silence.h"
+#include "vesk/states.h"
 #include "vesk/text.h"
 
 namespace command {
@@ -49,17 +48,10 @@ SystemStatus read_status(const Connection &connection, const std::string &sensor
   return read;
 }
 
-// The characters that the library takes for a fault.
-bool is_fault(std::string_view states) {
-  return states.find_first_of("18") != std::string_view::npos;
-}
-
 Fact fact(const char *label, const char *member, std::string_view field) {
-  const std::string states = trimmed(field);
-  const bool nothing = states.find_first_not_of('-') == std::string::npos;
-  if (is_fault(states)) return {label, member, states, Health::kFault, "fault"};
-  if (nothing) return {label, member, states, Health::kPlain, "nothing to measure"};
-  return {label, member, states, Health::kGood, "in order"};
+  const std::string text = trimmed(field);
+  const State state = machine_state(text);
+  return {label, member, text, state.health, state.word};
 }
 
 void status(const Settings &settings) {
@@ -80,16 +72,6 @@ void status(const Settings &settings) {
   }
   throw Failure(ExitCode::kHealth, fmt::format("{}: fault in {}", connection.server(), faulty),
                 "the readings themselves: vesk appliance sensors");
-}
-
-void write_file(const std::string &path, const std::string &content) {
-  errno = 0;
-  std::ofstream file(path, std::ios::binary);
-  file << content;
-  file.close();
-  if (file) return;
-  throw Failure(ExitCode::kOther,
-                fmt::format("cannot write {}: {}", printable(path), std::generic_category().message(errno)));
 }
 
 // The words of a line of the sensor data.
@@ -117,12 +99,13 @@ void show_readings(const Settings &settings, const ListOptions &options, const s
 
 void sensors(const Settings &settings, const SensorOptions &options) {
   const std::string &out = options.out;
+  if (!out.empty()) check_secret_file(out, true);
   const Connection connection(settings);
   const MemoryFile data;
   const SystemStatus read = read_status(connection, data.path());
   const std::string readings = data.content();
   if (!out.empty()) {
-    write_file(out, readings);
+    write_whole_file(out, readings);
     show(settings, fmt::format("wrote the readings to {}", printable(out)), {{"file", out}});
   } else {
     show_readings(settings, options.list, readings);
@@ -185,6 +168,7 @@ void add_sensors(Command &group, Settings &settings) {
 
 void add_appliance(Command &root, Settings &settings) {
   Command &group = root.add("appliance", "Watch the machine that the server runs on");
+  group.examples = {"vesk appliance status", "vesk appliance fips"};
   add_plain(group, settings, "status", "Show the health of the machine",
             "A character for each part: 0 in order, 1 a fault, 8 not readable, - nothing there; for temperatures N "
             "normal and\nW warm. Exit code 7 when there is a fault.",

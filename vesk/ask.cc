@@ -36,7 +36,11 @@ std::string answer_to(std::string_view prompt, std::string_view done) {
 
 void add_consent(Command &command, Consent &consent) {
   command.flag("--yes", consent.yes, "do not ask");
-  command.flag("--dry-run", consent.dry_run, "only say what would be done");
+  add_dry_run(command, consent.dry_run);
+}
+
+void add_dry_run(Command &command, bool &dry_run) {
+  command.flag("--dry-run", dry_run, "only say what would be done; the server is asked whether names are there");
 }
 
 void show_dry_run(const Settings &settings, std::string_view sentence, const Members &document) {

@@ -18,6 +18,9 @@ struct Consent {
 
 void add_consent(Command &command, Consent &consent);
 
+// For what is not asked about.
+void add_dry_run(Command &command, bool &dry_run);
+
 // Says what would be done. The document is that of what was done, and says that it was not.
 void show_dry_run(const Settings &settings, std::string_view sentence, const Members &document);
 

@@ -34,7 +34,9 @@ class Run {
       : connection_(connection),
         items_(items),
         task_(task),
-        journal_(options.from == "-" ? "" : *options.from, fmt::format("vesk {} {}", task.words, connection.server())),
+        is_dry_run_(options.dry_run),
+        journal_(options.from == "-" || is_dry_run_ ? "" : *options.from,
+                 fmt::format("vesk {} {}", task.words, connection.server())),
         output_(settings, {}, "results", {"name", "outcome", "error"}),
         tells_failures_(settings.form() == Form::kJson || settings.form() == Form::kCsv) {}
 
@@ -53,10 +55,12 @@ class Run {
   // Tells how it came out.
   void conclude() {
     const std::size_t num_open = items_.size() - num_looked_at_;
-    output_.end({}, {{"done", num_done_},
-                     {"done_before", num_done_before_},
-                     {"failed", num_failed_.load()},
-                     {"not_tried", num_open}});
+    Members members = {{"done", is_dry_run_ ? 0 : num_done_},
+                       {"done_before", num_done_before_},
+                       {"failed", num_failed_.load()},
+                       {"not_tried", num_open}};
+    if (is_dry_run_) members.emplace_back("dry_run", true);
+    output_.end({}, members);
     if (num_failed_ == 0 && num_open == 0) journal_.remove();
     const std::string summary =
         fmt::format("{} {} of {}{}{}{}", task_.done, num_done_, items_.size(), told(", {} before", num_done_before_),
@@ -65,6 +69,7 @@ class Run {
       fmt::print(stderr, "{}\n", summary);
       return;
     }
+    if (is_dry_run_) throw Failure(first_code_, summary);
     const bool is_partly = num_done_ + num_done_before_ > 0;
     throw Failure(is_partly ? ExitCode::kPartly : first_code_, summary, "run it again to go on with what is not done");
   }
@@ -107,7 +112,7 @@ class Run {
     journal_.add(item.name);
     const std::lock_guard lock(mutex_);
     ++num_done_;
-    output_.add(Members{{"name", item.name}, {"outcome", "done"}, {"error", Json()}},
+    output_.add(Members{{"name", item.name}, {"outcome", is_dry_run_ ? "possible" : "done"}, {"error", Json()}},
                 fmt::format("{} {}", task_.done, printable(item.name)));
   }
 
@@ -131,6 +136,7 @@ class Run {
   const Connection &connection_;
   const std::vector<BulkItem> &items_;
   const BulkTask &task_;
+  const bool is_dry_run_;
   Journal journal_;
   std::atomic<std::size_t> next_ = 0;
   std::atomic<bool> is_over_ = false;

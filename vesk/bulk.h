@@ -16,6 +16,7 @@ namespace command {
 struct BulkOptions {
   std::optional<std::string> from;
   std::optional<std::string> jobs;
+  bool dry_run = false;  // the task changes nothing; no journal is kept
 };
 
 void add_bulk_options(Command &command, BulkOptions &options);

@@ -8,6 +8,7 @@
 #include "orn/vesk/wire/certificates.h"
 #include "vesk/ask.h"
 #include "vesk/commands.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
@@ -17,6 +18,7 @@
 #include "vesk/stored_certificate.h"
 #include "vesk/text.h"
 #include "veskd/key_pairs.h"
+#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
@@ -25,6 +27,7 @@ struct ImportOptions {
   std::string name;
   std::string file;
   bool replace = false;
+  bool dry_run = false;
 };
 
 struct ExportOptions {
@@ -43,10 +46,23 @@ struct DeleteOptions {
   Consent consent;
 };
 
+// What the server would say, as far as that can be known without it.
+int status_of_import(const Connection &connection, const ImportOptions &options, const std::string &bytes) {
+  const veskd::CertificatePtr certificate = veskd::parse_certificate(bytes);
+  if (!certificate) return veskd::RC_CERTIFICATE_INVALID;
+  if (!veskd::is_wrapping_key(X509_get0_pubkey(certificate.get()))) return veskd::RC_CERTIFICATE_KEY;
+  return options.replace ? 0 : status_of_new(connection, kCertificates, options.name);
+}
+
 void import(const Settings &settings, const ImportOptions &options) {
   check_certificate_name(options.name);
   const veskd::WipedText bytes = read_input(options.file, vesk::wire::kMaxCertificateBytes, "certificate");
   const Connection connection(settings);
+  if (options.dry_run) {
+    connection.require(status_of_import(connection, options, bytes.text()), certificate_subject(options.name));
+    return show_dry_run(settings, fmt::format("would import certificate {}", printable(options.name)),
+                        {{"imported", options.name}});
+  }
   const MemoryFile file(bytes.text());
   connection.run(certificate_subject(options.name), qImportCertificate, file.path().c_str(), options.name.c_str(),
                  options.replace ? 1 : 0);
@@ -89,6 +105,7 @@ void remove(const Settings &settings, const DeleteOptions &options) {
   check_certificate_name(options.name);
   const Connection connection(settings);
   if (options.consent.dry_run) {
+    connection.require(status_of_existing(connection, kCertificates, options.name), certificate_subject(options.name));
     return show_dry_run(settings, fmt::format("would delete certificate {}", printable(options.name)),
                         {{"deleted", options.name}});
   }
@@ -98,10 +115,6 @@ void remove(const Settings &settings, const DeleteOptions &options) {
 }
 
 void list(const Settings &settings, const TypeOptions &options) {
-  // The server has no other type, and the library does not tell of a list that was refused.
-  if (options.type != std::string(1, kCertificateType))
-    throw Failure(ExitCode::kUsage,
-                  fmt::format("there is no certificate type '{}'; all are of type C", printable(options.type)));
   const Connection connection(settings);
   show_store_names(settings, options.list, "certificates", store_names([&](LinkedList *names) {
                      connection.run("certificates", qGetCertificateList_as_ll, kCertificateType, names);
@@ -118,6 +131,7 @@ void add_import(Command &group, Settings &settings) {
   add_certificate_name(command, options->name);
   command.argument("FILE", &options->file, Kind::kFile, "the certificate, PEM or DER; - for standard input");
   command.flag("--replace", options->replace, "replace the certificate of that name if there is one");
+  add_dry_run(command, options->dry_run);
   command.details = "The file holds one certificate, with an RSA key of 2048 bits, and at most 16305 bytes.";
   command.examples = {"vesk certificate import branch-office branch-office.pem"};
   command.run = [&settings, options] { import(settings, *options); };
@@ -148,6 +162,7 @@ void add_delete(Command &group, Settings &settings) {
 void add_list(Command &group, Settings &settings) {
   Command &command = group.add("list", "List the names of the certificates, one a line");
   auto options = std::make_shared<TypeOptions>();
+  // The server has no other type, and the library does not tell of a list that was refused.
   command.option("--type", &options->type, "C", Kind::kText, "the type of certificate [C, the only one]").choices = {
       options->type};
   add_list_options(command, options->list);
@@ -159,6 +174,7 @@ void add_list(Command &group, Settings &settings) {
 
 void add_certificate(Command &root, Settings &settings) {
   Command &group = root.add("certificate", "Keep the certificates that keys are wrapped under");
+  group.examples = {"vesk certificate import branch-office branch-office.pem", "vesk certificate list"};
   add_import(group, settings);
   add_export(group, settings);
   add_delete(group, settings);

@@ -3,25 +3,32 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cctype>
+#include <optional>
+#include <span>
+#include <utility>
 
 #include "vesk/failure.h"
 #include "vesk/output.h"
 #include "vesk/text.h"
+#include "vesk/usage.h"
 
 namespace command {
 namespace {
 
+// What most readers look for comes first.
+std::string examples_of(const Command &command) {
+  std::string text = command.examples.size() == 1 ? "Example:\n" : "Examples:\n";
+  for (const std::string &example : command.examples) text += "  " + example + "\n";
+  return text + "\n";
+}
+
 std::string footer_of(const Command &command, bool is_root) {
   std::string footer = command.details;
-  const auto paragraph = [&](const std::string &text) { footer += (footer.empty() ? "" : "\n\n") + text; };
-  if (!command.examples.empty()) {
-    std::string examples = command.examples.size() == 1 ? "Example:" : "Examples:";
-    for (const std::string &example : command.examples) examples += "\n  " + example;
-    paragraph(examples);
-  }
-  if (!is_root) paragraph("Connection and output options (--host, --port, --certificates, --output ...): vesk --help");
-  return footer;
+  if (is_root) return footer;
+  return footer + (footer.empty() ? "" : "\n\n") +
+         "Connection and output options (--host, --port, --certificates, --output ...): vesk --help";
 }
 
 CLI::Option *add_option(CLI::App &app, const Option &option) {
@@ -66,24 +73,61 @@ void describe(CLI::App &app, const Command &command, bool is_root) {
   }
 }
 
-std::string help_of(const CLI::App &app) {
-  std::string help = app.help();
+std::string help_of(const CLI::App &app, const Command &command) {
+  std::string help = examples_of(command) + app.help();
   for (std::size_t gap; (gap = help.find("\n\n\n")) != std::string::npos;) help.erase(gap, 1);
-  return help;
+  return help.ends_with('\n') ? help : help + "\n";
 }
 
-Failure usage_failure(const CLI::App &app, const std::string &words, const CLI::ParseError &error) {
-  const CLI::App *at = &app;
-  while (!at->get_subcommands().empty()) at = at->get_subcommands().front();
-  const std::string hint = fmt::format("vesk{}{} --help", words.empty() ? "" : " ", words);
-  // A command that does not exist is a more helpful thing to say than that one is missing.
-  const std::vector<std::string> unknown = app.remaining(true);
-  if (!unknown.empty() && !at->get_subcommands({}).empty())
-    return Failure(ExitCode::kUsage, fmt::format("there is no command '{}'", printable(unknown.front())), hint);
-  std::string message = printable(error.what());
+// Where many values may stand, the parser takes one in brackets for several. A NUL behind it, which no argument holds,
+// keeps it whole.
+void mark(std::string &word) {
+  if (word.starts_with('[') && word.ends_with(']')) word += '\0';
+}
+
+void unmark(std::string &word) {
+  std::erase(word, '\0');
+}
+
+void unmark(bool) {}
+
+template <typename Texts>
+void unmark(Texts &texts) {
+  for (std::string &text : texts) unmark(text);
+}
+
+void unmark(std::optional<std::string> &text) {
+  if (text) unmark(*text);
+}
+
+void unmark_values(const CommandPath &path) {
+  for (const Command *command : path) {
+    for (const Option &option : command->options) std::visit([](auto *target) { unmark(*target); }, option.target);
+  }
+}
+
+// The first option of the line that was not understood; behind "--" there are none.
+std::optional<std::string> unknown_option_in(std::span<char *const> line, const std::vector<std::string> &unknown) {
+  for (const std::string word : line) {
+    if (word == "--") break;
+    if (word.starts_with('-') && word.size() > 1 && std::ranges::find(unknown, word) != unknown.end())
+      return word.substr(0, word.find('='));
+  }
+  return std::nullopt;
+}
+
+// That something does not exist is a more helpful thing to say than that something else is missing.
+Failure usage_failure(const CommandPath &path, std::span<char *const> line, std::vector<std::string> unknown,
+                      const CLI::ParseError &error) {
+  unmark(unknown);
+  if (const std::optional<std::string> option = unknown_option_in(line, unknown)) return unknown_option(path, *option);
+  if (!unknown.empty() && !path.back()->commands.empty()) return unknown_command(path, unknown.front());
+  std::string message = error.what();
+  unmark(message);
+  message = printable(message);
   const bool begins_a_sentence = message.size() > 1 && std::isupper(message[0]) && std::islower(message[1]);
   if (begins_a_sentence || message.starts_with("A ")) message[0] = static_cast<char>(std::tolower(message[0]));
-  return Failure(ExitCode::kUsage, message, hint);
+  return Failure(ExitCode::kUsage, message, help_hint(path));
 }
 
 }  // namespace
@@ -99,36 +143,38 @@ CommandLine::CommandLine(const Command &root) : root_(root), app_(std::make_uniq
 CommandLine::~CommandLine() = default;
 
 const Command *CommandLine::parse(int argc, char **argv) {
+  std::vector<std::string> line(argv + std::min(argc, 1), argv + argc);
+  for (std::string &word : line) mark(word);
+  // The parser begins at the end.
+  std::ranges::reverse(line);
   try {
-    app_->parse(argc, argv);
+    app_->parse(std::move(line));
   } catch (const CLI::CallForHelp &) {
-    write_standard_output(help_of(*app_));
+    write_standard_output(help_of(*app_, *path().back()));
     return nullptr;
   } catch (const CLI::CallForVersion &version) {
     write_standard_output(fmt::format("{}\n", version.what()));
     return nullptr;
   } catch (const CLI::ParseError &error) {
-    throw usage_failure(*app_, words(), error);
+    throw usage_failure(path(), {argv, static_cast<std::size_t>(argc)}, app_->remaining(true), error);
   }
-  const Command *command = &root_;
+  const CommandPath parsed = path();
+  unmark_values(parsed);
+  check_choices(parsed);
+  return parsed.back();
+}
+
+CommandPath CommandLine::path() const {
+  CommandPath path = {&root_};
   for (const CLI::App *at = app_.get(); !at->get_subcommands().empty();) {
     at = at->get_subcommands().front();
-    for (const Command &below : command->commands) {
-      if (below.name != at->get_name()) continue;
-      command = &below;
-      break;
-    }
+    path.push_back(path.back()->find_command(at->get_name()));
   }
-  return command;
+  return path;
 }
 
 std::string CommandLine::words() const {
-  std::string words;
-  for (const CLI::App *at = app_.get(); !at->get_subcommands().empty();) {
-    at = at->get_subcommands().front();
-    words += (words.empty() ? "" : " ") + at->get_name();
-  }
-  return words;
+  return words_of(path());
 }
 
 }  // namespace command

@@ -27,6 +27,8 @@ class CommandLine {
   std::string words() const;
 
  private:
+  CommandPath path() const;
+
   const Command &root_;
   std::unique_ptr<CLI::App> app_;
 };

@@ -9,14 +9,36 @@
 #include "vesk/text.h"
 
 namespace command {
-Connection::Connection(const Settings &settings) : trace_(settings.trace) {
-  const Target target = target_of(settings);
+namespace {
+
+Target checked_target(const Settings &settings) {
+  Target target = target_of(settings);
   check_target(target);
-  host_ = target.host.text;
-  port_ = port_of(target);
-  require(SetupCertificates(&paths_, target.certificates.text.c_str(), target.authority.text.c_str(),
-                            target.certificate.text.c_str(), target.key.text.c_str()),
-          {});
+  return target;
+}
+
+template <typename Check>
+bool passes(Check check) {
+  try {
+    check();
+    return true;
+  } catch (const Failure &) {
+    return false;
+  }
+}
+
+}  // namespace
+
+Connection::Connection(const std::string &trace, const Target &target) : trace_(trace) {
+  if (passes([&] { check_host(target.host.text); })) host_ = target.host.text;
+  if (passes([&] { port_of(target); })) port_ = port_of(target);
+  // Leaves the paths alone when they are too long.
+  if (!target.certificates.text.empty())
+    SetupCertificates(&paths_, target.certificates.text.c_str(), target.authority.text.c_str(),
+                      target.certificate.text.c_str(), target.key.text.c_str());
+}
+
+Connection::Connection(const Settings &settings) : Connection(settings.trace, checked_target(settings)) {
   warn_of_readers(file(3));
 }
 

@@ -11,10 +11,15 @@
 
 namespace command {
 
+struct Target;
+
 class Connection {
  public:
   // Checks everything that can be checked without connecting, and switches the library's trace on.
   explicit Connection(const Settings &settings);
+
+  // Checks nothing. What cannot be used of the target is empty.
+  Connection(const std::string &trace, const Target &target);
 
   // Makes a public call and returns its status.
   template <typename Call, typename... Arguments>

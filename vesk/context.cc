@@ -98,22 +98,6 @@ void list(const Settings &settings, const ListOptions &options) {
   output.end();
 }
 
-std::string origin_of(const TargetMember &member, const Target &target) {
-  switch ((target.*member.value).source) {
-    case Source::kFlag:
-      return member.flag;
-    case Source::kEnvironment:
-      return member.variable;
-    case Source::kContext:
-      return "context " + printable(target.context);
-    case Source::kDefault:
-      return "default";
-    case Source::kNone:
-      break;
-  }
-  return "not given";
-}
-
 void show_target(const Settings &settings, const std::optional<std::string> &name) {
   Settings named = settings;
   if (name) named.context = name;
@@ -176,6 +160,8 @@ void add_show(Command &group, Settings &settings) {
 
 void add_context(Command &root, Settings &settings) {
   Command &group = root.add("context", "Name servers, so that their addresses need not be typed");
+  group.examples = {"vesk context add production --host kms.example --port 4000 --certificates /etc/vesk",
+                    "vesk context show"};
   add_add(group, settings);
   add_list(group, settings);
   add_named(group, settings, "use", "Make a context the current one", "vesk context use production", use);

@@ -16,6 +16,7 @@
 #include "vesk/input_file.h"
 #include "vesk/secret_file.h"
 #include "vesk/text.h"
+#include "veskd/private_directories.h"
 
 // Instantiated in the shared library, which saves most of the time that its header takes to compile.
 #include <toml++/toml.h>
@@ -87,9 +88,8 @@ ContextLock::ContextLock() {
   const std::string path = context_file();
   if (path.empty()) throw Failure(ExitCode::kOther, "there is no folder for contexts", "set HOME or XDG_CONFIG_HOME");
   const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-  std::error_code error;
-  if (std::filesystem::create_directories(folder, error))
-    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
+  // What it says is said of the folder below, which cannot be opened then.
+  static_cast<void>(veskd::make_private_directories(folder));
   folder_ = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder_ < 0 || flock(folder_, LOCK_EX) != 0) {
     const int reason = errno;

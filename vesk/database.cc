@@ -17,6 +17,7 @@ void create(const Settings &settings) {
 
 void add_database(Command &root, Settings &settings) {
   Command &group = root.add("database", "Set up the server's key database");
+  group.examples = {"vesk database create"};
   Command &command = group.add("create", "Have the server create its key database");
   command.examples = {"vesk database create"};
   command.run = [&settings] { create(settings); };

@@ -33,7 +33,7 @@ inline constexpr std::array kExitCodes = {
     ExitCodeText{ExitCode::kConnection, "no connection: host, certificate files, TLS"},
     ExitCodeText{ExitCode::kTimeOut, "a time-out ran out; whether the server did the work is not known"},
     ExitCodeText{ExitCode::kHealth,
-                 "what was asked about is not in order: a fault, a mirror that is down, a damaged key"},
+                 "what was asked about is not in order: a fault, a mirror that is down, a damaged key, a warning"},
     ExitCodeText{ExitCode::kPartly, "of many things some are done and some are not"},
     ExitCodeText{ExitCode::kCancelled, "cancelled: by your answer, or by Ctrl-C or another signal"},
 };

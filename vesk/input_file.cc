@@ -4,9 +4,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "vesk/failure.h"
 #include "vesk/text.h"
@@ -54,21 +56,28 @@ Failure too_long(const std::string &name, std::size_t max_bytes, const char *wha
                  fmt::format("{} has more than {} bytes, the most that a {} may have", name, max_bytes, what));
 }
 
+// The room that is left behind is wiped.
+void grow(veskd::WipedText &content, std::size_t size) {
+  veskd::WipedText larger(std::string(size, '\0'));
+  content.text().copy(larger.text().data(), content.text().size());
+  content = std::move(larger);
+}
+
 }  // namespace
 
 veskd::WipedText read_input(const std::string &path, std::size_t max_bytes, const char *what) {
+  constexpr std::size_t kFirstRoom = 65536;
   Input input(path);
   // One byte more than allowed tells that there are too many.
-  veskd::WipedText content(std::string(max_bytes + 1, '\0'));
-  std::string &text = content.text();
+  const std::size_t most = max_bytes + 1;
+  veskd::WipedText content(std::string(std::min(most, kFirstRoom), '\0'));
   std::size_t length = 0;
-  while (length < text.size()) {
-    const std::size_t count = input.read(text.data() + length, text.size() - length);
-    if (count == 0) break;
+  while (const std::size_t count = input.read(content.text().data() + length, content.text().size() - length)) {
     length += count;
+    if (length == content.text().size() && length < most) grow(content, std::min(most, 2 * length));
   }
   if (length > max_bytes) throw too_long(input.name(), max_bytes, what);
-  text.resize(length);
+  content.text().resize(length);
   return content;
 }
 

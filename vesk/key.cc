@@ -6,9 +6,11 @@
 #include <span>
 
 #include "orn/vesk/wiped.h"
+#include "vesk/ask.h"
 #include "vesk/bulk.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
 #include "vesk/key_output.h"
@@ -22,7 +24,7 @@ namespace {
 struct CreateOptions {
   std::optional<std::string> name;
   bool mirror = false;
-  BulkOptions bulk;
+  BulkOptions bulk;  // its dry_run is for a single name too
 };
 
 struct GetOptions {
@@ -49,6 +51,11 @@ void create_many(const Settings &settings, const CreateOptions &options) {
   const std::vector<BulkItem> items = read_bulk_file(*options.bulk.from, {"mirror"}, check_key_name);
   for (const BulkItem &item : items) is_mirror(item, options.mirror);
   const Connection connection(settings);
+  if (options.bulk.dry_run) {
+    const BulkTask task = {"key create", "would create key", 0,
+                           [&](const BulkItem &item) { return status_of_new(connection, kKeys, item.name); }};
+    return run_bulk(settings, connection, options.bulk, items, task);
+  }
   const BulkTask task = {"key create", "created key", veskd::RC_KEY_EXISTS, [&](const BulkItem &item) {
                            const bool mirror = is_mirror(item, options.mirror);
                            return connection.call(qCreateSymKey, item.name.c_str(), mirror ? 'Y' : 'N');
@@ -62,9 +69,14 @@ void create(const Settings &settings, const CreateOptions &options) {
   const std::string &name = *options.name;
   check_key_name(name);
   const Connection connection(settings);
+  const std::string what = fmt::format("{}key {}", options.mirror ? "mirror " : "", printable(name));
+  const Members document = {{"created", name}, {"mirror", options.mirror}};
+  if (options.bulk.dry_run) {
+    connection.require(status_of_new(connection, kKeys, name), key_subject(name));
+    return show_dry_run(settings, "would create " + what, document);
+  }
   connection.run(key_subject(name), qCreateSymKey, name.c_str(), options.mirror ? 'Y' : 'N');
-  show(settings, fmt::format("created {}key {}", options.mirror ? "mirror " : "", printable(name)),
-       {{"created", name}, {"mirror", options.mirror}});
+  show(settings, "created " + what, document);
 }
 
 // The server says how large the key is; what it says must be believable before bytes are taken by it.
@@ -138,9 +150,11 @@ void next(const Settings &settings, const NextOptions &options) {
 void add_create(Command &group, Settings &settings) {
   Command &command = group.add("create", "Create a 256-bit key");
   auto options = std::make_shared<CreateOptions>();
-  add_optional_name(command, options->name);
+  // One that there is not yet.
+  add_optional_name(command, options->name).kind = Kind::kText;
   command.flag("--mirror", options->mirror, "make it a mirror key, which the server replicates");
   add_bulk_options(command, options->bulk);
+  add_dry_run(command, options->bulk.dry_run);
   command.details =
       "The key has no activation or expiration date and no rollover, and may be deleted.\n"
       "A file can have a column mirror, true or false. What is done is kept in FILE.journal, from which a second run\n"
@@ -196,12 +210,14 @@ Json increment_value(const Settings &settings, std::uint32_t increment) {
   return increment_text(increment);
 }
 
-void add_name(Command &command, std::string &name) {
-  command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes");
+Option &add_name(Command &command, std::string &name) {
+  return command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes");
 }
 
-void add_optional_name(Command &command, std::optional<std::string> &name) {
-  command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes").is_required = false;
+Option &add_optional_name(Command &command, std::optional<std::string> &name) {
+  Option &added = command.argument("NAME", &name, Kind::kKeyName, "the key's name, at most 40 bytes");
+  added.is_required = false;
+  return added;
 }
 
 void add_constant(Command &command, std::string &constant) {
@@ -214,6 +230,8 @@ void add_instance(Command &command, std::optional<std::string> &instance, const 
 
 void add_key(Command &root, Settings &settings) {
   Command &group = root.add("key", "Create, fetch, draw, list, delete and describe keys");
+  group.examples = {"vesk key create backup-2026", "vesk key get backup-2026 --out backup.key",
+                    "vesk key list --prefix backup-"};
   add_create(group, settings);
   add_get(group, settings);
   add_next(group, settings);

@@ -21,8 +21,8 @@ std::string increment_text(std::uint32_t increment);
 Json increment_value(const Settings &settings, std::uint32_t increment);
 
 // The arguments NAME and CONSTANT, and --instance.
-void add_name(Command &command, std::string &name);
-void add_optional_name(Command &command, std::optional<std::string> &name);
+Option &add_name(Command &command, std::string &name);
+Option &add_optional_name(Command &command, std::optional<std::string> &name);
 void add_constant(Command &command, std::string &constant);
 void add_instance(Command &command, std::optional<std::string> &instance, const std::string &text);
 

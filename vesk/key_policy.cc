@@ -7,6 +7,7 @@
 #include "vesk/bulk.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
 #include "vesk/list_output.h"
@@ -23,9 +24,14 @@ struct DeleteOptions {
   BulkOptions bulk;
 };
 
-void make_deletable(const Settings &settings, const std::string &name) {
+void make_deletable(const Settings &settings, const std::string &name, bool dry_run) {
   check_key_name(name);
   const Connection connection(settings);
+  if (dry_run) {
+    connection.require(status_of_existing(connection, kKeys, name), key_subject(name));
+    return show_dry_run(settings, fmt::format("would make key {} deletable", printable(name)),
+                        {{"made_deletable", name}});
+  }
   connection.run(key_subject(name), qChangeDeletable, name.c_str(), 'Y');
   show(settings, fmt::format("key {} may be deleted now", printable(name)), {{"made_deletable", name}});
 }
@@ -36,13 +42,23 @@ std::string joined(const std::vector<std::string> &names, std::size_t first) {
   return text;
 }
 
+const char *done_word(const DeleteOptions &options) {
+  return options.consent.dry_run ? "would delete" : "deleted";
+}
+
+// Returns the status.
+int delete_one(const Connection &connection, const std::string &name, const DeleteOptions &options) {
+  if (options.consent.dry_run) return status_of_existing(connection, kKeys, name);
+  return connection.call(qDeleteKey, name.c_str());
+}
+
 // Stops at the first key that cannot be deleted.
 void delete_each(const Connection &connection, const DeleteOptions &options, ListOutput &deleted) {
   for (std::size_t i = 0; i < options.names.size(); ++i) {
     const std::string &name = options.names[i];
     try {
-      connection.run(key_subject(name), qDeleteKey, name.c_str());
-      deleted.add(name, fmt::format("deleted key {}", printable(name)));
+      connection.require(delete_one(connection, name, options), key_subject(name));
+      deleted.add(name, fmt::format("{} key {}", done_word(options), printable(name)));
     } catch (const Failure &failure) {
       deleted.abandon();
       std::vector<std::string> details = failure.details();
@@ -50,7 +66,7 @@ void delete_each(const Connection &connection, const DeleteOptions &options, Lis
       throw Failure(failure.code(), failure.what(), failure.hint(), details);
     }
   }
-  deleted.end();
+  deleted.end({}, options.consent.dry_run ? Members{{"dry_run", true}} : Members());
 }
 
 // More than anyone looks through before they say yes.
@@ -68,12 +84,6 @@ void confirm(const std::vector<std::string> &names, const Consent &consent) {
   }
 }
 
-void show_dry_run_of(const Settings &settings, const std::vector<std::string> &names) {
-  ListOutput output(settings, {}, "deleted", {"deleted"});
-  for (const std::string &name : names) output.add(name, fmt::format("would delete key {}", printable(name)));
-  output.end({}, {{"dry_run", true}});
-}
-
 void delete_keys(const Settings &settings, const DeleteOptions &options) {
   require_one_source(!options.names.empty(), options.bulk);
   for (const std::string &name : options.names) check_key_name(name);
@@ -83,12 +93,14 @@ void delete_keys(const Settings &settings, const DeleteOptions &options) {
   for (const BulkItem &item : items) names.push_back(item.name);
 
   const Connection connection(settings);
-  if (options.consent.dry_run) return show_dry_run_of(settings, names);
-  confirm(names, options.consent);
+  if (!options.consent.dry_run) confirm(names, options.consent);
   if (options.bulk.from) {
-    const BulkTask task = {"key delete", "deleted key", veskd::RC_KEY_UNKNOWN,
-                           [&](const BulkItem &item) { return connection.call(qDeleteKey, item.name.c_str()); }};
-    return run_bulk(settings, connection, options.bulk, items, task);
+    BulkOptions bulk = options.bulk;
+    bulk.dry_run = options.consent.dry_run;
+    const std::string done = fmt::format("{} key", done_word(options));
+    const BulkTask task = {"key delete", done.c_str(), bulk.dry_run ? 0 : veskd::RC_KEY_UNKNOWN,
+                           [&](const BulkItem &item) { return delete_one(connection, item.name, options); }};
+    return run_bulk(settings, connection, bulk, items, task);
   }
   ListOutput deleted(settings, {}, "deleted", {"deleted"});
   delete_each(connection, options, deleted);
@@ -108,9 +120,11 @@ void add_policy(Command &group, Settings &settings) {
 void add_make_deletable(Command &group, Settings &settings) {
   Command &command = group.add("make-deletable", "Let a key be deleted; this cannot be taken back");
   auto name = std::make_shared<std::string>();
+  auto dry_run = std::make_shared<bool>(false);
   add_name(command, *name);
+  add_dry_run(command, *dry_run);
   command.examples = {"vesk key make-deletable backup-2026"};
-  command.run = [&settings, name] { make_deletable(settings, *name); };
+  command.run = [&settings, name, dry_run] { make_deletable(settings, *name, *dry_run); };
 }
 
 void add_delete(Command &group, Settings &settings) {

@@ -6,7 +6,9 @@
 #include <optional>
 
 #include "orn/vesk/wire/certificates.h"
+#include "vesk/ask.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/input_file.h"
 #include "vesk/key_commands.h"
@@ -33,6 +35,7 @@ struct ImportOptions {
   bool hex = false;
   bool base64 = false;
   bool wrapped = false;
+  bool dry_run = false;
 };
 
 struct ExportOptions {
@@ -99,6 +102,16 @@ void verify(const Connection &connection, const ImportOptions &options, const ve
   }
 }
 
+void show_dry_import(const Settings &settings, const Connection &connection, const ImportOptions &options) {
+  connection.require(status_of_existing(connection, kCertificates, options.certificate),
+                     certificate_subject(options.certificate));
+  connection.require(status_of_existing(connection, kPrivateKeys, options.certificate),
+                     fmt::format("private key {}", printable(options.certificate)));
+  connection.require(status_of_new(connection, kKeys, options.name), key_subject(options.name));
+  show_dry_run(settings, fmt::format("would import key {}", printable(options.name)),
+               {{"imported", options.name}, {"certificate", options.certificate}});
+}
+
 void import(const Settings &settings, const ImportOptions &options) {
   check_key_name(options.name);
   check_certificate_name(options.certificate);
@@ -115,6 +128,7 @@ void import(const Settings &settings, const ImportOptions &options) {
     const veskd::CertificatePtr certificate = wrapping_certificate(connection, options.certificate, file);
     wrapped = veskd::wrap(X509_get0_pubkey(certificate.get()), kPadding, value);
   }
+  if (options.dry_run) return show_dry_import(settings, connection, options);
   send(connection, options, wrapped);
   if (!options.wrapped) verify(connection, options, value);
   show(settings, fmt::format("imported key {}", printable(options.name)),
@@ -190,7 +204,8 @@ void add_certificate_option(Command &command, std::string &certificate) {
 void add_import(Command &group, Settings &settings) {
   Command &command = group.add("import", "Bring in a 256-bit key, wrapped on its way");
   auto options = std::make_shared<ImportOptions>();
-  add_name(command, options->name);
+  // One that there is not yet.
+  add_name(command, options->name).kind = Kind::kText;
   add_certificate_option(command, options->certificate);
   command.option("--in", &options->in, "FILE", Kind::kFile, "the file that the key is in, - for standard input")
       .is_required = true;
@@ -201,6 +216,7 @@ void add_import(Command &group, Settings &settings) {
       .option("--certificate-file", &options->certificate_file, "FILE", Kind::kFile,
               "wrap under this copy of the certificate")
       .excludes = {"--wrapped"};
+  add_dry_run(command, options->dry_run);
   command.details =
       "The key is wrapped (RSA-OAEP, SHA-256) under the certificate CERT of the server, whose private key must be\n"
       "there under the same name, and fetched again to compare. Keys never stand in arguments.";

@@ -46,6 +46,9 @@ class ListOutput {
   // tells: the number of entries and whether all are shown. Says on standard error when they are not.
   void end(std::string_view footer = {}, const Members &members = {});
 
+  // Writes what was added so far. Otherwise it is written when there is much of it, and at the end.
+  void flush();
+
   // The end of a list that failed: what was added is shown, and a document that was begun says that it is not complete.
   void abandon();
 
@@ -55,7 +58,6 @@ class ListOutput {
   void put_csv_entry(const Json &entry);
   void begin();
   void end_document(const Members &members);
-  void flush();
 
   const Settings &settings_;
   const char *member_;

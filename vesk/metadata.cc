@@ -7,9 +7,11 @@
 #include <tuple>
 
 #include "orn/support.h"
+#include "vesk/ask.h"
 #include "vesk/bulk.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
 #include "vesk/list_output.h"
@@ -54,6 +56,7 @@ void put_field(char (&field)[65], const std::string &text) {
 // Returns the status.
 int set_fields(const Connection &connection, const std::string &name, const SetOptions &options,
                const std::vector<FieldValue> &fields) {
+  if (options.bulk.dry_run) return status_of_existing(connection, kKeys, name);
   KeyMetadataValues values{};
   const int status = options.replace ? 0 : connection.call(qRetrieveKeyMetadata, name.c_str(), &values);
   if (status != 0) return status;
@@ -87,7 +90,8 @@ void set_many(const Settings &settings, const SetOptions &options, const std::ve
                     "name columns md1 to md16 in a .csv file, or give --md N=TEXT for all");
   }
   const Connection connection(settings);
-  const BulkTask task = {"metadata set", "set metadata of key", 0, [&](const BulkItem &item) {
+  const char *done = options.bulk.dry_run ? "would set metadata of key" : "set metadata of key";
+  const BulkTask task = {"metadata set", done, 0, [&](const BulkItem &item) {
                            return set_fields(connection, item.name, options, fields_of(item, common));
                          }};
   run_bulk(settings, connection, options.bulk, items, task);
@@ -106,10 +110,12 @@ void set(const Settings &settings, const SetOptions &options) {
   connection.require(set_fields(connection, name, options, fields), key_subject(name));
   std::vector<std::string> labels;
   for (const FieldValue &field : fields) labels.push_back(field_label(field.index));
-  show(settings,
-       fmt::format("set {} of the sixteen metadata fields of key {}{}", fields.size(), printable(name),
-                   options.replace ? " and blanked the others" : ""),
-       {{"name", name}, {"set", labels}, {"others_blanked", options.replace}});
+  const Members document = {{"name", name}, {"set", labels}, {"others_blanked", options.replace}};
+  const std::string what = fmt::format("{} of the sixteen metadata fields of key {}", fields.size(), printable(name));
+  if (options.bulk.dry_run)
+    return show_dry_run(settings, fmt::format("would set {}{}", what, options.replace ? " and blank the others" : ""),
+                        document);
+  show(settings, fmt::format("set {}{}", what, options.replace ? " and blanked the others" : ""), document);
 }
 
 template <std::size_t... kIndex>
@@ -160,6 +166,7 @@ void add_set(Command &group, Settings &settings) {
   auto options = std::make_shared<SetOptions>();
   add_optional_name(command, options->name);
   add_bulk_options(command, options->bulk);
+  add_dry_run(command, options->bulk.dry_run);
   command.option("--md", &options->fields, "N=TEXT", Kind::kText,
                  "sets field N, 1 to 16, to at most 64 bytes of text; may be repeated");
   command.flag("--replace", options->replace, "blank the fields that are not given, instead of keeping them");
@@ -220,6 +227,7 @@ void show_metadata(const Settings &settings, const std::string &name) {
 
 void add_metadata(Command &root, Settings &settings) {
   Command &group = root.add("metadata", "Set, show and search the metadata fields of keys");
+  group.examples = {"vesk metadata set backup-2026 --md 1=tape", "vesk metadata find --where 'md1 eq tape'"};
   add_set(group, settings);
   add_get(group, settings);
   add_find(group, settings);

@@ -7,8 +7,10 @@
 #include "vesk/ask.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/output.h"
+#include "vesk/states.h"
 #include "vesk/store_names.h"
 #include "vesk/text.h"
 
@@ -23,6 +25,7 @@ struct SetOptions {
   std::string name;
   std::string host;
   std::string port;
+  bool dry_run = false;
 };
 
 struct RemoveOptions {
@@ -34,6 +37,7 @@ struct SyncOptions {
   std::string name;
   bool all = false;
   std::string key;
+  bool dry_run = false;
 };
 
 std::string mirror_subject(const std::string &name) {
@@ -64,9 +68,18 @@ void set(const Settings &settings, const SetOptions &options) {
   check_text("mirror's host", options.host, kMaxHostLength);
   const std::uint32_t port = parse_number("mirror's port", options.port, 1, kLastPort);
   const Connection connection(settings);
+  const Members document = {{"mirror", options.name}, {"host", options.host}, {"port", port}};
+  if (options.dry_run) {
+    const int status = status_of_existing(connection, kMirrors, options.name);
+    if (status != kMirrors.unknown) connection.require(status, mirror_subject(options.name));
+    const char *sentence = status == 0 ? "would move mirror {} to {} port {}" : "would add mirror {} at {} port {}";
+    return show_dry_run(settings,
+                        fmt::format(fmt::runtime(sentence), printable(options.name), printable(options.host), port),
+                        document);
+  }
   connection.run(mirror_subject(options.name), qSetMirrorAddress, options.name.c_str(), options.host.c_str(), port);
   show(settings, fmt::format("mirror {} is at {} port {}", printable(options.name), printable(options.host), port),
-       {{"mirror", options.name}, {"host", options.host}, {"port", port}});
+       document);
 }
 
 void get(const Settings &settings, const std::string &name) {
@@ -84,6 +97,7 @@ void remove(const Settings &settings, const RemoveOptions &options) {
   check_mirror_name(options.name);
   const Connection connection(settings);
   if (options.consent.dry_run) {
+    connection.require(status_of_existing(connection, kMirrors, options.name), mirror_subject(options.name));
     return show_dry_run(settings, fmt::format("would remove mirror {}", printable(options.name)),
                         {{"removed", options.name}});
   }
@@ -100,28 +114,6 @@ void list(const Settings &settings, const ListOptions &options) {
                    store_names([&](LinkedList *names) { connection.run({}, qListMirrorNames, names); }));
 }
 
-struct Meaning {
-  char character;
-  const char *word;
-  Health health;
-};
-
-constexpr Meaning kStates[] = {{'U', "up", Health::kGood},
-                               {'N', "not tried yet", Health::kUnknown},
-                               {'D', "down", Health::kFault},
-                               {'R', "refuses this server", Health::kFault}};
-constexpr Meaning kData[] = {{'Y', "the same keys", Health::kGood},
-                             {'?', "not known to be the same", Health::kUnknown},
-                             {'N', "other keys", Health::kFault}};
-
-template <std::size_t kCount>
-Meaning meaning_of(const Meaning (&meanings)[kCount], char character) {
-  for (const Meaning &meaning : meanings) {
-    if (meaning.character == character) return meaning;
-  }
-  return {character, "a state that this command does not know", Health::kUnknown};
-}
-
 // Asking has the server try the mirror at once; what it tells is what it knew before.
 void status(const Settings &settings, const std::string &name) {
   check_mirror_name(name);
@@ -132,8 +124,8 @@ void status(const Settings &settings, const std::string &name) {
   connection.run(mirror_subject(name), qGetMirrorStatus, name.c_str(), 1, &num_faults, &state, &data);
   std::int32_t num_waiting = 0;
   connection.run(mirror_subject(name), qGetQueueSize, name.c_str(), &num_waiting);
-  const Meaning state_meaning = meaning_of(kStates, state);
-  const Meaning data_meaning = meaning_of(kData, data);
+  const State state_meaning = mirror_state(state);
+  const State data_meaning = mirror_data(data);
   show_facts(settings, {{"mirror", "mirror", name},
                         {"state", "state", state_meaning.word, state_meaning.health},
                         {"data", "data", data_meaning.word, data_meaning.health},
@@ -162,10 +154,16 @@ void sync(const Settings &settings, const SyncOptions &options) {
   if (!options.all) check_key_name(options.key);
   const Connection connection(settings);
   const std::string what = options.all ? "all mirror keys" : fmt::format("key {}", printable(options.key));
+  const Members document = {{"mirror", options.name}, {"key", options.all ? Json() : Json(options.key)}};
+  if (options.dry_run) {
+    connection.require(status_of_existing(connection, kMirrors, options.name), mirror_subject(options.name));
+    if (!options.all) connection.require(status_of_existing(connection, kKeys, options.key), what);
+    return show_dry_run(settings, fmt::format("{} would be sent to mirror {}", what, printable(options.name)),
+                        document);
+  }
   connection.run(fmt::format("{}, {}", mirror_subject(options.name), what), qForceKeySync, options.name.c_str(),
                  options.all ? nullptr : options.key.c_str());
-  show(settings, fmt::format("{} will be sent to mirror {}", what, printable(options.name)),
-       {{"mirror", options.name}, {"key", options.all ? Json() : Json(options.key)}});
+  show(settings, fmt::format("{} will be sent to mirror {}", what, printable(options.name)), document);
 }
 
 void add_mirror_name(Command &command, std::string &name) {
@@ -189,6 +187,7 @@ void add_set(Command &group, Settings &settings) {
   add_mirror_name(command, options->name);
   command.argument("HOST", &options->host, Kind::kHost, "its host name or numeric address");
   command.argument("PORT", &options->port, Kind::kNumber, "its port, 1 to 65535");
+  add_dry_run(command, options->dry_run);
   command.details =
       "A new mirror gets the changes from now on; send it what there is with: vesk mirror sync NAME --all";
   command.examples = {"vesk mirror set west kms-west.example 4000"};
@@ -217,6 +216,7 @@ void add_sync(Command &group, Settings &settings) {
   add_mirror_name(command, options->name);
   command.flag("--all", options->all, "all mirror keys");
   command.option("--only", &options->key, "KEY", Kind::kKeyName, "one key");
+  add_dry_run(command, options->dry_run);
   command.details = "Returns when the keys are queued; vesk mirror queue NAME tells how many are still to be sent.";
   command.examples = {"vesk mirror sync west --all", "vesk mirror sync west --only backup-2026"};
   command.run = [&settings, options] { sync(settings, *options); };
@@ -226,6 +226,7 @@ void add_sync(Command &group, Settings &settings) {
 
 void add_mirror(Command &root, Settings &settings) {
   Command &group = root.add("mirror", "Name the servers that keys are replicated to, and watch them");
+  group.examples = {"vesk mirror set west kms-west.example 4000", "vesk mirror status west"};
   add_set(group, settings);
   add_named(group, settings, "get", "Show a mirror's address", "", "vesk mirror get west", get);
   add_remove(group, settings);

@@ -7,6 +7,7 @@
 #include <list>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -26,6 +27,7 @@ enum class Kind {
   kCertificate,
   kPrivateKey,
   kMirror,
+  kCommand,
 };
 
 struct Option {
@@ -61,6 +63,16 @@ struct Command {
   Option &option(const std::string &option_name, Option::Target target, const std::string &value_name, Kind kind,
                  const std::string &text);
   Option &flag(const std::string &flag_name, bool &target, const std::string &text);
+
+  // Null when there is none of that name.
+  const Command *find_command(std::string_view command_name) const;
+  const Option *find_option(std::string_view option_name) const;
 };
+
+// A command with the groups that it is in, the root first.
+using CommandPath = std::vector<const Command *>;
+
+// Its words behind the root's, as in "key get".
+std::string words_of(const CommandPath &path);
 
 }  // namespace command

@@ -38,10 +38,9 @@ std::string_view colour_of(Health health) {
   return {};
 }
 
-std::string table_line(const Fact &fact, std::size_t width, bool coloured) {
-  const std::string_view colour = coloured ? colour_of(fact.health) : std::string_view();
-  return fmt::format("{:<{}}  {}{}{}{}{}\n", fact.label, width, colour, printable(plain_text(fact.value)),
-                     fact.note.empty() ? "" : "  ", fact.note, colour.empty() ? "" : "\x1b[0m");
+std::string table_line(const Fact &fact, std::size_t width) {
+  const std::string note = fact.note.empty() ? "" : "  " + fact.note;
+  return fmt::format("{:<{}}  {}\n", fact.label, width, painted(printable(plain_text(fact.value)) + note, fact.health));
 }
 
 std::string quoted(const std::string &text) {
@@ -74,15 +73,20 @@ void show_facts(const Settings &settings, const std::vector<Fact> &facts) {
   }
   std::size_t width = 0;
   for (const Fact &fact : facts) width = std::max(width, std::string_view(fact.label).size());
-  const bool coloured = is_coloured(STDOUT_FILENO);
   std::string table;
-  for (const Fact &fact : facts) table += table_line(fact, width, coloured);
+  for (const Fact &fact : facts) table += table_line(fact, width);
   write_standard_output(table);
 }
 
 void show(const Settings &settings, std::string_view sentence, const Members &document) {
   if (settings.form() != Form::kTable) return show_document(settings, document);
   write_standard_output(fmt::format("{}\n", sentence));
+}
+
+std::string painted(std::string_view text, Health health) {
+  const std::string_view colour = colour_of(health);
+  if (colour.empty() || !is_coloured(STDOUT_FILENO)) return std::string(text);
+  return fmt::format("{}{}\x1b[0m", colour, text);
 }
 
 void show_document(const Settings &settings, const Members &document) {

@@ -33,6 +33,9 @@ void show_facts(const Settings &settings, const std::vector<Fact> &facts);
 // What was done: the sentence in a table, the document in every other form.
 void show(const Settings &settings, std::string_view sentence, const Members &document);
 
+// In the colour of its health when standard output is coloured.
+std::string painted(std::string_view text, Health health);
+
 // A document in any form but a table: with its schema in JSON; its values alone, one a line, in plain form; a line of
 // members and a line of values in CSV.
 void show_document(const Settings &settings, const Members &document);

@@ -8,6 +8,7 @@
 #include "vesk/ask.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
@@ -15,6 +16,8 @@
 #include "vesk/secret_file.h"
 #include "vesk/store_names.h"
 #include "vesk/text.h"
+#include "veskd/key_pairs.h"
+#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
@@ -23,6 +26,7 @@ struct ImportOptions {
   std::string name;
   std::string file;
   bool replace = false;
+  bool dry_run = false;
 };
 
 struct DeleteOptions {
@@ -46,12 +50,32 @@ void refuse_if_there(const Connection &connection, const std::string &name) {
                 "replace it with --replace");
 }
 
+// What the server would say of the file.
+int status_of(veskd::KeyFault fault) {
+  switch (fault) {
+    case veskd::KeyFault::kInvalid:
+      return veskd::RC_PRIVATE_KEY_INVALID;
+    case veskd::KeyFault::kEncrypted:
+      return veskd::RC_PRIVATE_KEY_ENCRYPTED;
+    case veskd::KeyFault::kKind:
+      return veskd::RC_PRIVATE_KEY_KIND;
+    case veskd::KeyFault::kNone:
+      break;
+  }
+  return 0;
+}
+
 void import(const Settings &settings, const ImportOptions &options) {
   check_private_key_name(options.name);
   warn_of_readers(options.file);
   const veskd::WipedText bytes = read_input(options.file, vesk::wire::kMaxPrivateKeyBytes, "private key");
   const Connection connection(settings);
   if (!options.replace) refuse_if_there(connection, options.name);
+  if (options.dry_run) {
+    connection.require(status_of(veskd::parse_private_key(bytes.text()).fault), subject_of(options.name));
+    return show_dry_run(settings, fmt::format("would import private key {}", printable(options.name)),
+                        {{"imported", options.name}});
+  }
   const MemoryFile file(bytes.text());
   connection.run(subject_of(options.name), qImportPrivateKey, file.path().c_str(), options.name.c_str());
   show(settings, fmt::format("imported private key {}", printable(options.name)), {{"imported", options.name}});
@@ -61,6 +85,7 @@ void remove(const Settings &settings, const DeleteOptions &options) {
   check_private_key_name(options.name);
   const Connection connection(settings);
   if (options.consent.dry_run) {
+    connection.require(status_of_existing(connection, kPrivateKeys, options.name), subject_of(options.name));
     return show_dry_run(settings, fmt::format("would delete private key {}", printable(options.name)),
                         {{"deleted", options.name}});
   }
@@ -89,6 +114,7 @@ void add_import(Command &group, Settings &settings) {
   command.argument("FILE", &options->file, Kind::kFile,
                    "the private key, PEM or DER, not encrypted; - for standard input");
   command.flag("--replace", options->replace, "replace the private key of that name if there is one");
+  add_dry_run(command, options->dry_run);
   command.details =
       "The key is an RSA key of 2048 bits. It unwraps what is imported under the certificate of its name.";
   command.examples = {"vesk private-key import head-office head-office-key.pem"};
@@ -115,6 +141,7 @@ void add_list(Command &group, Settings &settings) {
 
 void add_private_key(Command &root, Settings &settings) {
   Command &group = root.add("private-key", "Keep the private keys that unwrap imported keys");
+  group.examples = {"vesk private-key import head-office head-office-key.pem", "vesk private-key list"};
   add_import(group, settings);
   add_delete(group, settings);
   add_list(group, settings);

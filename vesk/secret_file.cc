@@ -62,6 +62,13 @@ class TemporaryFile {
     if (fsync(descriptor_) != 0) throw failed("write", path);
   }
 
+  void share(const std::string &path) {
+    const mode_t mask = umask(0);
+    umask(mask);
+    constexpr mode_t kForAll = 0666;
+    if (fchmod(descriptor_, kForAll & ~mask) != 0) throw failed("write", path);
+  }
+
   // A link is made only where nothing is; a rename replaces.
   void become(const std::string &path, bool replace) {
     const Uninterrupted both;
@@ -105,10 +112,14 @@ void check_secret_file(const std::string &path, bool force) {
   if (access(directory_of(path).c_str(), W_OK | X_OK) != 0) throw failed("create", path);
 }
 
-void warn_of_readers(const std::string &path) {
+bool others_may_read(const std::string &path) {
   struct stat file {};
-  if (path == "-" || stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode)) return;
-  if ((file.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
+  if (path == "-" || stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode)) return false;
+  return (file.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+}
+
+void warn_of_readers(const std::string &path) {
+  if (!others_may_read(path)) return;
   fmt::print(stderr, "warning: others may read {}: chmod 600 {}\n", printable(path), printable(path));
 }
 
@@ -117,6 +128,16 @@ void write_secret_file(const std::string &path, std::string_view bytes, bool for
     TemporaryFile file(path);
     file.write(bytes, path);
     file.become(path, force);
+  }
+  flush_directory(path);
+}
+
+void write_whole_file(const std::string &path, std::string_view bytes) {
+  {
+    TemporaryFile file(path);
+    file.write(bytes, path);
+    file.share(path);
+    file.become(path, true);
   }
   flush_directory(path);
 }

@@ -62,6 +62,7 @@ void certificates(const Settings &settings) {
 
 void add_server(Command &root, Settings &settings) {
   Command &group = root.add("server", "Look at the server");
+  group.examples = {"vesk server certificates"};
   Command &command = group.add("certificates", "Show the last two certificates of the server's chain");
   command.examples = {"vesk server certificates --output json"};
   command.run = [&settings] { certificates(settings); };

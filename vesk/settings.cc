@@ -17,9 +17,7 @@ constexpr const char *kForms[] = {"table", "json", "plain", "csv"};
 }  // namespace
 
 Form Settings::form() const {
-  const auto *found = std::find(std::begin(kForms), std::end(kForms), output);
-  if (found != std::end(kForms)) return static_cast<Form>(found - kForms);
-  throw Failure(ExitCode::kUsage, fmt::format("--output {} is none of {}", printable(output), fmt::join(kForms, ", ")));
+  return static_cast<Form>(std::find(std::begin(kForms), std::end(kForms), output) - kForms);
 }
 
 std::optional<std::chrono::seconds> Settings::time_limit() const {

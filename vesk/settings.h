@@ -23,7 +23,7 @@ struct Settings {
   std::string output = "table";
   std::optional<std::string> timeout;
 
-  // Refuses what is no form.
+  // The parser has refused what is none.
   Form form() const;
 
   // Of the whole command; refuses what is no time.

@@ -9,32 +9,10 @@
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
 #include "vesk/text.h"
+#include "vesk/validity.h"
 #include "veskd/key_pairs.h"
 
 namespace command {
-namespace {
-
-constexpr int kWarningDays = 30;
-
-// Whole days from now, which end on the side of now.
-int days_until(const ASN1_TIME *time) {
-  int days = 0;
-  int seconds = 0;
-  if (ASN1_TIME_diff(&days, &seconds, nullptr, time) != 1) return 0;
-  return days;
-}
-
-bool has_passed(const ASN1_TIME *time) {
-  return X509_cmp_current_time(time) < 0;
-}
-
-std::string date_of(const ASN1_TIME *time) {
-  tm utc{};
-  if (ASN1_TIME_to_tm(time, &utc) != 1) return "a date that cannot be read";
-  return fmt::format("{:04}-{:02}-{:02}", utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday);
-}
-
-}  // namespace
 
 std::string certificate_subject(const std::string &name) {
   return "certificate " + printable(name);
@@ -72,8 +50,8 @@ void warn_of_expiry(const X509 *certificate, const std::string &name) {
   if (has_passed(end)) {
     fmt::print(stderr, "warning: certificate {} expired on {}\n", printable(name), date_of(end));
   } else if (const int days = days_until(end); days < kWarningDays) {
-    fmt::print(stderr, "warning: certificate {} expires on {}, in {} {}\n", printable(name), date_of(end), days,
-               days == 1 ? "day" : "days");
+    fmt::print(stderr, "warning: certificate {} expires on {}, in {}\n", printable(name), date_of(end),
+               days_text(days));
   }
 }
 

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
 
 #include "vesk/failure.h"
+#include "vesk/suggestion.h"
 #include "vesk/text.h"
 
 namespace command {
@@ -84,6 +86,22 @@ void require_path_length(const Target &target) {
 
 }  // namespace
 
+std::string origin_of(const TargetMember &member, const Target &target) {
+  switch ((target.*member.value).source) {
+    case Source::kFlag:
+      return member.flag;
+    case Source::kEnvironment:
+      return member.variable;
+    case Source::kContext:
+      return "context " + printable(target.context);
+    case Source::kDefault:
+      return "default";
+    case Source::kNone:
+      break;
+  }
+  return "not given";
+}
+
 Target target_without_context(const Settings &settings) {
   Target target;
   for (const TargetMember &member : kTargetMembers) target.*member.value = value_of(member, settings);
@@ -117,8 +135,11 @@ std::uint32_t port_of(const Target &target) {
 const Context &find_context(const Contexts &contexts, const std::string &name) {
   const auto found = contexts.named.find(name);
   if (found != contexts.named.end()) return found->second;
+  std::vector<std::string> names;
+  for (const auto &[known, context] : contexts.named) names.push_back(known);
+  const std::optional<std::string> meant = nearest(name, names);
   throw Failure(ExitCode::kUsage, fmt::format("there is no context '{}'", printable(name)),
-                "which there are: vesk context list");
+                meant ? did_you_mean(*meant) : "which there are: vesk context list");
 }
 
 }  // namespace command

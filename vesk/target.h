@@ -49,6 +49,9 @@ inline constexpr std::array kTargetMembers = {
     TargetMember{"key", &Target::key, &Settings::key, "--key", nullptr, "client-key.pem"},
 };
 
+// Where the value comes from, as in "--host" or "context production".
+std::string origin_of(const TargetMember &member, const Target &target);
+
 // From the flags, the environment, the context that is named or current, and what goes without saying.
 Target target_of(const Settings &settings);
 

@@ -2,17 +2,16 @@
 #include <fmt/format.h>
 
 #include <memory>
-#include <new>
 
-#include "orn/support.h"
 #include "vesk/ask.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
+#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/key_commands.h"
-#include "vesk/list_output.h"
 #include "vesk/output.h"
 #include "vesk/progress.h"
+#include "vesk/store_names.h"
 #include "vesk/text.h"
 
 namespace command {
@@ -26,11 +25,13 @@ struct GenerateOptions {
   std::string constant;
   std::string count;
   bool add = false;
+  bool dry_run = false;
 };
 
 struct SetNextOptions {
   std::string constant;
   std::string increment;
+  bool dry_run = false;
 };
 
 struct RemoveOptions {
@@ -38,37 +39,31 @@ struct RemoveOptions {
   Consent consent;
 };
 
-struct FreeList {
-  void operator()(LinkedList *list) const { ll_free(list); }
-};
-
 void generate(const Settings &settings, const GenerateOptions &options) {
   check_constant(options.constant);
   const std::uint32_t count = parse_number("count", options.count, 1, kMaxCount, Base16::kNo,
                                            "for more than 99999 keys run it again with --add");
   const Connection connection(settings);
+  const std::string what = fmt::format("{} {} for {}template {}", count, count == 1 ? "key" : "keys",
+                                       options.add ? "" : "the new ", printable(options.constant));
+  const Members document = {{"template", options.constant}, {"generated", count}, {"new", !options.add}};
+  if (options.dry_run) {
+    connection.require((options.add ? status_of_existing : status_of_new)(connection, kTemplates, options.constant),
+                       template_subject(options.constant));
+    return show_dry_run(settings, "would generate " + what, document);
+  }
   {
     const Progress progress(fmt::format("generating {} keys", count));
     connection.run(template_subject(options.constant), qAutoGenKeys, options.constant.c_str(), options.add ? 'a' : 'i',
                    count);
   }
-  show(settings,
-       fmt::format("generated {} {} for {}template {}", count, count == 1 ? "key" : "keys",
-                   options.add ? "" : "the new ", printable(options.constant)),
-       {{"template", options.constant}, {"generated", count}, {"new", !options.add}});
+  show(settings, "generated " + what, document);
 }
 
 void list(const Settings &settings, const ListOptions &options) {
-  constexpr std::size_t kElementBytes = 40;
   const Connection connection(settings);
-  const std::unique_ptr<LinkedList, FreeList> templates(ll_create(kElementBytes));
-  if (!templates) throw std::bad_alloc();
-  connection.run({}, qGetTemplateList, templates.get());
-
-  ListOutput output(settings, options, "templates", {"name"});
-  for (const LinkedListNode *node = ll_first(templates.get()); node; node = ll_next(node))
-    output.add_name(static_cast<const char *>(ll_element(node)));
-  output.end();
+  show_store_names(settings, options, "templates",
+                   store_names([&](LinkedList *names) { connection.run({}, qGetTemplateList, names); }));
 }
 
 void depth(const Settings &settings, const std::string &constant) {
@@ -91,16 +86,27 @@ void set_next(const Settings &settings, const SetNextOptions &options) {
       parse_number("increment", options.increment, 0, kLastIncrement, Base16::kYes,
                    "decimal as it is, hexadecimal behind 0x; an increment has six hexadecimal digits");
   const Connection connection(settings);
+  const Members document = {{"template", options.constant}, {"next_increment", increment}};
+  if (options.dry_run) {
+    connection.require(status_of_existing(connection, kTemplates, options.constant),
+                       template_subject(options.constant));
+    return show_dry_run(
+        settings,
+        fmt::format("template {} would serve {} next", printable(options.constant), increment_text(increment)),
+        document);
+  }
   connection.run(fmt::format("{}, increment {}", template_subject(options.constant), increment_text(increment)),
                  qSetNextIncrement, options.constant.c_str(), increment);
   show(settings, fmt::format("template {} serves {} next", printable(options.constant), increment_text(increment)),
-       {{"template", options.constant}, {"next_increment", increment}});
+       document);
 }
 
 void remove(const Settings &settings, const RemoveOptions &options) {
   check_constant(options.constant);
   const Connection connection(settings);
   if (options.consent.dry_run) {
+    connection.require(status_of_existing(connection, kTemplates, options.constant),
+                       template_subject(options.constant));
     return show_dry_run(settings, fmt::format("would remove template {}", printable(options.constant)),
                         {{"removed", options.constant}});
   }
@@ -119,6 +125,7 @@ void add_generate(Command &group, Settings &settings) {
   command.option("--count", &options->count, "N", Kind::kNumber, "the number of keys, at most 99999").is_required =
       true;
   command.flag("--add", options->add, "add to a template that exists instead of making a new one");
+  add_dry_run(command, options->dry_run);
   command.details =
       "The keys are named by the constant and an increment of six hexadecimal digits. Waits up to 20 minutes.";
   command.examples = {"vesk template generate tape-library-01 --count 1000",
@@ -147,6 +154,7 @@ void add_set_next(Command &group, Settings &settings) {
   add_constant(command, options->constant);
   command.argument("N", &options->increment, Kind::kNumber,
                    "the increment, decimal or 0x hexadecimal, at most 0xFFFFFF");
+  add_dry_run(command, options->dry_run);
   command.examples = {"vesk template set-next tape-library-01 0x0001F4"};
   command.run = [&settings, options] { set_next(settings, *options); };
 }
@@ -165,6 +173,7 @@ void add_remove(Command &group, Settings &settings) {
 
 void add_template(Command &root, Settings &settings) {
   Command &group = root.add("template", "Generate, list, watch and remove key templates");
+  group.examples = {"vesk template generate tape-library-01 --count 1000", "vesk template depth tape-library-01"};
   add_generate(group, settings);
   add_list(group, settings);
   add_depth(group, settings);

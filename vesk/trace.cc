@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "orn/support.h"
+#include "vesk/capture.h"
 #include "vesk/failure.h"
 #include "vesk/text.h"
 
@@ -53,10 +54,12 @@ std::FILE *open_for_append(const std::string &path) {
 Trace::Trace(const std::string &path) {
   if (!path.empty() && path != "-") file_.reset(open_for_append(path));
   stream_ = path == "-" ? stderr : file_.get();
+  set_capture(stream_ != nullptr);
   TraceToCallback(receive, this);
 }
 
 Trace::~Trace() {
+  set_capture(false);
   TraceOff();
 }
 

@@ -39,10 +39,16 @@ std::optional<Identity> read_pair(const Pair &pair) {
                                present.string(), missing.string(), present.string()));
 }
 
-// The key first: a certificate in place means that its key is.
+// The key first: a certificate in place means that its key is. A key alone does not stay.
 void write_pair(const Pair &pair, const Identity &identity, const std::string &certificates) {
-  replace_file(pair.key, private_key_pem(identity.key.get()).text(), kPrivateMode);
-  replace_file(pair.certificate, certificates, kPublicMode);
+  try {
+    replace_file(pair.key, private_key_pem(identity.key.get()).text(), kPrivateMode);
+    replace_file(pair.certificate, certificates, kPublicMode);
+  } catch (const StartError &) {
+    std::error_code ignored;
+    if (!fs::exists(pair.certificate, ignored)) fs::remove(pair.key, ignored);
+    throw;
+  }
 }
 
 Identity open_authority(const Pair &pair, const Log &log) {
@@ -139,9 +145,18 @@ std::string DevEnvironment::next_command(const std::string &host, std::uint16_t 
   return fmt::format("vesk --host {} --port {} --certificates {} ping", host, port, shell_word(directory_.string()));
 }
 
-std::string DevEnvironment::context_command(const std::string &host, std::uint16_t port) const {
-  return fmt::format("vesk context add dev --host {} --port {} --certificates {} --use", host, port,
-                     shell_word(directory_.string()));
+std::vector<std::string> DevEnvironment::context_words(const std::string &name, const std::string &host,
+                                                       std::uint16_t port) const {
+  return {"vesk",           "context",           "add",  name, "--host", host, "--port", std::to_string(port),
+          "--certificates", directory_.string(), "--use"};
+}
+
+std::string DevEnvironment::context_command(const std::string &name, const std::string &host,
+                                            std::uint16_t port) const {
+  std::string command;
+  for (const std::string &word : context_words(name, host, port))
+    command += fmt::format("{}{}", command.empty() ? "" : " ", shell_word(word));
+  return command;
 }
 
 }  // namespace veskd

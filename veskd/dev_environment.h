@@ -29,9 +29,10 @@ class DevEnvironment {
   TlsFiles tls_files() const;
   TlsFiles mirror_tls_files() const;  // that this server shows to its mirrors
 
-  // The command to type next, and the one that names the server for all that follow.
+  // The command to type next, and the one that names the server for all that follow: its words, and as it is typed.
   std::string next_command(const std::string &host, std::uint16_t port) const;
-  std::string context_command(const std::string &host, std::uint16_t port) const;
+  std::vector<std::string> context_words(const std::string &name, const std::string &host, std::uint16_t port) const;
+  std::string context_command(const std::string &name, const std::string &host, std::uint16_t port) const;
 
  private:
   void make_certificates(const std::vector<std::string> &host_names, const Log &log);

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "veskd/errors.h"
+#include "veskd/private_directories.h"
 
 namespace veskd {
 namespace {
@@ -91,10 +92,8 @@ void remove_file(const std::filesystem::path &path) {
 
 std::filesystem::path make_directory(const std::filesystem::path &directory) {
   namespace fs = std::filesystem;
-  std::error_code error;
-  const bool made = fs::create_directories(directory, error);
+  std::error_code error = make_private_directories(directory);
   if (error) throw StartError(fmt::format("cannot make the directory {}: {}", directory.string(), error.message()));
-  if (made) fs::permissions(directory, fs::perms::owner_all, error);
   const fs::path absolute = fs::canonical(directory, error);
   if (error) throw StartError(fmt::format("cannot use the directory {}: {}", directory.string(), error.message()));
   return absolute;

@@ -9,11 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "veskd/client_context.h"
 #include "veskd/commands.h"
 #include "veskd/configuration.h"
 #include "veskd/dev_environment.h"
 #include "veskd/files.h"
 #include "veskd/log.h"
+#include "veskd/process_memory.h"
 #include "veskd/service.h"
 #include "veskd/store_file.h"
 
@@ -31,6 +33,7 @@ struct DevOptions {
   std::string store;
   bool audit = false;
   bool no_tickets = false;
+  std::string context;
   std::filesystem::path faults;
   bool quiet = false;
 };
@@ -70,6 +73,20 @@ void say_where_to_watch(const veskd::ServiceSettings &settings, const veskd::Por
     std::cout << veskd::watch_url(settings.watch->address, *ports.watch) << " shows how it is" << std::endl;
 }
 
+// The command that names the server for vesk is run, or else shown to be typed.
+void offer_context(const DevOptions &options, const veskd::DevEnvironment &environment, const std::string &host,
+                   std::uint16_t port, const veskd::Log &log) {
+  const std::string name = options.context.empty() ? "dev" : options.context;
+  if (!options.context.empty()) {
+    // The port is another with each start.
+    std::vector<std::string> words = environment.context_words(name, host, port);
+    words.emplace_back("--replace");
+    if (veskd::run_beside(words)) return;
+    log.warning("vesk has not made the context " + name);
+  }
+  std::cout << environment.context_command(name, host, port) << std::endl;
+}
+
 void run_dev(const DevOptions &options) {
   veskd::Log log(options.quiet);
   const veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
@@ -77,8 +94,8 @@ void run_dev(const DevOptions &options) {
   if (!options.faults.empty()) log.warning(options.faults.string() + " says what this server does wrong on purpose");
   const auto announce = [&](const veskd::Ports &ports) {
     say_what_is_served(settings, ports);
-    std::cout << environment.next_command(settings.server.address, ports.keys) << '\n'
-              << environment.context_command(settings.server.address, ports.keys) << std::endl;
+    std::cout << environment.next_command(settings.server.address, ports.keys) << std::endl;
+    offer_context(options, environment, settings.server.address, ports.keys, log);
     say_where_to_watch(settings, ports);
   };
   run_service(settings, log, announce, [&] { return settings; });
@@ -121,6 +138,7 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
                  "store.db in the directory if not given");
   dev.add_flag("--audit", options.audit, "audit also what hands out keys without changing anything");
   dev.add_flag("--no-tickets", options.no_tickets, "issue no TLS session tickets: every handshake is a full one");
+  dev.add_option("--context", options.context, "make the server a context of that name for vesk, and the current one");
   dev.add_option("--faults", options.faults, "file that says what the server does wrong on purpose, to test clients");
   dev.add_flag("--quiet", options.quiet, "log errors and warnings only");
 }
@@ -133,6 +151,7 @@ void add_serve_options(CLI::App &serve, ServeOptions &options) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  veskd::protect_process_memory();
   CLI::App app("veskd, a key server: hands keys to clients over mutually authenticated TLS", "veskd");
   app.set_version_flag("--version", "veskd " VESKD_VERSION);
   app.require_subcommand(1);

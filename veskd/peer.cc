@@ -22,6 +22,7 @@
 #include "veskd/faults.h"
 #include "veskd/faulty_tls.h"
 #include "veskd/fields.h"
+#include "veskd/request_header.h"
 
 namespace veskd {
 namespace {
@@ -29,24 +30,11 @@ namespace {
 using vesk::wire::kLengthDigits;
 using vesk::wire::Transaction;
 
-constexpr std::size_t kTranIdDigits = 4;
-
 // Answers a request whose identifier cannot be told.
 constexpr std::string_view kNoTranId = "0000";
 
 // What a peer may still send when the reply is out; a bound on the work of reading it away.
 constexpr std::size_t kMaxLeftoverBytes = 65536;
-
-// The bytes behind the length digits, if the transaction allows a request to be of that length. Some requests set their
-// own.
-std::optional<std::size_t> declared_length(std::string_view digits, const Handler &handler) {
-  const Transaction &transaction = handler.transaction;
-  const auto length = static_cast<std::size_t>(vesk::wire::to_int(digits));
-  const bool allowed = transaction.length.empty()
-                           ? length >= kTranIdDigits && kLengthDigits + length <= handler.max_request_bytes
-                           : digits == transaction.length;
-  return allowed ? std::optional(length) : std::nullopt;
-}
 
 // The names that a request carries, and that are not blank because it carries none.
 bool is_within(const Scope &scope, const RequestFields &fields) {
@@ -195,53 +183,36 @@ asio::awaitable<bool> Peer::do_handshake() {
 // The length is one that the transaction allows: that is checked before anything of that length is read or allocated.
 asio::awaitable<Peer::Request> Peer::read_request() {
   Request request;
-  std::array<char, kLengthDigits + kTranIdDigits> header;
-  if (!co_await read_exactly(header.data(), header.size())) co_return request;
+  std::array<char, kRequestHeaderBytes> bytes;
+  if (!co_await read_exactly(bytes.data(), bytes.size())) co_return request;
   request.arrived = true;
   request.start = std::chrono::steady_clock::now();
-  const std::string_view digits(header.data(), kLengthDigits);
-  const std::string_view tran_id(header.data() + kLengthDigits, kTranIdDigits);
-  if (!is_all_digits(digits) || !is_all_digits(tran_id)) {
-    request.refused = RC_MALFORMED_REQUEST;
-    co_return request;
-  }
-  request.tran_id = tran_id;
-  const Handler *handler = find_handler(tran_id);
-  if (handler == nullptr) {
-    request.refused = RC_UNKNOWN_TRANSACTION;
-    co_return request;
-  }
-  request.transaction = &handler->transaction;
-  request.refused = admit(*handler, request);
+  const RequestHeader header = read_header({bytes.data(), bytes.size()});
+  if (!header.tran_id.empty()) request.tran_id = header.tran_id;
+  request.refused = header.refused;
   if (request.refused != RC_SUCCESS) co_return request;
-  const std::optional<std::size_t> length = declared_length(digits, *handler);
+  const Handler &handler = *header.handler;
+  request.transaction = &handler.transaction;
+  request.refused = admit(handler, request);
+  if (request.refused != RC_SUCCESS) co_return request;
+  const std::optional<std::size_t> length = declared_length(header.digits, handler);
   if (!length) {
     request.refused = RC_MALFORMED_REQUEST;
     co_return request;
   }
   std::string text(kLengthDigits + *length, '\0');
-  std::copy(header.begin(), header.end(), text.begin());
+  std::copy(bytes.begin(), bytes.end(), text.begin());
   request.text = WipedText(std::move(text));
   request.arrived =
-      co_await read_exactly(request.text.text().data() + header.size(), request.text.text().size() - header.size());
-  if (request.arrived && handler->max_payload_bytes != 0) co_await read_payload(*handler, request);
+      co_await read_exactly(request.text.text().data() + bytes.size(), request.text.text().size() - bytes.size());
+  if (request.arrived && handler.max_payload_bytes != 0) co_await read_payload(handler, request);
   co_return request;
 }
 
-// The payload's length is believed no sooner than the request's own: what is too long is neither read nor allocated.
 asio::awaitable<void> Peer::read_payload(const Handler &handler, Request &request) {
-  Wiped<RequestFields> fields;
-  const bool well_formed = handler.parse(request.text.text(), *fields);
-  const std::string_view digits = vesk::wire::text_in(fields->caByteCount);
-  if (!well_formed || !is_all_digits(digits)) {
-    request.refused = RC_MALFORMED_REQUEST;
-    co_return;
-  }
-  const auto length = static_cast<std::size_t>(vesk::wire::to_int(digits));
-  if (length > handler.max_payload_bytes) {
-    request.refused = RC_PAYLOAD_LENGTH;
-    co_return;
-  }
+  std::size_t length = 0;
+  request.refused = read_payload_length(handler, request.text.text(), length);
+  if (request.refused != RC_SUCCESS) co_return;
   request.payload = WipedText(std::string(length, '\0'));
   request.arrived = co_await read_exactly(request.payload.text().data(), length);
 }

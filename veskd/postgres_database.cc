@@ -55,7 +55,7 @@ std::int64_t version_in(const PGresult *rows) {
 
 using Sender = std::function<void(PostgresConnection &)>;
 
-class PostgresDatabase : public DatabaseEngine {
+class PostgresDatabase final : public DatabaseEngine {
  public:
   // A reader connects when it has something to ask.
   PostgresDatabase(const StoreAddress &address, DatabaseUse use) : uri_(address.text()), use_(use) {

@@ -77,7 +77,7 @@ class SqliteStatement : public Statement {
   std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-class SqliteDatabase : public DatabaseEngine {
+class SqliteDatabase final : public DatabaseEngine {
  public:
   SqliteDatabase(const StoreAddress &address, DatabaseUse use) {
     const std::string &path = address.text();

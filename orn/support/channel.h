@@ -19,6 +19,7 @@ class Channel {
   explicit Channel(std::unique_ptr<Socket> socket) : socket_(std::move(socket)) {}
   Channel(const Channel &) = delete;
   Channel &operator=(const Channel &) = delete;
+  ~Channel() = default;
 
   // A BIO on this channel, which must outlive it. Null when out of memory.
   BioPtr new_bio();

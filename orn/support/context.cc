@@ -19,8 +19,9 @@ constexpr const char *kTls13Ciphers = "TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1
 bool set_protocol(SSL_CTX *context) {
   SSL_CTX_clear_options(context, SSL_CTX_get_options(context));
   // SSL_OP_NO_TICKET is about TLS 1.2, whose sessions are not resumed: they have no fresh key exchange.
-  SSL_CTX_set_options(
-      context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION | SSL_OP_NO_TICKET | SSL_OP_ENABLE_MIDDLEBOX_COMPAT);
+  // Without SSL_OP_CLEANSE_PLAINTEXT what was received stays in OpenSSL's buffers, and in the heap after them.
+  SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION | SSL_OP_NO_TICKET |
+                                   SSL_OP_ENABLE_MIDDLEBOX_COMPAT | SSL_OP_CLEANSE_PLAINTEXT);
   SSL_CTX_set_security_level(context, kSecurityLevel);
   // OpenSSL only tells of sessions; which of them is offered to whom is decided in Sessions.
   SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
@@ -71,8 +72,10 @@ int make_context(const Credentials &credentials, SslContextPtr &made) {
   SslContextPtr context(SSL_CTX_new(TLS_client_method()));
   if (!context || !set_protocol(context.get())) return set_up_failure("TLS settings");
   if (!set_authorities(context.get(), credentials.authorities)) return set_up_failure("trusted authority");
-  if (!set_client_chain(context.get(), credentials.chain)) return set_up_failure("client certificate chain");
-  if (SSL_CTX_use_PrivateKey(context.get(), credentials.key.get()) != 1) return set_up_failure("client key");
+  if (!credentials.chain.empty()) {
+    if (!set_client_chain(context.get(), credentials.chain)) return set_up_failure("client certificate chain");
+    if (SSL_CTX_use_PrivateKey(context.get(), credentials.key.get()) != 1) return set_up_failure("client key");
+  }
   made = std::move(context);
   return 0;
 }

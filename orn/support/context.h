@@ -7,7 +7,8 @@
 
 namespace orn {
 
-// Makes the context of connections with these credentials. Returns a status.
+// Makes the context of connections with these credentials; without a chain they show the server no certificate. Returns
+// a status.
 int make_context(const Credentials &credentials, SslContextPtr &made);
 
 }  // namespace orn

@@ -45,7 +45,7 @@ int read_file(const FileRole &role, const char *path, FileBytes &bytes) {
 
 int not_pem(const FileRole &role, const char *path) {
   ORN_TRACE("%s, %s: %s", role.name, path, openssl_reason().c_str());
-  return role.not_pem;
+  return took_out_of_memory() ? CONN_ERR_RESOURCES : role.not_pem;
 }
 
 // OpenSSL asks here for a passphrase instead of at the terminal, and never gets one.
@@ -93,16 +93,29 @@ int read_key(const char *path, KeyPtr &key, FileIdentity &identity) {
 
 }  // namespace
 
+int load_authorities(const char *path, Credentials &credentials) {
+  return read_certificates(kAuthority, path, credentials.authorities, credentials.identities[0]);
+}
+
+int load_chain(const char *path, Credentials &credentials) {
+  return read_certificates(kChain, path, credentials.chain, credentials.identities[1]);
+}
+
+int load_key(const char *path, Credentials &credentials) {
+  return read_key(path, credentials.key, credentials.identities[2]);
+}
+
+int check_pair(const CertificateFiles &files, const Credentials &credentials) {
+  if (X509_check_private_key(credentials.chain.front().get(), credentials.key.get()) == 1) return 0;
+  ORN_TRACE("%s and %s do not belong together: %s", files.certificates, files.key, openssl_reason().c_str());
+  return CONN_ERR_KEY_MISMATCH;
+}
+
 int load_credentials(const CertificateFiles &files, Credentials &credentials) {
-  auto &[authority, chain, key] = credentials.identities;
-  if (int status = read_certificates(kAuthority, files.authority, credentials.authorities, authority)) return status;
-  if (int status = read_certificates(kChain, files.certificates, credentials.chain, chain)) return status;
-  if (int status = read_key(files.key, credentials.key, key)) return status;
-  if (X509_check_private_key(credentials.chain.front().get(), credentials.key.get()) != 1) {
-    ORN_TRACE("%s and %s do not belong together: %s", files.certificates, files.key, openssl_reason().c_str());
-    return CONN_ERR_KEY_MISMATCH;
-  }
-  return 0;
+  if (int status = load_authorities(files.authority, credentials)) return status;
+  if (int status = load_chain(files.certificates, credentials)) return status;
+  if (int status = load_key(files.key, credentials)) return status;
+  return check_pair(files, credentials);
 }
 
 }  // namespace orn

@@ -26,6 +26,12 @@ struct Credentials {
 // Reads the files as they are now. Returns a status.
 int load_credentials(const CertificateFiles &files, Credentials &credentials);
 
+// Its steps, for who wants to know of each. All return a status.
+int load_authorities(const char *path, Credentials &credentials);
+int load_chain(const char *path, Credentials &credentials);
+int load_key(const char *path, Credentials &credentials);
+int check_pair(const CertificateFiles &files, const Credentials &credentials);
+
 }  // namespace orn
 
 #endif

@@ -32,6 +32,12 @@ Reasons take_reasons() {
   return reasons;
 }
 
+// OpenSSL's reasons that all its libraries share are numbers far above those of alerts.
+bool is_alert(int reason) {
+  constexpr int kMostAlert = 255;
+  return reason > SSL_AD_REASON_OFFSET && reason <= SSL_AD_REASON_OFFSET + kMostAlert;
+}
+
 int status_of_alert(int alert, bool client_certificate_asked) {
   switch (alert) {
     case SSL_AD_BAD_CERTIFICATE:
@@ -72,17 +78,26 @@ std::string openssl_reason() {
   return words(ERR_peek_last_error());
 }
 
+bool took_out_of_memory() {
+  bool out_of_memory = false;
+  while (const unsigned long error = ERR_get_error()) {
+    if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) out_of_memory = true;
+  }
+  return out_of_memory;
+}
+
 int status_of_failure(const FailedOperation &operation, const SSL *ssl, int ssl_error, const Channel &channel) {
   const Reasons reasons = take_reasons();
   if (channel.is_not_tls()) {
     ORN_TRACE("%s: the answer does not begin like TLS", operation.name);
     return CONN_ERR_NOT_TLS;
   }
-  if (reasons.tls > SSL_AD_REASON_OFFSET) {
+  if (is_alert(reasons.tls)) {
     return status_of_alert(reasons.tls - SSL_AD_REASON_OFFSET, operation.client_certificate_asked);
   }
-  if (reasons.tls == SSL_R_CERTIFICATE_VERIFY_FAILED) return status_of_verification(SSL_get_verify_result(ssl));
+  // Also where a certificate could not be checked for want of memory.
   if (reasons.out_of_memory) return CONN_ERR_RESOURCES;
+  if (reasons.tls == SSL_R_CERTIFICATE_VERIFY_FAILED) return status_of_verification(SSL_get_verify_result(ssl));
   if (int error = channel.error()) {
     ORN_TRACE("%s: %s", operation.name, std::generic_category().message(error).c_str());
     return error == ETIMEDOUT ? operation.timed_out : status_of_errno(error);

@@ -12,6 +12,9 @@ namespace orn {
 // The last entry of OpenSSL's error queue in words.
 std::string openssl_reason();
 
+// Empties OpenSSL's error queue and tells whether memory was wanting.
+bool took_out_of_memory();
+
 // What an operation was about when it failed.
 struct FailedOperation {
   const char *name;               // for the trace

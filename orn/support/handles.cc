@@ -53,13 +53,34 @@ int check_endpoint(const Endpoint &endpoint) {
   return 0;
 }
 
+// Failures that a context may be to blame for: where memory was wanting, OpenSSL can leave a certificate in it that is
+// taken for a broken one from then on.
+bool may_be_of_context(int status) {
+  switch (status) {
+    case CONN_ERR_RESOURCES:
+    case CONN_ERR_TLS_SETUP:
+    case CONN_ERR_PEER_NOT_TRUSTED:
+    case CONN_ERR_PEER_PURPOSE:
+    case CONN_ERR_PEER_WEAK:
+    case CONN_ERR_PEER_CERTIFICATE:
+    case CONN_ERR_CLIENT_REFUSED:
+    case CONN_ERR_ALERT:
+    case CONN_ERR_PROTOCOL:
+      return true;
+    default:
+      return false;
+  }
+}
+
 int connect(const Endpoint &endpoint, const CertificateFiles &files, int seconds,
             std::unique_ptr<Connection> &connection) {
   const Deadline deadline = Deadline::in_seconds(seconds);
   std::shared_ptr<SharedContext> context;
   if (int status = check_endpoint(endpoint)) return status;
   if (int status = context_for(files, context)) return status;
-  return Connection::open(endpoint, context, deadline, connection);
+  const int status = Connection::open(endpoint, context, deadline, connection);
+  if (may_be_of_context(status)) forget_context(*context);
+  return status;
 }
 
 }  // namespace

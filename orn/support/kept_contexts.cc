@@ -113,6 +113,14 @@ void forget_sessions() {
   for (const KeptContext &entry : kept) entry.context->sessions.drop_all();
 }
 
+void forget_context(const SharedContext &context) {
+  std::list<KeptContext> forgotten;
+  std::lock_guard lock(mutex);
+  const auto found =
+      std::find_if(kept.begin(), kept.end(), [&](const auto &entry) { return entry.context.get() == &context; });
+  if (found != kept.end()) forgotten.splice(forgotten.end(), kept, found);
+}
+
 void forget_contexts() {
   std::list<KeptContext> forgotten;
   std::lock_guard lock(mutex);

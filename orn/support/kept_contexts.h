@@ -25,6 +25,8 @@ int context_for(const CertificateFiles &files, std::shared_ptr<SharedContext> &c
 // Both for all threads; connections that are open are not touched.
 void forget_sessions();
 void forget_contexts();
+// Drops this one, if it is kept.
+void forget_context(const SharedContext &context);
 
 }  // namespace orn
 

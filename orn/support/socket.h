@@ -24,6 +24,8 @@ class Descriptor {
     std::swap(number_, other.number_);
     return *this;
   }
+  Descriptor(const Descriptor &) = delete;
+  Descriptor &operator=(const Descriptor &) = delete;
   ~Descriptor() {
     if (number_ >= 0) close(number_);
   }

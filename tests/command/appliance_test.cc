@@ -98,7 +98,7 @@ TEST_F(Appliance, ReadingsGoToStandardOutputOrToAFile) {
                   {"count", 5},
                   {"complete", true}}));
   EXPECT_THAT(vesk({"appliance", "sensors", "--out", "no/such/directory"}),
-              Ends(1, IsEmpty(), HasSubstr("cannot write no/such/directory: No such file or directory\n")));
+              Ends(1, IsEmpty(), HasSubstr("cannot create no/such/directory: No such file or directory\n")));
 }
 
 TEST_F(Appliance, ReadingsThatCannotBeReadAreRefused) {

@@ -125,6 +125,9 @@ TEST_F(Bulk, AFileThatCannotBeMeantSendsNothing) {
   EXPECT_THAT(vesk({"key", "create", "--from", "n.csv"}), Ends(2, IsEmpty(), HasSubstr("neither true nor false")));
   write_file(files_.path("n.json"), "{\"name\": 1");
   EXPECT_THAT(vesk({"key", "create", "--from", "n.json"}), Ends(2, IsEmpty(), HasSubstr("the file holds no JSON")));
+  // Each level takes a call: without a bound the stack ends first.
+  write_file(files_.path("n.json"), std::string(200000, '[') + std::string(200000, ']'));
+  EXPECT_THAT(vesk({"key", "create", "--from", "n.json"}), Ends(2, IsEmpty(), HasSubstr("more than 16 levels deep")));
   EXPECT_THAT(vesk({"key", "create", "K1", "--from", "names"}), Ends(2, IsEmpty(), HasSubstr("give either NAME or")));
   EXPECT_THAT(vesk({"key", "create"}), Ends(2, IsEmpty(), StartsWith("vesk: key create: NAME is required\n")));
   EXPECT_THAT(create("K1\n", {"--jobs", "0"}), Ends(2, IsEmpty(), HasSubstr("the jobs '0' is not a number")));
@@ -144,6 +147,11 @@ TEST_F(Bulk, ColumnsSayMore) {
   const json metadata = document_in(vesk({"metadata", "get", "K3", "--output", "json"})).at("metadata");
   EXPECT_EQ(metadata.at("MD02"), "shelf 14");
   EXPECT_EQ(metadata.at("MD16"), "all");
+
+  write_file(files_.path("m.json"), R"([{"name": "K2", "md3": 18446744073709551615}])");
+  EXPECT_EQ(vesk({"metadata", "set", "--from", "m.json"}).exit_code, 0);
+  EXPECT_EQ(document_in(vesk({"metadata", "get", "K2", "--output", "json"})).at("metadata").at("MD03"),
+            "18446744073709551615");
 }
 
 TEST_F(Bulk, WhatAListShowsCanBeDeleted) {
@@ -151,8 +159,8 @@ TEST_F(Bulk, WhatAListShowsCanBeDeleted) {
   ASSERT_EQ(vesk({"key", "create", "--from", "n.json"}).exit_code, 0);
   write_file(files_.path("names"), vesk({"key", "list", "--output", "plain"}).out);
   EXPECT_THAT(vesk({"key", "delete", "--from", "names"}), Ends(2, IsEmpty(), HasSubstr("add --yes if you are sure")));
-  EXPECT_THAT(vesk({"key", "delete", "--from", "names", "--dry-run"}),
-              Ends(0, StrEq("would delete key K2\nwould delete key a\\b\n"), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "delete", "--from", "names", "--dry-run", "--jobs", "1"}),
+              Ends(0, StrEq("would delete key K2\nwould delete key a\\b\n"), StrEq("would delete key 2 of 2\n")));
   EXPECT_EQ(keys().size(), 2u);
   EXPECT_THAT(vesk({"key", "delete", "--from", "names", "--yes"}),
               Ends(0, HasSubstr("deleted key a\\b\n"), StrEq("deleted key 2 of 2\n")));

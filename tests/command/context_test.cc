@@ -1,4 +1,5 @@
 // Named servers in the user's configuration folder.
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
@@ -146,6 +147,36 @@ TEST_F(Contexts, ADamagedFileIsNamedAndLeftAlone) {
   EXPECT_THAT(vesk({"context", "add", "east", "--host", "h", "--port", "1", "--certificates", "c"}),
               Ends(1, IsEmpty(), HasSubstr(file_ + ": context west is no table")));
   EXPECT_EQ(contents_of(file_), "[contexts]\nwest = 1\n");
+}
+
+// veskd dev --context has the command make it.
+class ServersOfContexts : public Contexts {
+ protected:
+  // Until the server has shown the words.
+  Outcome serve_until(const std::string &words, const std::string &path) const {
+    Invocation made = invocation({"dev", "--dir", files_.path("d"), "--context", "here"});
+    made.environment["PATH"] = path;
+    made.standard_output = Stream::kTerminal;
+    made.signal = SIGTERM;
+    made.signal_when = words;
+    return run_program(VESKD_PROGRAM, made);
+  }
+};
+
+TEST_F(ServersOfContexts, AServerIsMadeAContext) {
+  const std::string folder = std::filesystem::path(VESK_PROGRAM).parent_path();
+  add("here", "other.example");
+  const Outcome served = serve_until("added context here, which is the current one", folder);
+  EXPECT_EQ(served.exit_code, 0);
+  EXPECT_THAT(served.terminal, testing::Not(HasSubstr("vesk context add")));
+  EXPECT_EQ(host_of({}), "127.0.0.1");
+}
+
+TEST_F(ServersOfContexts, WithoutTheCommandItIsShownWhatToType) {
+  const Outcome served = serve_until(" --use", "/nowhere");
+  EXPECT_EQ(served.exit_code, 0);
+  EXPECT_THAT(served.terminal, HasSubstr("vesk context add here --host 127.0.0.1 --port "));
+  EXPECT_THAT(served.err, HasSubstr("vesk has not made the context here"));
 }
 
 }  // namespace

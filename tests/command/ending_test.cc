@@ -54,6 +54,62 @@ TEST_F(Endings, ASignalIsAnAnswer) {
   EXPECT_THAT(vesk({"key", "get", "K1"}), Ends(0, HasSubstr("K1"), IsEmpty()));
 }
 
+// Its flushes to the disk stall, and then it is ended.
+class EndingsOfFiles : public Endings {
+ protected:
+  Outcome ended(const std::vector<std::string> &arguments, int flush, int signal) const {
+    Invocation made = invocation(arguments);
+    made.environment["XDG_CONFIG_HOME"] = files_.path();
+    made.environment["LD_PRELOAD"] = STALLED_DISK;
+    made.environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+    made.environment["STALL_AT"] = std::to_string(flush);
+    made.signal = signal;
+    made.signal_when = "stalled";
+    return vesk(made);
+  }
+};
+
+TEST_F(EndingsOfFiles, NothingHalfWrittenStaysBehind) {
+  ASSERT_EQ(vesk({"key", "create", "K1"}).exit_code, 0);
+  const std::vector<std::vector<std::string>> commands = {
+      {"key", "get", "K1", "--out", "file"},
+      {"appliance", "sensors", "--out", "file"},
+      {"context", "add", "here"},
+  };
+  for (const std::vector<std::string> &command : commands) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+      EXPECT_THAT(ended(command, 1, signal),
+                  Ends(130, IsEmpty(), HasSubstr("cancelled by signal " + std::to_string(signal) + "\n")));
+      std::filesystem::remove(files_.path("vesk"));
+      EXPECT_THAT(names_in(files_.path()), IsEmpty()) << command[0];
+    }
+  }
+}
+
+TEST_F(EndingsOfFiles, WhatWasThereStaysAsItWas) {
+  ASSERT_EQ(vesk({"key", "create", "K1"}).exit_code, 0);
+  write_file(files_.path("file"), "old");
+  EXPECT_THAT(ended({"key", "get", "K1", "--out", "file", "--force"}, 1, SIGTERM),
+              Ends(130, IsEmpty(), HasSubstr("cancelled by signal 15\n")));
+  EXPECT_EQ(contents_of(files_.path("file")), "old");
+  // Behind the flush of the file it has its name, and is whole.
+  EXPECT_THAT(ended({"key", "get", "K1", "--out", "file", "--force"}, 2, SIGTERM),
+              Ends(130, IsEmpty(), HasSubstr("cancelled by signal 15\n")));
+  EXPECT_EQ(contents_of(files_.path("file")).size(), 32u);
+  EXPECT_THAT(names_in(files_.path()), testing::ElementsAre("file"));
+}
+
+TEST_F(EndingsOfFiles, AReplyThatStallsMidwayLeavesNoFile) {
+  const TemporaryDirectory played;
+  const PlayedServer server(played.path(), {}, "0040000000712", true);
+  Invocation made = invocation(
+      {"key", "get", "K1", "--out", "file", "--trace", "-", "--port", server.port(), "--certificates", played.path()});
+  made.signal = SIGINT;
+  made.signal_when = "connected to ";
+  EXPECT_THAT(vesk(made), Ends(130, IsEmpty(), HasSubstr("cancelled by signal 2\n")));
+  EXPECT_THAT(names_in(files_.path()), IsEmpty());
+}
+
 class Care : public ServedCommandTest {};
 
 TEST_F(Care, SecretFilesThatOthersMayReadAreWarnedOf) {

@@ -128,6 +128,14 @@ TEST_F(Keys, DeletedKeysAreGoneAndTheirNamesUsedUp) {
   EXPECT_THAT(vesk({"key", "create", "K1"}), Ends(3, IsEmpty(), HasSubstr("RC_KEY_NAME_USED")));
 }
 
+TEST_F(Keys, ANameInBracketsIsOneName) {
+  for (const char *name : {"a", "[a,b]", "[]"}) ASSERT_EQ(vesk({"key", "create", name}).exit_code, 0);
+  EXPECT_THAT(vesk({"key", "delete", "[a,b]", "[]", "--yes"}),
+              Ends(0, StrEq("deleted key [a,b]\ndeleted key []\n"), IsEmpty()));
+  EXPECT_EQ(vesk({"key", "get", "a"}).exit_code, 0);
+  EXPECT_THAT(vesk({"key", "get", "a", "[b]"}), Ends(2, IsEmpty(), HasSubstr("was not expected: [b]\n")));
+}
+
 TEST_F(Keys, DeletionStopsAtTheFirstFailureAndSaysHowFarItCame) {
   for (const char *name : {"K1", "K3"}) vesk({"key", "create", name});
   EXPECT_THAT(vesk({"key", "delete", "K1", "K2", "K3", "K4", "--yes"}),

@@ -43,6 +43,10 @@ void make_files(const std::string &directory, const PlayedCertificates &certific
   const veskd::Identity stranger = veskd::make_authority("strange authority", kDay);
   const veskd::Identity server = veskd::make_leaf(
       authority, {"played server", veskd::Purpose::kServer, certificates.server_names}, certificates.server_validity);
+  if (certificates.server_begin.count() > 0) {
+    X509_time_adj_ex(X509_getm_notBefore(server.certificate.get()), certificates.server_begin.count(), 0, nullptr);
+    X509_sign(server.certificate.get(), authority.key.get(), EVP_sha256());
+  }
   const veskd::Identity client = veskd::make_leaf(authority, {"client", veskd::Purpose::kClient, {}}, kDay);
   const veskd::Identity &trusted = certificates.trusts_server ? authority : stranger;
   write_file(directory + "/authority.pem", veskd::certificate_pem(trusted.certificate.get()));
@@ -52,20 +56,23 @@ void make_files(const std::string &directory, const PlayedCertificates &certific
   write_file(directory + "/server-key.pem", veskd::private_key_pem(server.key.get()).text());
 }
 
-void answer(SSL_CTX *context, int connection, const std::string &reply) {
+void answer(SSL_CTX *context, int connection, const std::string &reply, bool stalls) {
   const std::unique_ptr<SSL, FreeSsl> ssl(SSL_new(context));
   SSL_set_fd(ssl.get(), connection);
   if (SSL_accept(ssl.get()) != 1) return;
   char request[1024];
   if (SSL_read(ssl.get(), request, sizeof request) <= 0) return;
   if (!reply.empty()) SSL_write(ssl.get(), reply.data(), static_cast<int>(reply.size()));
+  // Until the client is gone.
+  if (stalls) SSL_read(ssl.get(), request, sizeof request);
   SSL_shutdown(ssl.get());
 }
 
 }  // namespace
 
-PlayedServer::PlayedServer(const std::string &directory, const PlayedCertificates &certificates, std::string reply)
-    : directory_(directory), reply_(std::move(reply)), listener_(listen_on_free_port()) {
+PlayedServer::PlayedServer(const std::string &directory, const PlayedCertificates &certificates, std::string reply,
+                           bool stalls)
+    : directory_(directory), stalls_(stalls), reply_(std::move(reply)), listener_(listen_on_free_port()) {
   make_files(directory, certificates);
   // A client may hang up before it has taken everything.
   signal(SIGPIPE, SIG_IGN);
@@ -101,7 +108,7 @@ void PlayedServer::serve_tls() const {
   SSL_CTX_use_certificate_chain_file(context.get(), (directory_ + "/server.pem").c_str());
   SSL_CTX_use_PrivateKey_file(context.get(), (directory_ + "/server-key.pem").c_str(), SSL_FILETYPE_PEM);
   for (int connection; (connection = accept(listener_, nullptr, nullptr)) >= 0; close(connection))
-    answer(context.get(), connection, reply_);
+    answer(context.get(), connection, reply_, stalls_);
 }
 
 SilentServer::SilentServer() : listener_(listen_on_free_port()) {}

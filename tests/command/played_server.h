@@ -13,13 +13,16 @@ namespace command_test {
 struct PlayedCertificates {
   std::vector<std::string> server_names = {"127.0.0.1"};
   veskd::Days server_validity{1};
-  bool trusts_server = true;  // the client's authority file holds the authority that issued the server's certificate
+  veskd::Days server_begin{0};  // when it begins, from now on
+  bool trusts_server = true;    // the client's authority file holds the authority that issued the server's certificate
 };
 
 class PlayedServer {
  public:
   // Speaks TLS and answers every request with the reply. Certificates and keys are made in the directory.
-  PlayedServer(const std::string &directory, const PlayedCertificates &certificates, std::string reply);
+  // The line stays open behind the reply if the server stalls.
+  PlayedServer(const std::string &directory, const PlayedCertificates &certificates, std::string reply,
+               bool stalls = false);
   // Sends the bytes at once and speaks no TLS.
   explicit PlayedServer(std::string greeting);
   ~PlayedServer();
@@ -33,6 +36,7 @@ class PlayedServer {
   void serve_tls() const;
 
   std::string directory_;
+  bool stalls_ = false;
   std::string reply_;
   int listener_ = -1;
   std::thread thread_;

@@ -103,6 +103,23 @@ TEST_F(Replies, TheServersTextDoesNotSteerTheTerminal) {
   EXPECT_THAT(vesk_gets(list, {"template", "list"}), Ends(0, StrEq("\\x1b[2Jtemplate\n"), IsEmpty()));
 }
 
+TEST_F(Replies, WhatArrivedOfAReplyIsCaptured) {
+  const std::string reply = key_reply("K1", "I1", "0256");
+  EXPECT_EQ(vesk_gets(reply.substr(0, 120), {"key", "get", "K1", "--trace", "trace"}).exit_code, 5);
+  const Outcome outcome = vesk({"decode", "trace"});
+  EXPECT_THAT(outcome, Ends(7,
+                            AllOf(HasSubstr("masked, 20 bytes"), HasSubstr("CONN_ERR_CLOSED: "),
+                                  HasSubstr("FAULT at 120: cut: 120 of 356 bytes have arrived\n")),
+                            HasSubstr("reply, offset 120: cut after 20 of its 256 bytes\n")));
+  EXPECT_EQ((outcome.out + contents_of(files_.path("trace"))).find("vvvv"), std::string::npos);
+}
+
+TEST_F(Replies, ATooLongReplyIsCapturedAsFarAsItWasRead) {
+  vesk_gets("16385", {"ping", "--trace", "trace"});
+  EXPECT_THAT(vesk({"decode", "trace"}),
+              Ends(7, HasSubstr("FAULT at 0: the library takes no more than 16384 bytes\n"), HasSubstr("2 faults")));
+}
+
 TEST_F(Replies, AChainOfOneCertificateIsShownAsFarAsItGoes) {
   EXPECT_THAT(vesk_gets("", {"server", "certificates"}),
               Ends(5, StartsWith("authority (the chain's last certificate)\n"), HasSubstr("(ERR_NO_COMM_CERT 20011)")));

@@ -76,8 +76,7 @@ std::string schema_fault(const std::vector<std::string> &arguments, const json &
   const json &commands = published().at("$defs");
   const std::string first = arguments.empty() ? "" : arguments[0];
   std::string words = arguments.size() < 2 || commands.contains(first) ? first : first + " " + arguments[1];
-  const bool has_file = std::ranges::count(arguments, "--from") && !std::ranges::count(arguments, "--dry-run");
-  if (has_file) words += " --from";
+  if (std::ranges::count(arguments, "--from")) words += " --from";
   if (!commands.contains(words)) return "the schema has no command '" + words + "'";
   return fault_in(commands.at(words), document, words);
 }

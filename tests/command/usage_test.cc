@@ -187,7 +187,8 @@ TEST_F(CommandTest, HelpIsOnStandardOutputAtEveryLevel) {
                                                           {"context", "use"},
                                                           {"context", "show"},
                                                           {"context", "remove"},
-                                                          {"database", "create"}};
+                                                          {"database", "create"},
+                                                          {"decode"}};
   for (std::vector<std::string> command : commands) {
     std::string words = "vesk";
     for (const std::string &word : command) words += " " + word;

@@ -6,7 +6,8 @@ A comment stands in the line before its block, or before another such comment, a
   <!-- prepare: COMMANDS -->  what has to be done first, a command a line
   <!-- exit: CODE -->         how the last command of the block ends, if not with 0
   <!-- file: NAME -->         the block is kept under that name, for the commands that follow
-  <!-- output -->             the block is what the commands of the block before write, but for numbers and folders
+  <!-- output -->             the block is what the commands of the block before write, but for numbers, folders, and
+                              what stands at lines of three dots
 """
 
 import pathlib

@@ -12,6 +12,7 @@
 
 #include "orn/support.h"
 #include "tests/library/calls.h"
+#include "tests/library/replies.h"
 
 extern "C" {
 void *__libc_malloc(std::size_t bytes);
@@ -24,6 +25,8 @@ namespace {
 bool is_counting = false;
 int num_allocations = 0;
 std::string_view unread;  // of the reply
+std::string_view page;    // that follows it, again and again
+int num_pages = 0;
 int handle = 0;
 
 void count() {
@@ -63,6 +66,10 @@ int TLSWrite(void *, const void *, int) {
 }
 
 int TLSRead(void *, void *, void *buffer, int wanted, int, int *bytesRead) {
+  if (unread.empty() && num_pages > 0) {
+    unread = page;
+    --num_pages;
+  }
   const std::size_t arrived = std::min(unread.size(), static_cast<std::size_t>(wanted));
   std::memcpy(buffer, unread.data(), arrived);
   unread.remove_prefix(arrived);
@@ -114,6 +121,32 @@ TEST_P(Allocations, AreNotMadeByTheExchange) {
   call.call(paths);
   EXPECT_LE(num_allocations, num_for_list_or_file(call.function));
   EXPECT_LT(unread.size(), reply.size());
+}
+
+std::vector<CallCase> paged_calls() {
+  std::vector<CallCase> calls = all_calls();
+  std::erase_if(calls, [](const CallCase &call) { return !reply_shape(call.function).more_flag; });
+  return calls;
+}
+
+class PagedAllocations : public Allocations {};
+
+INSTANTIATE_TEST_SUITE_P(Calls, PagedAllocations, testing::ValuesIn(paged_calls()),
+                         [](const auto &info) { return std::string(info.param.function); });
+
+// Memory does not grow with what a server sends: that of the elements is the caller's.
+TEST_P(PagedAllocations, AreNotMoreForPagesWithoutEnd) {
+  const CallCase &call = GetParam();
+  const ReplyShape &shape = reply_shape(call.function);
+  std::string endless = whole_reply(shape, call.tran_id, 'a');
+  put_field(endless, *shape.more_flag, "Y");
+  unread = page = endless;
+  num_pages = 20'000;
+  num_allocations = 0;
+  CertificatePaths paths = {};
+  EXPECT_EQ(call.call(paths), CONN_ERR_CLOSED);
+  EXPECT_LE(num_allocations, num_for_list_or_file(call.function));
+  EXPECT_EQ(num_pages, 0);
 }
 
 }  // namespace

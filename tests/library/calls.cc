@@ -1,7 +1,15 @@
 #include "tests/library/calls.h"
 
-#include "tests/library/library_test.h"
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+#include <string_view>
+
+#include "tests/library/scripted_connection.h"
 #include "tests/library/temporary_file.h"
+#include "tests/library/wire_text.h"
 
 namespace {
 
@@ -20,6 +28,7 @@ uint32_t number, other_number;
 int32_t size;
 char text[257], status, other_status;
 char app[5], core[9], disk[9], voltage[9], battery[3], fan[5], temperature[9];
+char wrapped_value[256];
 
 int set_metadata(const CertificatePaths &p) {
   return qSetMetadata(&p, kHost, kPort, "K1", "I1", "m1", "m2", "m3", "m4", "m5", "m6", "m7", "m8", "m9", "m10", "m11",
@@ -58,15 +67,26 @@ std::string import_key_request() {
 
 // A call that tells something on standard output, which is not for the one who reads the test's.
 int quietly(const std::function<int()> &call) {
-  testing::internal::CaptureStdout();
+  std::fflush(stdout);
+  const int standard_output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  dup2(nowhere, STDOUT_FILENO);
+  close(nowhere);
   const int result = call();
-  testing::internal::GetCapturedStdout();
+  std::fflush(stdout);
+  dup2(standard_output, STDOUT_FILENO);
+  close(standard_output);
   return result;
 }
 
 int get_system_status(const CertificatePaths &p) {
   return quietly(
       [&] { return qGetSystemStatus(&p, kHost, kPort, app, core, disk, voltage, battery, fan, temperature, ""); });
+}
+
+template <typename Output>
+std::span<char> bytes_of(Output &output) {
+  return {reinterpret_cast<char *>(&output), sizeof output};
 }
 
 }  // namespace
@@ -194,7 +214,9 @@ const std::vector<CallCase> &all_calls() {
        },
        import_key_request(), "1023", 60, 9999, "ImportSymKey"},
       {"ExportSymKey",
-       [](const CertificatePaths &p) { return qExportSymKey(&p, kHost, kPort, "K1", "I1", "Cert1", nullptr, nullptr); },
+       [](const CertificatePaths &p) {
+         return qExportSymKey(&p, kHost, kPort, "K1", "I1", "Cert1", nullptr, wrapped_value);
+       },
        // Five bytes more than the length digits count.
        "00136"
        "1025" +
@@ -241,4 +263,34 @@ const std::vector<CallCase> &all_calls() {
        "000041119", "1119", 60, 9261, "GetP:rivateKeyList", true, 0, nullptr, true, true},
   };
   return calls;
+}
+
+Outputs outputs_of(const CallCase &call) {
+  static const std::map<std::string_view, Outputs> kOutputs = {
+      {"DisplaySymKeyPolicy", {.buffers = {bytes_of(values)}, .zeroed_first = true}},
+      {"GetTemplateDepth", {.buffers = {bytes_of(number), bytes_of(other_number)}}},
+      {"RetrieveKey",
+       {.buffers = {bytes_of(record)},
+        .zeroed_first = true,
+        .hold_reply = [](int status) { return status < CONN_ERR_ARGUMENT; }}},
+      {"GetNextKey", {.buffers = {bytes_of(key_name), bytes_of(key_value), bytes_of(number)}}},
+      {"GetMirrorAddress", {.buffers = {bytes_of(text), bytes_of(number)}}},
+      {"GetMirrorStatus", {.buffers = {bytes_of(size), bytes_of(status), bytes_of(other_status)}}},
+      {"GetQueueSize", {.buffers = {bytes_of(size)}}},
+      {"GetSystemStatus",
+       {.buffers = {bytes_of(app), bytes_of(core), bytes_of(disk), bytes_of(voltage), bytes_of(battery), bytes_of(fan),
+                    bytes_of(temperature)},
+        .hold_reply = [](int status) { return status == 0 || status == ERR_HARDWARE_FAULT; }}},
+      {"ReportFipsMode",
+       {.buffers = {{text, 33}}, .hold_reply = [](int status) { return status == 0 || status == -1; }}},
+      {"ExportSymKey", {.buffers = {bytes_of(wrapped_value)}}},
+      {"ValidateDB",
+       {.buffers = {}, .hold_reply = [](int status) { return status == 0 || status == ERR_DATABASE_INVALID; }}},
+  };
+  const auto outputs = kOutputs.find(call.function);
+  return outputs == kOutputs.end() ? Outputs{} : outputs->second;
+}
+
+LinkedList &list_of_calls() {
+  return list;
 }

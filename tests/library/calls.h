@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <ostream>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,3 +31,15 @@ inline void PrintTo(const CallCase &call, std::ostream *out) {
 
 // Key name "K1", instance "I1", constant "TEMPLATE0000001".
 const std::vector<CallCase> &all_calls();
+
+// What a call writes to: buffers of its caller.
+struct Outputs {
+  std::vector<std::span<char>> buffers;
+  bool zeroed_first = false;  // what was not received is zero; otherwise it stays as it was
+  // Whether they hold what was received when the call returns this.
+  bool (*hold_reply)(int status) = [](int status) { return status == 0; };
+};
+Outputs outputs_of(const CallCase &call);
+
+// The list of all calls that have one.
+LinkedList &list_of_calls();

@@ -66,6 +66,13 @@ TEST_F(FipsModeTest, LeavesTheVersionUntouchedAfterEveryFailure) {
   }
 }
 
+// A caller that gets -1 reads the version.
+TEST_F(FipsModeTest, GivesTheVersionWithAReturnCodeThatReadsAsMinusOne) {
+  connection().replies = reply('F', "VERSION", "-001");
+  EXPECT_EQ(get(), -1);
+  EXPECT_EQ(std::string(version_), padded("VERSION", 32));
+}
+
 TEST_F(FipsModeTest, TransactionFunctionRefusesANullResultAndSendsNothing) {
   const auto session = open_session();
   session->iStatus = 77;

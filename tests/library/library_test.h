@@ -14,29 +14,9 @@
 #include "orn/skeys.h"
 #include "orn/vesk.h"
 #include "tests/library/scripted_connection.h"
+#include "tests/library/wire_text.h"
 
 using script::connection;
-
-// Text as it stands in a field on the wire: left-justified, blank-padded.
-inline std::string padded(std::string_view text, std::size_t width) {
-  std::string field(text.substr(0, width));
-  field.resize(width, ' ');
-  return field;
-}
-
-inline std::string blanks(std::size_t width) {
-  return std::string(width, ' ');
-}
-inline std::string zeros(std::size_t width) {
-  return std::string(width, '\0');
-}
-
-// A body behind its five length digits.
-inline std::string framed(const std::string &body) {
-  char digits[16];
-  std::snprintf(digits, sizeof digits, "%05zu", body.size());
-  return digits + body;
-}
 
 // A session as a program fills it that calls transaction functions itself.
 inline std::unique_ptr<Session> open_session() {

@@ -1,8 +1,6 @@
 // A path in a folder of the test's own, removed with it.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,7 +10,7 @@
 class TemporaryFile {
  public:
   TemporaryFile() {
-    std::string folder = testing::TempDir() + "vesk-XXXXXX";
+    std::string folder = std::filesystem::temp_directory_path() / "vesk-XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) std::abort();
     folder_ = folder;
   }

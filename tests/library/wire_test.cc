@@ -25,6 +25,14 @@ TEST(TransactionsTest, HaveIdentifiersOfTheirOwn) {
   EXPECT_EQ(identifiers.size(), 35u);
 }
 
+TEST(RowsTest, BearTheNamesOfTheirFields) {
+  EXPECT_EQ(wire::kRetrieveKeyReply.front().name, "caTranLen");
+  EXPECT_EQ(wire::kRetrieveKeyReply.back().name, "caKeyValue");
+  EXPECT_EQ(wire::kDeleteKeyReply.back().name, "caDeletedDate");
+  EXPECT_EQ(wire::kDisplaySymKeyPolicyReply.at(19).name, "MD01");
+  EXPECT_EQ(wire::kCreateDBRequest.back().name, "");
+}
+
 TEST(DigitsTest, ConvertAsAtoiDoesAndSaturate) {
   struct {
     const char *text;

@@ -9,6 +9,9 @@ namespace {
 // The digits that stand for a fault. They do so in every field, the temperature included.
 constexpr std::string_view kFaultDigits = "18";
 
+// The status of a server that answers, in another mode.
+constexpr int kNoFipsMode = -1;
+
 // Copies a field to the caller's buffer of the same size. Returns whether it shows a fault.
 template <std::size_t kSize>
 bool deliver_status(const char (&field)[kSize], char *output) {
@@ -42,12 +45,18 @@ int qGetSystemStatus(const CertificatePaths *paths, const char *host, uint32_t p
 
 int qReportFipsMode(const CertificatePaths *paths, const char *host, uint32_t port, char *version) {
   char result[6];
+  const auto deliver = [&](const Session &session) {
+    vesk_strlcpy(version, session.request.caVersion, sizeof session.request.caVersion);
+    return result[0] == wire::kFipsMode ? 0 : kNoFipsMode;
+  };
   return public_call(
-      {paths, host, port}, wire::kReportFipsMode, kNoFields, [&](Session *session) { ReportFipsMode(session, result); },
-      [&](const Session &session) {
-        vesk_strlcpy(version, session.request.caVersion, sizeof session.request.caVersion);
-        return result[0] == wire::kFipsMode ? 0 : -1;
-      });
+      {paths, host, port}, wire::kReportFipsMode, kNoFields,
+      [&](Session *session) {
+        ReportFipsMode(session, result);
+        // A return code can read as the status that promises a version.
+        if (session->iStatus == kNoFipsMode) deliver(*session);
+      },
+      deliver);
 }
 
 int qValidateKeyDatabase(const CertificatePaths *paths, const char *host, uint32_t port) {

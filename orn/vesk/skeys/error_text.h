@@ -17,7 +17,7 @@ class ErrorText {
   const char *c_str() const { return text_; }
 
  private:
-  char room_[128];
+  char room_[128] = {};
   const char *text_;
 };
 

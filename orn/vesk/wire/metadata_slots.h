@@ -37,7 +37,7 @@ constexpr auto metadata_slot(const char *label) {
   return record<Record>(
       lit(kOffset, kMetadataLabels[kIndex]),
       lit(kOffset + 4, "'"),
-      element<kMember, kIndex>(kOffset + 5, 64, label),
+      element<kMember, kIndex>(kOffset + 5, 64, kMetadataLabels[kIndex], label),
       lit(kOffset + 69, "'"));
 }
 

@@ -30,7 +30,8 @@ struct Row {
   RowKind kind;
   std::string_view literal;
   std::span<char> (*slot)(Record &);
-  const char *label;  // opens the field's trace; none when it is not traced
+  const char *label;      // opens the field's trace; none when it is not traced
+  std::string_view name;  // the field's, as its record declares it; none for rows that name no field
 };
 
 template <typename Record, std::size_t kRows>
@@ -45,7 +46,7 @@ struct PlainRow {
 
   template <typename Record>
   constexpr operator Row<Record>() const {
-    return {offset, width, kind, literal, nullptr, nullptr};
+    return {offset, width, kind, literal, nullptr, nullptr, {}};
   }
 };
 
@@ -72,7 +73,30 @@ struct MemberOf<char (Record::*)[kCount][kSize]> {
   static constexpr std::size_t kBytes = kSize;
 };
 
+// The compiler spells a member in the signature, behind its record's name and before what else it tells.
+template <auto kMember>
+constexpr std::string_view spelled_member() {
+  std::string_view name = __PRETTY_FUNCTION__;
+  name.remove_prefix(name.find("kMember = "));
+  name = name.substr(0, name.find_first_of(";]"));
+  return name.substr(name.rfind(':') + 1);
+}
+
+// The name alone: programs need not hold the signatures.
+template <auto kMember>
+inline constexpr auto kMemberName = [] {
+  std::array<char, spelled_member<kMember>().size()> name{};
+  spelled_member<kMember>().copy(name.data(), name.size());
+  return name;
+}();
+
 }  // namespace internal
+
+// The name of a record's field, as in "caKeyName".
+template <auto kMember>
+constexpr std::string_view member_name() {
+  return {internal::kMemberName<kMember>.data(), internal::kMemberName<kMember>.size()};
+}
 
 template <auto kMember>
 constexpr auto field(std::size_t offset, std::size_t width, const char *label = nullptr) {
@@ -80,12 +104,18 @@ constexpr auto field(std::size_t offset, std::size_t width, const char *label = 
   using Record = typename Member::Type;
   if (width >= Member::kBytes) throw "the field has no room for this width and a terminator";
   return Row<Record>{
-      offset, width, RowKind::kText, {}, [](Record &record) { return std::span<char>(record.*kMember); }, label};
+      offset,
+      width,
+      RowKind::kText,
+      {},
+      [](Record &record) { return std::span<char>(record.*kMember); },
+      label,
+      member_name<kMember>()};
 }
 
-// A field of a record's array of fields, as in the sixteen metadata fields.
+// A field of a record's array of fields, as in the sixteen metadata fields, which has a name of its own.
 template <auto kMember, std::size_t kIndex>
-constexpr auto element(std::size_t offset, std::size_t width, const char *label = nullptr) {
+constexpr auto element(std::size_t offset, std::size_t width, std::string_view name, const char *label = nullptr) {
   using Member = internal::MemberOf<decltype(kMember)>;
   using Record = typename Member::Type;
   if (width >= Member::kBytes) throw "the field has no room for this width and a terminator";
@@ -95,7 +125,8 @@ constexpr auto element(std::size_t offset, std::size_t width, const char *label 
       RowKind::kText,
       {},
       [](Record &record) { return std::span<char>((record.*kMember)[kIndex]); },
-      label};
+      label,
+      name};
 }
 
 template <auto kMember>
@@ -104,7 +135,13 @@ constexpr auto bytes(std::size_t offset, std::size_t width) {
   using Record = typename Member::Type;
   if (width > Member::kBytes) throw "the field has no room for this width";
   return Row<Record>{
-      offset, width, RowKind::kBytes, {}, [](Record &record) { return std::span<char>(record.*kMember); }, nullptr};
+      offset,
+      width,
+      RowKind::kBytes,
+      {},
+      [](Record &record) { return std::span<char>(record.*kMember); },
+      nullptr,
+      member_name<kMember>()};
 }
 
 inline constexpr std::size_t kLengthDigits = 5;
