@@ -12,7 +12,10 @@ _FOLDER = pathlib.Path(__file__).parent
 _HEADINGS = {"1": "Commands", "8": "Servers", "5": "Files", "3": "Calls"}
 _NAME = re.compile(r"^\.SH NAME\n(?:\.\w+ )?(.*?) \\- (.*)$", re.MULTILINE)
 _REFERENCE = re.compile(r"<b>([\w-]+)</b>\((\d)\)")
-_STYLE = "body { max-width: 50em; margin: 2em auto; padding: 0 1em; font-family: sans-serif; line-height: 1.4; }\n"
+_STYLE = (
+    "body { max-width: 50em; margin: 2em auto; padding: 0 1em; font-family: sans-serif; line-height: 1.4; }\n"
+    "h1 { font-size: 1.2em; } a.permalink { color: inherit; text-decoration: none; } table { text-align: left; }\n"
+)
 
 
 def _file(name: str, section: str) -> str:

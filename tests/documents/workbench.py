@@ -13,6 +13,8 @@ import configuration
 _PATIENCE = 60  # seconds for one command, on a machine that does much else
 _SERVER = re.compile(r"^(?:\S*/)?veskd (?:dev|serve)\b(?!.*--check)")
 _SERVES = re.compile(r"^veskd serves .* port (\d+)$", re.MULTILINE)
+# What it says besides, once all is there that its command asks for.
+_SAID = {"dev": " context ", "--watch-port": " shows how it is"}
 _DIRECTORY = re.compile(r"--(?:dir|config)[ =](\S+)")
 _PORT = re.compile(r"--port[ =](\d+)")
 # Folders that documents name as readers have them; here they are below the root of the workbench.
@@ -46,11 +48,13 @@ class _Server:
         return self._output.read_text(encoding="utf-8", errors="replace")
 
     def _wait_for_port(self, command: str) -> int:
+        words = [said for option, said in _SAID.items() if f" {option} " in f"{command} "]
         deadline = time.monotonic() + _PATIENCE
         while time.monotonic() < deadline:
             ended = self._process.poll() is not None
-            serves = _SERVES.search(self.text())
-            if serves:
+            text = self.text()
+            serves = _SERVES.search(text)
+            if serves and all(word in text for word in words):
                 return int(serves[1])
             if ended:
                 break
