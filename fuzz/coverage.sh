@@ -7,7 +7,7 @@ shift
 
 # What reads bytes that come from outside.
 parsers=(
-  orn/vesk/skeys orn/vesk/wire
+  orn/vesk/skeys orn/vesk/wire/codec.h orn/vesk/wire/text.h
   orn/support/credentials.cc
   veskd/request_header.cc veskd/handlers.cc veskd/metadata_query.cc veskd/key_replication.cc
   veskd/certificate_store.cc veskd/key_pairs.cc veskd/key_text.cc
@@ -23,5 +23,16 @@ for target in "$@"; do
   objects+=(-object "$program")
 done
 llvm-profdata merge -o "$build/all.profdata" "$build"/*.profraw
-llvm-cov report "${objects[@]:1}" -instr-profile="$build/all.profdata" -show-functions=0 \
-  -show-region-summary=0 -show-branch-summary=0 "${parsers[@]}"
+llvm-cov report "${objects[@]:1}" -instr-profile="$build/all.profdata" -show-region-summary=0 \
+  -show-branch-summary=0 2> "$build/cov.log" |
+  awk -v parsers="${parsers[*]}" '
+    BEGIN { count = split(parsers, wanted, " ") }
+    {
+      for (i = 1; i <= count; ++i) {
+        if (index($1, wanted[i]) != 1 || $(NF - 2) == 0) continue
+        printf "%-40s %5d lines, %4d not reached\n", $1, $(NF - 2), $(NF - 1)
+        lines += $(NF - 2)
+        missed += $(NF - 1)
+      }
+    }
+    END { printf "%.1f %% of %d lines are reached\n", 100 * (lines - missed) / lines, lines }'

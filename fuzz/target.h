@@ -21,13 +21,15 @@ inline void require(bool condition, const char *rule) {
   std::abort();
 }
 
-// A folder in memory, where files that are written for each input cost little. Removed with the process.
+// A folder, in memory if there is such a place, where files that are written for each input cost little. Removed with
+// the process.
 class ScratchFolder {
  public:
   ScratchFolder() {
     umask(0077);  // some of the files have to be their owner's alone
-    std::string name = "/dev/shm/vesk-fuzz-XXXXXX";
-    require(mkdtemp(name.data()) != nullptr, "there is room in /dev/shm");
+    const std::filesystem::path memory = "/dev/shm";
+    std::string name = (is_directory(memory) ? memory : std::filesystem::temp_directory_path()) / "vesk-fuzz-XXXXXX";
+    require(mkdtemp(name.data()) != nullptr, "there is room for a folder");
     path_ = name;
   }
   ScratchFolder(const ScratchFolder &) = delete;

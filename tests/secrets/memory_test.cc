@@ -51,14 +51,22 @@ std::vector<Needle> needles_of(const KeyPair &pair) {
 class Memory : public testing::TestWithParam<bool> {
  protected:
   static void SetUpTestSuite() {
-    elsewhere_ = std::make_unique<RunningServer>();
-    here_ = std::make_unique<TestServer>();
-    pair_ = std::make_unique<KeyPair>();
+    if (kServerIsHere) {
+      here_ = std::make_unique<TestServer>();
+    } else {
+      elsewhere_ = std::make_unique<RunningServer>();
+    }
   }
   static void TearDownTestSuite() {
     elsewhere_.reset();
     here_.reset();
     pair_.reset();
+  }
+
+  // Making one takes its time.
+  static const KeyPair &pair() {
+    if (!pair_) pair_ = std::make_unique<KeyPair>();
+    return *pair_;
   }
 
   const CertificatePaths *paths() const { return GetParam() ? here_->paths() : elsewhere_->paths(); }
@@ -71,8 +79,8 @@ class Memory : public testing::TestWithParam<bool> {
   }
 
   void import_pair() const {
-    ASSERT_EQ(call(qImportCertificate, pair_->file("certificate.pem").c_str(), "pair", 1), 0);
-    ASSERT_EQ(call(qImportPrivateKey, pair_->file("key.pem").c_str(), "pair"), 0);
+    ASSERT_EQ(call(qImportCertificate, pair().file("certificate.pem").c_str(), "pair", 1), 0);
+    ASSERT_EQ(call(qImportPrivateKey, pair().file("key.pem").c_str(), "pair"), 0);
   }
 
   int import_plain(const char *name, const char *format, std::span<const unsigned char> value) const {
@@ -144,20 +152,20 @@ TEST_P(Memory, HoldsWrappedKeysInTheCallersBuffersAlone) {
   ASSERT_EQ(call(qImportSymKey, "unwrapped-2", "pair", file.c_str(), nullptr), 0);
   expect_only_in(wrapped->data(), Needle(*wrapped));
   expect_only_in(record->caKeyValue, needle_of(*record));
-  expect_nowhere(needles_of(*pair_));
+  expect_nowhere(needles_of(pair()));
 }
 
 TEST_P(Memory, HoldsNothingOfAPrivateKeyThatWasSent) {
-  const std::vector<Needle> needles = needles_of(*pair_);
+  const std::vector<Needle> needles = needles_of(pair());
   import_pair();
   expect_nowhere(needles);
   // Refused: a private key is no certificate, nor with one.
   for (const char *file : {"key.pem", "both.pem", "key.der"}) {
-    ASSERT_EQ(call(qImportCertificate, pair_->file(file).c_str(), "not-a-certificate", 1),
+    ASSERT_EQ(call(qImportCertificate, pair().file(file).c_str(), "not-a-certificate", 1),
               veskd::RC_CERTIFICATE_INVALID);
     expect_nowhere(needles);
   }
-  ASSERT_EQ(call(qImportPrivateKey, pair_->file("key.der").c_str(), "another"), 0);
+  ASSERT_EQ(call(qImportPrivateKey, pair().file("key.der").c_str(), "another"), 0);
   expect_nowhere(needles);
 }
 
