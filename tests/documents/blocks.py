@@ -12,6 +12,7 @@ A comment stands in the line before its block, or before another such comment, a
 
 import pathlib
 import re
+import textwrap
 from dataclasses import dataclass, field
 
 _FENCE = re.compile(r"^ *(`{3,}|~{3,}) *(\S*)")
@@ -68,7 +69,7 @@ def read_blocks(path: pathlib.Path) -> list[Block]:
                 at += 1
             if at == len(lines):
                 raise BadDocument(f"line {begin + 1}: the block does not end")
-            text = "\n".join(lines[begin + 1 : at]) + "\n"
+            text = textwrap.dedent("\n".join(lines[begin + 1 : at]) + "\n")
             marks = dict(_read_mark(*comment) for comment in comments)
             blocks.append(Block(begin + 1, _language(fence[2], text, begin + 1, marks), text, marks))
             comments = []

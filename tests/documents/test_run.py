@@ -28,11 +28,13 @@ class Blocks(WithDocument):
         return read_blocks(self.document)
 
     def test_have_a_language_and_marks(self) -> None:
-        blocks = self.read("Text\n\n<!-- prepare: one\ntwo -->\n<!-- exit: 3 -->\n```sh\nvesk ping\n```\n\n```c\nint x;\n```\n")
-        self.assertEqual([(block.line, block.language) for block in blocks], [(6, "sh"), (10, "c")])
+        blocks = self.read(
+            "Text\n\n<!-- prepare: one\ntwo -->\n<!-- exit: 3 -->\n```sh\nvesk ping\n```\n\n- list\n  ```c\n  int x;\n  ```\n"
+        )
+        self.assertEqual([(block.line, block.language) for block in blocks], [(6, "sh"), (11, "c")])
         self.assertEqual(blocks[0].marks, {"prepare": "one\ntwo", "exit": "3"})
         self.assertEqual(blocks[0].text, "vesk ping\n")
-        self.assertEqual(blocks[1].marks, {})
+        self.assertEqual((blocks[1].text, blocks[1].marks), ("int x;\n", {}))
 
     def test_of_commands_need_no_language(self) -> None:
         self.assertEqual(self.read("```\nveskd dev --dir keys\n```\n")[0].language, "sh")
