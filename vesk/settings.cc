@@ -50,7 +50,8 @@ void add_settings(Command &root, Settings &settings) {
   form.group = "Output";
   form.choices.assign(std::begin(kForms), std::end(kForms));
   root.option("--trace", &settings.trace, "FILE", Kind::kFile,
-              "append the library's trace to a file, - for standard error")
+              "append the library's trace, and what goes over the wire with secrets masked, to a file, - for standard "
+              "error")
       .group = "Output";
 }
 
