@@ -6,6 +6,7 @@
 #   make deb     builds the Debian packages, into build/deb
 #   make abi     describes the libraries' ABI anew, when something was added to it (docs/abi.md)
 #   make bench   measures, as ratios within one run, in four minutes or so (docs/performance.md)
+#   make reference  makes a folder for the browser of the manual pages, build/reference
 #   make format  formats the sources
 #   make tidy-all  has clang-tidy look at all sources; the tests have it look at the libraries only
 #   make coverage  shows which lines and branches of the libraries the tests run
@@ -22,7 +23,7 @@ SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
 FUZZ_TARGETS := replies requests command_files certificates configuration
 FUZZ_SECONDS ?= 600
 
-.PHONY: all demo test install deb abi bench coverage fuzz fuzz-coverage tidy tidy-all cppcheck format check-format packages
+.PHONY: all demo test install deb abi bench reference coverage fuzz fuzz-coverage tidy tidy-all cppcheck format check-format packages
 .PHONY: build-% test-% clean
 
 all: build-release
@@ -64,6 +65,9 @@ abi: build-release
 
 bench: build-bench
 	@bench/run.sh build/bench
+
+reference: packages
+	@docs/man/make_reference.py build/reference
 
 # Of what the library's and the connection layer's own tests run, and those in which the system fails them.
 coverage: build-coverage

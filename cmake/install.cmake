@@ -28,7 +28,7 @@ foreach(library vesk ornsupport)
 endforeach()
 
 install(FILES LICENSE CHANGELOG.md DESTINATION ${DOCUMENTS}/libvesk COMPONENT runtime)
-install(FILES docs/abi.md docs/architecture.md docs/connection.md docs/install.md docs/protocol.md
+install(FILES docs/abi.md docs/architecture.md docs/connection.md docs/install.md docs/protocol.md docs/statuses.md
   DESTINATION ${DOCUMENTS}/libvesk-dev COMPONENT development)
 install(DIRECTORY examples DESTINATION ${DOCUMENTS}/libvesk-dev COMPONENT development)
 

@@ -4,7 +4,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <set>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "tests/connection/client.h"
 
@@ -155,6 +159,24 @@ TEST(Status, TheOthersAreToldApartByValue) {
   for (int unused : {-2, 10'000, 20'002, 20'006, 30'099, INT32_MAX, INT32_MIN}) {
     EXPECT_STREQ("UNKNOWN_STATUS", StatusName(unused));
   }
+}
+
+// The document's rows that name statuses are all that have words of their own, in the order of their values.
+TEST(Status, EveryCodeStandsInTheDocumentAsItIs) {
+  std::vector<std::string> expected;
+  for (int status = -100; status <= 40'000; ++status) {
+    const std::string_view name = StatusName(status);
+    if (name == "UNKNOWN_STATUS" || name == "SERVER_RETURN_CODE") continue;
+    expected.push_back("| " + std::to_string(status) + " | `" + StatusName(status) + "` | " + StatusText(status) +
+                       " |");
+  }
+  std::ifstream document(STATUS_DOCUMENT);
+  ASSERT_TRUE(document);
+  std::vector<std::string> documented;
+  for (std::string line; std::getline(document, line);) {
+    if (line.find(" | `") != std::string::npos) documented.push_back(line);
+  }
+  EXPECT_EQ(documented, expected);
 }
 
 }  // namespace
