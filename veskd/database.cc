@@ -23,19 +23,23 @@ std::int64_t Database::version() {
 }
 
 std::int64_t Database::begin() {
+  in_transaction_ = true;
   return engine_->begin();
 }
 
 void Database::commit() {
   engine_->commit();
+  in_transaction_ = false;
 }
 
 void Database::rollback() noexcept {
+  in_transaction_ = false;
   engine_->rollback();
 }
 
 void Database::begin_snapshot() {
   engine_->begin_snapshot();
+  in_transaction_ = true;
 }
 
 void Database::begin_change() {

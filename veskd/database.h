@@ -64,6 +64,9 @@ class Database {
   // Begins a transaction for reading alone, which sees the store as it is at one moment. It ends with rollback().
   void begin_snapshot();
 
+  // From one of the two that begin it to its commit() or rollback().
+  bool is_in_transaction() const { return in_transaction_; }
+
   // Within a transaction: what is done from here on can be undone by itself.
   void begin_change();
   void keep_change();
@@ -82,6 +85,7 @@ class Database {
 
   std::unique_ptr<DatabaseEngine> engine_;
   std::unordered_map<std::string_view, std::unique_ptr<Statement>> statements_;
+  bool in_transaction_ = false;
 };
 
 // One run of a statement. The SQL must be a string literal: the prepared statement is kept under it. A statement must

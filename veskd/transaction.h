@@ -39,13 +39,19 @@ class Transaction {
 // could be found and its value, which is asked for next, be deleted.
 class Snapshot {
  public:
-  explicit Snapshot(Database &database) : database_(database) { database_.begin_snapshot(); }
-  ~Snapshot() { database_.rollback(); }
+  // Within a transaction it is that.
+  explicit Snapshot(Database &database) : database_(database), is_own_(!database.is_in_transaction()) {
+    if (is_own_) database_.begin_snapshot();
+  }
+  ~Snapshot() {
+    if (is_own_) database_.rollback();
+  }
   Snapshot(const Snapshot &) = delete;
   Snapshot &operator=(const Snapshot &) = delete;
 
  private:
   Database &database_;
+  const bool is_own_;
 };
 
 }  // namespace veskd
