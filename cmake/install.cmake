@@ -36,21 +36,19 @@ install(DIRECTORY examples DESTINATION ${DOCUMENTS}/libvesk-dev COMPONENT develo
 install(TARGETS vesk_command RUNTIME COMPONENT command)
 install(FILES docs/command.md docs/schema/vesk-1.schema.json DESTINATION ${DOCUMENTS}/vesk COMPONENT command)
 
-if(EXISTS ${PROJECT_SOURCE_DIR}/vesk/completion.cc)
-  set(completions)
-  function(install_completion shell name folder)
-    set(file ${PROJECT_BINARY_DIR}/completion/${shell}/${name})
-    add_custom_command(OUTPUT ${file} DEPENDS vesk_command VERBATIM
-      COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/completion/${shell}
-      COMMAND vesk_command completion ${shell} > ${file})
-    install(FILES ${file} DESTINATION ${CMAKE_INSTALL_DATADIR}/${folder} COMPONENT command)
-    set(completions ${completions} ${file} PARENT_SCOPE)
-  endfunction()
-  install_completion(bash vesk bash-completion/completions)
-  install_completion(zsh _vesk zsh/site-functions)
-  install_completion(fish vesk.fish fish/vendor_completions.d)
-  add_custom_target(completions ALL DEPENDS ${completions})
-endif()
+set(completions)
+function(install_completion shell name folder)
+  set(file ${PROJECT_BINARY_DIR}/completion/${shell}/${name})
+  add_custom_command(OUTPUT ${file} DEPENDS vesk_command VERBATIM
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/completion/${shell}
+    COMMAND vesk_command completion ${shell} > ${file})
+  install(FILES ${file} DESTINATION ${CMAKE_INSTALL_DATADIR}/${folder} COMPONENT command)
+  set(completions ${completions} ${file} PARENT_SCOPE)
+endfunction()
+install_completion(bash vesk bash-completion/completions)
+install_completion(zsh _vesk zsh/site-functions)
+install_completion(fish vesk.fish fish/vendor_completions.d)
+add_custom_target(completions ALL DEPENDS ${completions})
 
 # The server. Its unit names the program where it is.
 install(TARGETS veskd RUNTIME COMPONENT server)
