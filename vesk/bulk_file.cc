@@ -8,7 +8,7 @@
 
 #include "vesk/failure.h"
 #include "vesk/input_file.h"
-#include "vesk/json.h"
+#include "vesk/json_reader.h"
 #include "vesk/text.h"
 
 namespace command {

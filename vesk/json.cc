@@ -1,20 +1,13 @@
 #include "vesk/json.h"
 
-#include <fmt/format.h>
 #include <openssl/evp.h>
 
-#include <limits>
 #include <nlohmann/json.hpp>
-
-#include "vesk/failure.h"
 
 namespace command {
 namespace {
 
 using Document = nlohmann::ordered_json;
-
-// Deeper than anything that this command reads, and nothing to the stack.
-constexpr int kMaxDepth = 16;
 
 template <typename... Visitors>
 struct Visitor : Visitors... {
@@ -61,28 +54,6 @@ Document document_of(const Json &json) {
                     json.content());
 }
 
-bool is_number(const Document &document) {
-  if (!document.is_number_unsigned()) return document.is_number_integer();
-  return document.get<std::uint64_t>() <= std::uint64_t{std::numeric_limits<std::int64_t>::max()};
-}
-
-// A number that is no integer of 64 bits stays a text.
-Json json_of(const Document &document) {
-  if (document.is_boolean()) return document.get<bool>();
-  if (is_number(document)) return document.get<std::int64_t>();
-  if (document.is_string()) return document.get<std::string>();
-  if (document.is_null()) return {};
-  if (document.is_array()) {
-    Json::List list;
-    for (const Document &element : document) list.push_back(json_of(element));
-    return list;
-  }
-  if (!document.is_object()) return document.dump();
-  Members members;
-  for (const auto &[member, value] : document.items()) members.emplace_back(member, json_of(value));
-  return members;
-}
-
 void flatten(const std::string &prefix, const Members &members,
              std::vector<std::pair<std::string, const Json *>> &result) {
   for (const auto &[member, value] : members) {
@@ -103,18 +74,6 @@ Json text_or_null(std::string text) {
 
 std::string json_text(const Json &json, int indent) {
   return document_of(json).dump(indent, ' ', true, Document::error_handler_t::replace);
-}
-
-Json parse_json(std::string_view text) {
-  bool is_too_deep = false;
-  const auto within_depth = [&](int depth, Document::parse_event_t, const Document &) {
-    is_too_deep |= depth > kMaxDepth;
-    return depth <= kMaxDepth;
-  };
-  const Document document = Document::parse(text, within_depth, false);
-  if (is_too_deep) throw Failure(ExitCode::kUsage, fmt::format("the JSON is more than {} levels deep", kMaxDepth));
-  if (document.is_discarded()) throw Failure(ExitCode::kUsage, "the file holds no JSON");
-  return json_of(document);
 }
 
 std::string plain_text(const Json &json) {

@@ -47,9 +47,6 @@ Json text_or_null(std::string text);
 // object the bytes are in base64 under the same member of a further object "base64".
 std::string json_text(const Json &json, int indent = -1);
 
-// Fails on what is no JSON.
-Json parse_json(std::string_view text);
-
 // A value as a person reads it: texts as they are, null as "none", lists with commas.
 std::string plain_text(const Json &json);
 
