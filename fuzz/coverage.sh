@@ -10,9 +10,9 @@ parsers=(
   orn/vesk/skeys orn/vesk/wire/codec.h orn/vesk/wire/text.h
   orn/support/credentials.cc
   veskd/request_header.cc veskd/handlers.cc veskd/metadata_query.cc veskd/key_replication.cc
-  veskd/certificate_store.cc veskd/key_pairs.cc veskd/key_text.cc
+  veskd/certificate_store.cc veskd/key_transfer.cc veskd/key_pairs.cc veskd/key_text.cc
   veskd/configuration.cc veskd/configuration_section.cc veskd/faults.cc veskd/store_address.cc
-  vesk/bulk_file.cc vesk/context_file.cc vesk/journal.cc vesk/json.cc vesk/metadata_terms.cc vesk/text.cc
+  vesk/bulk_file.cc vesk/context_file.cc vesk/journal.cc vesk/json_reader.cc vesk/metadata_terms.cc vesk/text.cc
 )
 
 objects=()

@@ -1,8 +1,9 @@
 // The replies of a server, as the library reads them: the transaction's identifier, how the call is made, and the bytes
 // that come on the connection.
 //
-// The call is one of tests/library/calls.cc, or, behind an 'F' or a 'D', one that writes a list or a value to a file,
-// or to a disk that is full.
+// The call is one of tests/library/calls.cc, or, behind an 'F', a 'D' or an 'N', one that writes a list or a value to a
+// file, to a disk that is full or to a file that cannot be opened, or that sends what such a file holds: the bytes of
+// the reply.
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,6 +37,8 @@ constexpr uint32_t kPort = 5696;
 // The calls that have a file in the place of a list or a buffer.
 const std::map<std::string_view, FileCall> &file_calls() {
   static const std::map<std::string_view, FileCall> calls = {
+      {"1023", [](const CertificatePaths &p,
+                  const char *path) { return qImportSymKey(&p, kHost, kPort, "K1", "Cert1", path, nullptr); }},
       {"1025", [](const CertificatePaths &p,
                   const char *path) { return qExportSymKey(&p, kHost, kPort, "K1", "I1", "Cert1", path, nullptr); }},
       {"1037",
@@ -56,6 +59,10 @@ const std::map<std::string_view, FileCall> &file_calls() {
          char app[5], core[9], disk[9], voltage[9], battery[3], fan[5], temperature[9];
          return qGetSystemStatus(&p, kHost, kPort, app, core, disk, voltage, battery, fan, temperature, path);
        }},
+      {"1139", [](const CertificatePaths &p,
+                  const char *path) { return qImportCertificate(&p, kHost, kPort, path, "Cert1", 1); }},
+      {"1143",
+       [](const CertificatePaths &p, const char *path) { return qImportPrivateKey(&p, kHost, kPort, path, "Key1"); }},
       {"1153", [](const CertificatePaths &p,
                   const char *path) { return qExportCertificate(&p, kHost, kPort, "Cert1", 'C', path); }},
   };
@@ -66,7 +73,7 @@ const std::map<std::string_view, FileCall> &file_calls() {
 std::string file_for(char how) {
   switch (how) {
     case 'F':
-      return fuzz::scratch().path("file");
+      return fuzz::scratch().write("file", unread);
     case 'D':
       return "/dev/full";
     case 'N':
@@ -102,8 +109,8 @@ FUZZ_TARGET(input) {
   if (input.size() <= kTranIdDigits) return -1;
   TraceToCallback(check_line, nullptr);
   const std::string_view tran_id = input.substr(0, kTranIdDigits);
-  const std::string file = file_for(input[kTranIdDigits]);
   unread = input.substr(kTranIdDigits + 1);
+  const std::string file = file_for(input[kTranIdDigits]);
   if (!file.empty()) {
     const auto call = file_calls().find(tran_id);
     if (call == file_calls().end()) return -1;

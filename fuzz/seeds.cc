@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <tuple>
 
 #include "orn/vesk/wire/transactions.h"
 #include "tests/library/calls.h"
@@ -44,10 +45,11 @@ void add_replies(const Corpus &corpus) {
     add("whole", reply);
     add("refused", framed(call.tran_id + "0104"));
     add("oversize", "16385");
-    if (function == "ImportSymKey" || function == "ExportSymKey" || shape.count) {
+    if (function.starts_with("Import") || function == "ExportSymKey" || shape.count) {
       for (const char how : {'F', 'D', 'N'}) corpus.add(function + "_file_" + how, call.tran_id + how + reply);
     }
     if (!shape.count) continue;
+    add("blank", whole_reply(shape, call.tran_id, ' '));
     std::string page = reply;
     if (shape.more_flag) put_field(page, *shape.more_flag, "Y");
     add("two_pages", page + whole_reply(shape, call.tran_id, '1'));
@@ -60,6 +62,8 @@ void add_replies(const Corpus &corpus) {
   std::string names = whole_reply(reply_shape("DisplayKeyNameList"), "1037", 'a');
   names.replace(19, 80, padded("CONSTANT_000015000001", 40) + padded("CONSTANT_000015000000", 40));
   corpus.add("DisplayKeyNameList_sequences", "1037F" + names);
+  corpus.add("ImportSymKey_whole_file",
+             "1023F" + whole_reply(reply_shape("ImportSymKey"), "1023", 'a') + std::string(256, 'v'));
   const ReplyShape &exported = reply_shape("ExportSymKey");
   std::string value = whole_reply(exported, "1025", 'a');
   put_field(value, exported.fields[exported.fields.size() - 2], "9999");
@@ -77,6 +81,120 @@ std::string import(const std::string &head, const std::string &payload) {
   char digits[8];
   std::snprintf(digits, sizeof digits, "%05zu", payload.size());
   return head.substr(0, head.size() - 5) + digits + payload;
+}
+
+// Of the certificate or private key with that name.
+std::string import_named(std::string_view function, const std::string &name, const std::string &file, char flag = 'Y') {
+  const std::size_t name_at = function == "ImportCertificate" ? 10 : 9;
+  std::string head = request_of(function);
+  head.replace(name_at, 64, padded(name, 64));
+  head[name_at + 64] = flag;
+  return import(head, file);
+}
+
+std::string import_key(const std::string &name, const std::string &format, char padding_mode,
+                       const std::string &value) {
+  std::string request = request_of("ImportSymKey");
+  request.replace(9, 40, padded(name, 40));
+  request.replace(589, 3, format);
+  request[656] = padding_mode;
+  return request.replace(657, 256, value + zeros(256 - value.size()));
+}
+
+std::string export_key(const std::string &name, const std::string &instance, const std::string &format,
+                       char padding_mode) {
+  std::string request = request_of("ExportSymKey");
+  request.replace(9, 64, padded(name, 40) + padded(instance, 24));
+  request.replace(73, 3, format);
+  request[140] = padding_mode;
+  return request.substr(0, request.size() - 5);
+}
+
+// Valid long enough for whoever runs the corpus.
+std::string lasting_certificate_of(EVP_PKEY *key) {
+  return test::pem_of(test::certificate_of(key, 1, 36500).get());
+}
+
+void add_transfers(const Corpus &corpus) {
+  EVP_PKEY *const pair = test::rsa_key(1);
+  const std::string certificate_in = import_named("ImportCertificate", "Cert1", lasting_certificate_of(pair));
+  const std::string pair_in = certificate_in + import_named("ImportPrivateKey", "Cert1", test::der_of(pair));
+  const KeyValue value;
+  for (const auto &[name, mode, padding] :
+       {std::tuple("transfer", '2', Padding::kOaep), std::tuple("transfer_pkcs1", '1', Padding::kPkcs1)}) {
+    const WrappedKey wrapped = wrap(pair, padding, value);
+    corpus.add(name, pair_in + import_key("K2", "RSA", mode, {wrapped.begin(), wrapped.end()}) +
+                         export_key("K2", "", "RSA", mode) + request_of("ExportCertificate"));
+  }
+  const std::string base64 = std::string(43, 'A') + "=";
+  corpus.add("transfer_plain",
+             import_key("K2", "BIN", '1', std::string(32, 'v')) + import_key("K3", "B16", '1', std::string(64, 'a')) +
+                 import_key("K4", "B64", '1', base64) + certificate_in + export_key("K2", "", "RSA", '1') +
+                 export_key("K3", "", "RSA", '2') + export_key("K4", "", "RSA", '2'));
+  std::string small = import_key("K2", "BIN", '1', std::string(32, 'v'));
+  small.replace(49, 4, "0128");
+  corpus.add("import_refused",
+             import_key(" ", "BIN", '1', "") + import_key("K1", "BIN", '1', "") + small +
+                 import_key("K2", "XML", '1', "") + import_key("K2", "BIN", '1', std::string(33, 'v')) +
+                 import_key("K2", "B16", '1', std::string(64, 'x')) +
+                 import_key("K2", "B64", '1', std::string(44, '=')) +
+                 import_key("K2", "B64", '1', std::string(43, '*') + "=") + import_key("K2", "RSA", '3', "") +
+                 import_key("K2", "RSA", '1', "") + pair_in + import_key("K2", "RSA", '1', "") +
+                 request_of("DeleteKey") + import_key("K1", "BIN", '1', std::string(32, 'v')));
+  corpus.add("export_refused",
+             export_key("K1", "", "BIN", '1') + export_key("K1", "", "RSA", '3') + export_key("K2", "", "RSA", '1') +
+                 export_key("K1", "I2", "RSA", '1') + export_key("K1", "", "RSA", '1') +
+                 import_named("ImportCertificate", "Cert1", test::pem_of(test::certificate_of(pair, 2, -1).get())) +
+                 export_key("K1", "", "RSA", '1'));
+}
+
+void add_certificate_requests(const Corpus &corpus) {
+  EVP_PKEY *const pair = test::rsa_key(1), *const other = test::rsa_key(2), *const small = test::rsa_key(1, 1024);
+  const std::string certificate = lasting_certificate_of(pair);
+  const std::string private_key = test::der_of(pair);
+  const std::string lists = request_of("GetCertificateList") + request_of("GetPrivateKeyList");
+  corpus.add("certificates", import_named("ImportCertificate", "Cert1", certificate) +
+                                 import_named("ImportPrivateKey", "Key1", private_key) + lists +
+                                 request_of("DeleteCertificate") + request_of("DeletePrivateKey"));
+  std::string many;
+  for (const char *name : {"Cert1", "Cert2", "Cert3", "Cert4"})
+    many += import_named("ImportCertificate", name, certificate);
+  corpus.add("certificates_on_pages", many + lists);
+  std::string other_type = request_of("ImportCertificate");
+  other_type[9] = 'X';
+  corpus.add("import_certificate_refused",
+             import(other_type, certificate) + import_named("ImportCertificate", " ", certificate) +
+                 import_named("ImportCertificate", "Cert1", certificate, 'X') +
+                 import_named("ImportCertificate", "Cert1", "xyz") +
+                 import_named("ImportCertificate", "Cert1", lasting_certificate_of(small)) +
+                 import_named("ImportCertificate", "Cert1", certificate) +
+                 import_named("ImportCertificate", "Cert1", certificate, 'N') +
+                 import_named("ImportPrivateKey", "Cert1", test::der_of(other)));
+  corpus.add("import_private_key_refused",
+             import_named("ImportPrivateKey", " ", private_key) +
+                 import_named("ImportPrivateKey", "Key1", private_key, 'X') +
+                 import_named("ImportPrivateKey", "Key1", "xyz") +
+                 import_named("ImportPrivateKey", "Key1", test::encrypted_pem_of(small)) +
+                 import_named("ImportPrivateKey", "Key1", test::der_of(small)) +
+                 import_named("ImportPrivateKey", "Key1", private_key) +
+                 import_named("ImportPrivateKey", "Key1", private_key, 'N') +
+                 import_named("ImportCertificate", "Key1", lasting_certificate_of(other)));
+  std::string of_other_type = request_of("ExportCertificate");
+  of_other_type[9] = 'X';
+  corpus.add("no_certificates", of_other_type + request_of("ExportCertificate") + request_of("DeleteCertificate") +
+                                    request_of("DeletePrivateKey") + "000051049X");
+}
+
+// Of the keys whose first field of metadata has that relation to the text.
+std::string query(const std::string &relation, const std::string &text) {
+  return framed("1053MD01 " + relation + " '" + padded(text, 64) + "'");
+}
+
+void add_queries(const Corpus &corpus) {
+  std::string queries = request_of("SetMetadata").replace(49, 24, blanks(24));
+  for (const char *relation : {"EQ", "NE", "CT", "GT", "LT", "GE", "LE"}) queries += query(relation, "m1");
+  corpus.add("queries", queries);
+  corpus.add("queries_refused", query("eq", "m1") + query("EQ", "\x01"));
 }
 
 void add_requests(const Corpus &corpus) {
@@ -105,24 +223,6 @@ void add_requests(const Corpus &corpus) {
   add.replace(53, 5, "00003");
   corpus.add("more_of_a_template", add);
 
-  EVP_PKEY *const pair = test::rsa_key(1);
-  const std::string certificate =
-      import(request_of("ImportCertificate"), test::pem_of(test::certificate_of(pair).get()));
-  const std::string private_key = import(request_of("ImportPrivateKey"), test::der_of(pair));
-  std::string named = private_key;
-  named.replace(9, 64, padded("Cert1", 64));
-  KeyValue value;
-  const WrappedKey wrapped = wrap(pair, Padding::kOaep, value);
-  std::string transfer = request_of("ImportSymKey");
-  transfer.replace(9, 40, padded("K2", 40));
-  transfer.replace(transfer.size() - wrapped.size(), wrapped.size(), {wrapped.begin(), wrapped.end()});
-  std::string fetch = request_of("ExportSymKey");
-  fetch.resize(fetch.size() - 5);
-  fetch.replace(9, 64, padded("K2", 64));
-  corpus.add("transfer", certificate + named + transfer + fetch + request_of("ExportCertificate"));
-  corpus.add("certificates", certificate + private_key + request_of("GetCertificateList") +
-                                 request_of("GetPrivateKeyList") + request_of("DeleteCertificate") +
-                                 request_of("DeletePrivateKey"));
   corpus.add("mirrors", request_of("SetMirrorAddress") + request_of("GetMirrorStatus") + request_of("ForceKeySync") +
                             request_of("GetQueueSize") + request_of("RemoveMirrorAddress"));
   corpus.add("no_number", "GET / HTTP/1.1");
@@ -147,6 +247,7 @@ void add_requests(const Corpus &corpus) {
 
 void add_command_files(const Corpus &corpus) {
   corpus.add("names", "nK1\nK2\r\n\ncaf\\xc3\\xa9\nback\\\\slash\n");
+  corpus.add("control_in_name", "nK1\nK\\x1b2\n");
   corpus.add("lone_backslash", "nK1\\q\n");
   corpus.add("twice", "nK1\nK1\n");
   corpus.add("csv", "cName,md1,MD2\r\nK1,a,\"b, \"\"c\"\"\nd\"\nK2,,\n\n");
@@ -158,6 +259,7 @@ void add_command_files(const Corpus &corpus) {
   corpus.add("json_number", "j[1]");
   corpus.add("no_json", "j[\"K1\"");
   corpus.add("journal", "J#delete keys of kms.example\n?K4\n+K4\n?K5\n-K5\n\n+K6\n?K");
+  corpus.add("journal_of_nobody", "J");
   corpus.add("journal_of_another", "J#create keys of kms.example\n+K4\n");
   corpus.add("contexts",
              "tcurrent = \"east\"\n[contexts.east]\nhost = \"kms.example\"\nport = 4000\n"
@@ -172,6 +274,7 @@ void add_command_files(const Corpus &corpus) {
   corpus.add("values_long", "m1=" + std::string(65, 'a'));
   corpus.add("criteria", "wmd1 eq \"a b\"\nMD2 CT c\n3 le  d \n");
   corpus.add("criteria_twice", "wmd1 eq a\nmd1 ne b\n");
+  corpus.add("criteria_operator", "wmd1 is a\n");
   corpus.add("criteria_quote", "wmd1 eq \"a\n");
   corpus.add("criteria_empty", "wmd1 eq\n");
   corpus.add("number", "#16777215");
@@ -219,6 +322,10 @@ void add_configuration(const Corpus &corpus) {
              "[tls]\ncertificate = \"none\"\n[limits]\nrequest = \"1y\"\nbegin = 3\n[log]\nform = \"xml\"\n"
              "[watch]\naddress = \"192.0.2.1\"\n[[roles]]\nrole = \"auditor\"\nprefixes = [\"a\", 1]\n"
              "[[roles]]\nrole = \"mirror\"\nsubject = \"CN=a\"\nip = \"x\"\n");
+  corpus.add("pair_of_two",
+             "c[tls]\ncertificate = \"server.pem\"\nprivate_key = \"mirror-key.pem\"\n"
+             "client_authority = \"authority.pem\"\n");
+  corpus.add("durations", "c[limits]\nrequest = \"2h\"\nbegin = \"0ms\"\n[tls.tickets]\nrotate = \"8d\"\n");
   corpus.add("tables", "clisten = 1\nroles = 3\nlimits = []\n");
   corpus.add("no_toml", "c[listen\n");
   corpus.add("no_file",
@@ -233,6 +340,7 @@ void add_configuration(const Corpus &corpus) {
       "fault_mistakes",
       "f[[fault]]\noperation = \"Nothing\"\nevery = 0\ndo = \"cut\"\n[[fault]]\ndo = \"dance\"\nprobability = 2\n"
       "[[fault]]\nnth = 1\nevery = 2\ndo = \"delay\"\ntime = \"x\"\n");
+  corpus.add("fault_of_no_list", "f[[fault]]\noperation = \"RetrieveKey\"\ndo = \"endless\"\n");
   corpus.add("readings",
              "sapp a 1 0 1\ndisk d x 0 1\n# nothing\n\ntemperature t 85 0 90\ntemperature u 9 0 90\nfan f 1 2 3\n");
   corpus.add("no_readings", "sfan cpu\n");
@@ -247,7 +355,11 @@ int main(int argc, char **argv) {
   if (argc != 2) return 1;
   const fs::path folder = argv[1];
   add_replies(Corpus(folder / "replies"));
-  add_requests(Corpus(folder / "requests"));
+  const Corpus requests(folder / "requests");
+  add_requests(requests);
+  add_queries(requests);
+  add_transfers(requests);
+  add_certificate_requests(requests);
   add_command_files(Corpus(folder / "command_files"));
   add_certificates(Corpus(folder / "certificates"));
   add_configuration(Corpus(folder / "configuration"));
