@@ -127,7 +127,10 @@ std::string curve_text(const EVP_PKEY *key) {
 std::string key_text(X509 *certificate) {
   const EVP_PKEY *key = X509_get0_pubkey(certificate);
   if (!key) return {};
-  if (EVP_PKEY_is_a(key, "EC")) return "EC " + curve_text(key);
+  if (EVP_PKEY_is_a(key, "EC")) {
+    const std::string curve = curve_text(key);
+    return curve.empty() ? "EC" : "EC " + curve;
+  }
   const char *type = EVP_PKEY_get0_type_name(key);
   return std::string(type ? type : "") + " " + std::to_string(EVP_PKEY_get_bits(key));
 }
