@@ -39,6 +39,11 @@ TEST(CertificateSummary, HoldsWhatTheCertificateSays) {
   EXPECT_EQ(95U, std::strlen(info.sha256Fingerprint));
 }
 
+TEST(CertificateSummary, TellsNamesOfEveryKind) {
+  EXPECT_STREQ("URI:https://kms.example/a\\5Cb, other name",
+               info_of({.alternative_names = "URI:https://kms.example/a\\b, RID:1.2.3.4"}).names);
+}
+
 TEST(CertificateSummary, TellsTheSizeOfRsaKeys) {
   EXPECT_STREQ("RSA 2048", info_of({.rsa_bits = 2048}).key);
 }
