@@ -1,10 +1,12 @@
-// What vesk reads besides replies: files of names, journals, contexts, and the texts of its arguments. The first
-// character says which.
+// What vesk reads besides replies: files of names, journals, contexts, captures, and the texts of its arguments. The
+// first character says which.
 #include <sstream>
 
 #include "fuzz/target.h"
 #include "vesk/bulk_file.h"
+#include "vesk/capture_file.h"
 #include "vesk/context_file.h"
+#include "vesk/dissect.h"
 #include "vesk/failure.h"
 #include "vesk/journal.h"
 #include "vesk/metadata_terms.h"
@@ -54,6 +56,26 @@ void read_context_file(std::string_view text) {
   fuzz::require(again.current == contexts.current && again.named == contexts.named, "contexts survive being written");
 }
 
+void take_apart(const Exchange &exchange) {
+  dissect(exchange, protocol_of(exchange), [](const Piece &piece) {
+    fuzz::require(piece.part != nullptr, "every piece has its part");
+    fuzz::require(!piece.is_masked || !piece.value, "what is masked is not shown");
+  });
+}
+
+void decode(std::string_view text) {
+  if (is_trace(text)) {
+    for (const Exchange &exchange : exchanges_in(text)) take_apart(exchange);
+    return;
+  }
+  for (const bool is_sent : {true, false}) {
+    Exchange exchange;
+    (is_sent ? exchange.sent : exchange.received).bytes =
+        is_hex_record(text) ? bytes_of_hex(text) : veskd::WipedText(std::string(text));
+    take_apart(exchange);
+  }
+}
+
 std::vector<std::string> lines_of(std::string_view text) {
   std::istringstream lines{std::string(text)};
   std::vector<std::string> result;
@@ -87,6 +109,8 @@ void read(char kind, std::string_view text) {
       return read_journal(text);
     case 't':
       return read_context_file(text);
+    case 'd':
+      return decode(text);
     case 'm':
       parse_field_values(lines_of(text));
       return;
