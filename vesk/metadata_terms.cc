@@ -15,7 +15,8 @@ namespace command {
 namespace {
 
 constexpr std::size_t kFieldWidth = 64;
-constexpr const char *kWhereHint = "for example: --where 'md2 eq \"text\"'; operators: eq ne ct gt lt ge le";
+constexpr const char *kWhereHint =
+    "for example: --where 'md2 eq \"text\"'; fields: md1 to md16; operators: eq ne ct gt lt ge le";
 
 std::string upper(std::string_view text) {
   std::string result(text);
