@@ -82,6 +82,9 @@ TEST_F(Metadata, IsFoundByEveryOperator) {
   EXPECT_EQ(found("md2 le \"alpha  \""), "K1\n");
   EXPECT_EQ(found("md2 eq \"\""), "");
   EXPECT_EQ(found("md3 eq \"\""), "K1\nK2\n");
+  vesk({"metadata", "set", "K1", "--md", "4='quoted'"});
+  EXPECT_EQ(found("md4 eq \"'quoted'\""), "K1\n");
+  EXPECT_EQ(found("md4 ct '"), "K1\n");
 }
 
 TEST_F(Metadata, IsFoundWhenItMeetsEveryCriterion) {
@@ -148,6 +151,7 @@ TEST_F(Metadata, RefusesWhatTheProtocolHasNoRoomFor) {
       {{"find", "--where", "md17 eq a"}, "not a field, an operator and a text"},
       {{"find", "--where", "md0 eq a"}, "fields: md1 to md16; operators: eq ne ct gt lt ge le"},
       {{"find", "--where", "md1 eq \"a"}, "not a field, an operator and a text"},
+      {{"find", "--where", "md1 eq 'tape' "}, "the text 'tape' of --where stands in single quotes"},
       {{"find", "--where", ""}, "not a field, an operator and a text"},
       {{"find", "--where", "md1 eq a", "--where", "md1 ne b"}, "MD01 is given twice"},
       {{"find", "--where", "md1 eq " + too_long}, "65 bytes long; at most 64"},

@@ -173,10 +173,13 @@ TEST_F(QueryTest, WritesALineForEachRecord) {
 }
 
 TEST_F(QueryTest, ShowsNothingOfTheRecordBeforeInAShorterOne) {
-  connection().replies = page(record("LONGNAME") + record("S"), 'N');
+  std::string shorter = record("S");
+  shorter.replace(0, 40, "S" + zeros(39));
+  shorter.replace(121, 64, zeros(64));
+  connection().replies = page(record("LONGNAME") + shorter, 'N');
   EXPECT_EQ(query_to_list(), 0);
   EXPECT_THAT(names(), ElementsAre("LONGNAME", "S"));
-  EXPECT_EQ(list_.elements[1].find("ONGNAME"), std::string::npos);
+  EXPECT_EQ(list_.elements[1].substr(0, 41 + 65), "S" + zeros(40 + 65));
 }
 
 TEST_F(QueryTest, LeavesAFieldOfBlanksAsItIs) {
@@ -244,6 +247,23 @@ TEST_F(QueryTest, HandlesTheRecordsOfAFailedReadAsEmptyOnesAndReturnsItsStatus) 
   EXPECT_EQ(query_to_file(file_.path().c_str()), script::kClosed);
   EXPECT_EQ(file_.contents(), line("A") + "B,B-1,B-2,B-3,B-4,B-5,B-6,B-7\n" + ",,,,,,,\n");
   EXPECT_THAT(connection().traces_of("orn/vesk/skeys"), Contains("iNrRecords <2>"));
+}
+
+// Neither the page's header nor the piece before it is taken for a record, and nothing is read behind the failure.
+TEST_F(QueryTest, ShowsNothingStaleForAPieceThatCouldNotBeRead) {
+  std::string records;
+  for (int i = 0; i < 14; ++i) records += record("K" + std::to_string(i));
+  for (const int failing : {2, 3}) {
+    script::reset();
+    connection().replies = page(records, 'Y') + page(record("LAST"), 'N');
+    connection().failing_reads = {{failing, 30062}};
+    EXPECT_EQ(query_to_list(), 30062);
+    std::vector<std::string> expected(14);
+    for (int i = 0; failing == 3 && i < 13; ++i) expected[i] = "K" + std::to_string(i);
+    EXPECT_EQ(names(), expected);
+    EXPECT_EQ(connection().reads.size(), failing + 1u);
+    connection().replies.clear();
+  }
 }
 
 TEST_F(QueryTest, ReadsABlockOfAnySizeInPiecesOfWholeRecords) {
