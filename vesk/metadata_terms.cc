@@ -14,7 +14,7 @@
 namespace command {
 namespace {
 
-constexpr std::size_t kFieldWidth = 64;
+constexpr std::size_t kFieldWidth = sizeof(KeyMetadataValues::md[0]) - 1;
 constexpr const char *kWhereHint =
     "for example: --where 'md2 eq \"text\"'; fields: md1 to md16; operators: eq ne ct gt lt ge le";
 
