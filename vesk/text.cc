@@ -25,10 +25,20 @@ bool is_digit(char character) {
   return character >= '0' && character <= '9';
 }
 
-void check_form(std::string_view what, const std::string &text) {
-  if (text.empty()) throw Failure(ExitCode::kUsage, fmt::format("the {} is empty", what));
+void check_controls(std::string_view what, const std::string &text) {
   if (std::any_of(text.begin(), text.end(), is_control))
     throw Failure(ExitCode::kUsage, fmt::format("the {} {} holds a control character", what, printable(text)));
+}
+
+void check_width(std::string_view what, const std::string &text, std::size_t width) {
+  if (text.size() <= width) return;
+  throw Failure(ExitCode::kUsage, fmt::format("the {} {} is {} bytes long; at most {} are allowed", what,
+                                              printable(text), text.size(), width));
+}
+
+void check_form(std::string_view what, const std::string &text) {
+  if (text.empty()) throw Failure(ExitCode::kUsage, fmt::format("the {} is empty", what));
+  check_controls(what, text);
   if (text.back() == ' ') {
     throw Failure(ExitCode::kUsage, fmt::format("the {} '{}' ends in a blank", what, printable(text)),
                   "the protocol fills names up with blanks: give it without");
@@ -37,9 +47,7 @@ void check_form(std::string_view what, const std::string &text) {
 
 void check(std::string_view what, const std::string &text, std::size_t width) {
   check_form(what, text);
-  if (text.size() <= width) return;
-  throw Failure(ExitCode::kUsage, fmt::format("the {} {} is {} bytes long; at most {} are allowed", what,
-                                              printable(text), text.size(), width));
+  check_width(what, text, width);
 }
 
 }  // namespace
@@ -58,6 +66,11 @@ std::string printable(std::string_view text) {
 
 void check_key_name(const std::string &name) {
   check("key name", name, kKeyNameWidth);
+}
+
+void check_key_prefix(const std::string &prefix) {
+  check_controls("prefix", prefix);
+  check_width("prefix", prefix, kKeyNameWidth);
 }
 
 void check_instance(const std::string &instance) {

@@ -129,6 +129,17 @@ std::vector<CallCase> paged_calls() {
   return calls;
 }
 
+// Has the server send a page again and again, and counts from there.
+void send_pages_without_end(std::string_view function, std::string_view tran_id) {
+  static std::string endless;
+  const ReplyShape &shape = reply_shape(function);
+  endless = whole_reply(shape, tran_id, 'a');
+  put_field(endless, *shape.more_flag, "Y");
+  unread = page = endless;
+  num_pages = 20'000;
+  num_allocations = 0;
+}
+
 class PagedAllocations : public Allocations {};
 
 INSTANTIATE_TEST_SUITE_P(Calls, PagedAllocations, testing::ValuesIn(paged_calls()),
@@ -137,15 +148,28 @@ INSTANTIATE_TEST_SUITE_P(Calls, PagedAllocations, testing::ValuesIn(paged_calls(
 // Memory does not grow with what a server sends: that of the elements is the caller's.
 TEST_P(PagedAllocations, AreNotMoreForPagesWithoutEnd) {
   const CallCase &call = GetParam();
-  const ReplyShape &shape = reply_shape(call.function);
-  std::string endless = whole_reply(shape, call.tran_id, 'a');
-  put_field(endless, *shape.more_flag, "Y");
-  unread = page = endless;
-  num_pages = 20'000;
-  num_allocations = 0;
+  send_pages_without_end(call.function, call.tran_id);
   CertificatePaths paths = {};
   EXPECT_EQ(call.call(paths), CONN_ERR_CLOSED);
   EXPECT_LE(num_allocations, num_for_list_or_file(call.function));
+  EXPECT_EQ(num_pages, 0);
+}
+
+// Nor with what goes into a file.
+TEST(ListingAllocations, AreNotMoreForPagesWithoutEnd) {
+  CertificatePaths paths = {};
+  std::uint32_t highest = 0;
+  constexpr int kFileAndElement = 2;
+  send_pages_without_end("DisplayKeyNameList", "1037");
+  EXPECT_EQ(qRetrieveKeyNameListFiltered(&paths, "", 0, "/dev/null", "", &highest), CONN_ERR_CLOSED);
+  EXPECT_LE(num_allocations, kFileAndElement);
+  EXPECT_EQ(num_pages, 0);
+
+  send_pages_without_end("RetrieveMetadata", "1053");
+  EXPECT_EQ(qRetrieveMetadata(&paths, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "", 0, "",
+                              0, "", 0, "", 0, "", 0, "", 0, "", 0, "/dev/null"),
+            CONN_ERR_CLOSED);
+  EXPECT_LE(num_allocations, kFileAndElement);
   EXPECT_EQ(num_pages, 0);
 }
 

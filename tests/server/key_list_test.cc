@@ -134,8 +134,10 @@ TEST(KeyNameList, TellsAHundredThousandNamesInOrder) {
   }
 }
 
-std::string metadata_record(const std::string &name, const std::string &instance, const std::string &first_field) {
-  std::string record = padded(name, 40) + instance + "Y0256" + today() + "0000000000000000N000000000000Y00000000N";
+// policy is what stands between the date of creation and the fields.
+std::string metadata_record(const std::string &name, const std::string &instance, const std::string &first_field,
+                            const std::string &policy = "0000000000000000N000000000000Y00000000N") {
+  std::string record = padded(name, 40) + instance + "Y0256" + today() + policy;
   for (int number = 1; number <= 16; ++number)
     record += fmt::format("MD{:02}'{}'", number, padded(number == 1 ? first_field : "", 64));
   return record;
@@ -160,6 +162,21 @@ TEST(MetadataList, ComesInPagesOfWholeRecords) {
   const std::string instance2 = ask(server, "005841001" + padded("K2", 40) + creation).substr(53);
   EXPECT_EQ(ask(server, kAllMetadata),
             "0001410530000N02477" + metadata_record("K1", instance1, "") + metadata_record("K2", instance2, ""));
+}
+
+TEST(MetadataList, TellsEveryFactOfAKeyInItsPlace) {
+  TestServer server;
+  const std::string creation = "02562020010120991231N0030NY1" + padded("", 512);
+  const std::string instance = ask(server, "005841001" + padded("K1", 40) + creation).substr(53);
+  Database(store_address(server.directory()))
+      .execute("UPDATE keys SET last_rollover_date = '20210203', revoked_date = '20210405'");
+  EXPECT_EQ(ask(server, kAllMetadata), "0001410530000N01241" + metadata_record("K1", instance, "",
+                                                                               "2020010120991231"
+                                                                               "N0030"
+                                                                               "20210203"
+                                                                               "N"
+                                                                               "20210405"
+                                                                               "Y"));
 }
 
 TEST(MetadataList, HasPagesThatItsSizeCanTell) {
