@@ -100,12 +100,12 @@ void flush_directory(const std::string &path) {
 }  // namespace
 
 void check_secret_file(const std::string &path, bool force) {
-  if (path.empty()) throw Failure(ExitCode::kUsage, "the name of the file for the key is empty");
+  if (path.empty()) throw Failure(ExitCode::kUsage, "the name of the file to write is empty");
   struct stat there {};
   if (lstat(path.c_str(), &there) == 0) {
-    if (!force) throw exists(path);
     if (!S_ISREG(there.st_mode))
       throw Failure(ExitCode::kOther, fmt::format("{} is not a regular file and was left as it is", printable(path)));
+    if (!force) throw exists(path);
   } else if (errno != ENOENT) {
     throw failed("create", path);
   }
