@@ -162,7 +162,7 @@ void add_delete(Command &group, Settings &settings) {
 void add_list(Command &group, Settings &settings) {
   Command &command = group.add("list", "List the names of the certificates, one a line");
   auto options = std::make_shared<TypeOptions>();
-  // The server has no other type, and the library does not tell of a list that was refused.
+  // The server has no other type.
   command.option("--type", &options->type, "C", Kind::kText, "the type of certificate [C, the only one]").choices = {
       options->type};
   add_list_options(command, options->list);

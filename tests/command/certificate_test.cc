@@ -109,6 +109,25 @@ TEST_F(Certificates, AnExportNeverTakesTheNameOfAnotherFile) {
   EXPECT_EQ(content("copy.pem"), "kept");
   EXPECT_EQ(vesk({"certificate", "export", "c1", "--out", "copy.pem", "--force"}).exit_code, 0);
   EXPECT_EQ(content("copy.pem"), content("c1.pem"));
+  EXPECT_THAT(vesk({"certificate", "export", "c1", "--out", files_.path()}),
+              Ends(1, IsEmpty(), HasSubstr(" is not a regular file and was left as it is\n")));
+  EXPECT_THAT(vesk({"certificate", "export", "c1", "--out", ""}),
+              Ends(2, IsEmpty(), StrEq("vesk: certificate export: the name of the file to write is empty\n")));
+}
+
+// The library shows a list that was refused as an empty one. Whoever took that for the truth would replace a key.
+TEST_F(Certificates, AListThatIsRefusedIsNotShownAsEmpty) {
+  misbehave(
+      "[[fault]]\noperation = \"GetCertificateList\"\ndo = \"return-code\"\ncode = 112\n"
+      "[[fault]]\noperation = \"GetPrivateKeyList\"\ndo = \"return-code\"\ncode = 104\n");
+  EXPECT_THAT(
+      vesk({"certificate", "list", "--output", "json"}),
+      Ends(3, IsEmpty(), StartsWith("vesk: certificate list: certificates: no role of the client may do this")));
+  EXPECT_THAT(vesk({"private-key", "list"}),
+              Ends(3, IsEmpty(), StartsWith("vesk: private-key list: private keys: the server could not read")));
+  EXPECT_THAT(vesk({"private-key", "import", "c1", "c1-key.pem"}), Ends(3, IsEmpty(), HasSubstr("RC_SERVER_FAILURE")));
+  EXPECT_THAT(vesk({"private-key", "delete", "c1", "--dry-run"}), Ends(3, IsEmpty(), HasSubstr("RC_SERVER_FAILURE")));
+  EXPECT_THAT(vesk({"private-key", "import", "c1", "c1-key.pem", "--replace"}), Ends(0, HasSubstr("c1"), IsEmpty()));
 }
 
 TEST_F(Certificates, AnExportThatCannotBeWrittenLeavesNothing) {
