@@ -103,8 +103,6 @@ void verify(const Connection &connection, const ImportOptions &options, const ve
 }
 
 void show_dry_import(const Settings &settings, const Connection &connection, const ImportOptions &options) {
-  connection.require(status_of_existing(connection, kCertificates, options.certificate),
-                     certificate_subject(options.certificate));
   connection.require(status_of_existing(connection, kPrivateKeys, options.certificate),
                      fmt::format("private key {}", printable(options.certificate)));
   connection.require(status_of_new(connection, kKeys, options.name), key_subject(options.name));
