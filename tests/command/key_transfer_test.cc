@@ -100,6 +100,24 @@ TEST_F(KeyTransfer, AWrongWrapIsRefused) {
   EXPECT_EQ(vesk({"key", "get", "K1"}).exit_code, 4);
 }
 
+// What the server keeps is compared: its first answer has another value, the second none.
+TEST_F(KeyTransfer, AnImportThatDidNotGoWellIsSaidSo) {
+  misbehave(
+      "[[fault]]\noperation = \"RetrieveKey\"\nnth = 1\ndo = \"short\"\nbytes = 256\n"
+      "[[fault]]\noperation = \"RetrieveKey\"\nnth = 2\ndo = \"return-code\"\ncode = 104\n");
+  store_pair("pair", 1);
+  EXPECT_THAT(vesk({"key", "import", "K1", "--certificate", "pair", "--in", "raw"}),
+              Ends(1, IsEmpty(),
+                   StrEq("vesk: key import: the server keeps another value under that name than the one given\n"
+                         "hint: the key was imported: look at it with: vesk key get K1\n")));
+  EXPECT_THAT(
+      vesk({"key", "import", "K2", "--certificate", "pair", "--in", "raw"}),
+      Ends(3, IsEmpty(),
+           AllOf(StartsWith("vesk: key import: the imported key could not be checked: key K2: the server could"),
+                 HasSubstr("hint: the key was imported: look at it with: vesk key get K2\n"))));
+  EXPECT_EQ(key("K1") + key("K2"), value_ + value_);
+}
+
 TEST_F(KeyTransfer, ACertificateFileStandsInForTheServers) {
   ASSERT_EQ(vesk({"certificate", "delete", "pair", "--yes"}).exit_code, 0);
   EXPECT_THAT(vesk({"key", "import", "K1", "--certificate", "pair", "--in", "raw"}),
