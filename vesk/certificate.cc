@@ -68,7 +68,7 @@ void import(const Settings &settings, const ImportOptions &options) {
                  options.replace ? 1 : 0);
   // The server has found it to be one.
   if (const veskd::CertificatePtr certificate = veskd::parse_certificate(bytes.text()))
-    warn_of_expiry(certificate.get(), options.name);
+    warn_of_expiry(certificate.get(), certificate_subject(options.name));
   show(settings, fmt::format("imported certificate {}", printable(options.name)), {{"imported", options.name}});
 }
 
@@ -93,6 +93,7 @@ void export_to(const Settings &settings, const ExportOptions &options) {
                   "write the certificate to a file: --out FILE");
   }
   if (!to_standard_output) check_secret_file(options.out, options.force);
+  warn_of_expiry(veskd::parse_certificate(bytes).get(), certificate_subject(options.name));
   const Connection connection(settings);
   const std::string bytes = fetch_certificate(connection, options.name);
   if (to_standard_output) return write_to_standard_output(bytes);

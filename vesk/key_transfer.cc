@@ -46,10 +46,6 @@ struct ExportOptions {
   KeyOutputOptions output;
 };
 
-std::string name_of_input(const std::string &path) {
-  return path == "-" ? "standard input" : printable(path);
-}
-
 std::string_view without_line_end(std::string_view text) {
   if (text.ends_with('\n')) text.remove_suffix(1);
   if (text.ends_with('\r')) text.remove_suffix(1);
@@ -103,6 +99,7 @@ void verify(const Connection &connection, const ImportOptions &options, const ve
 }
 
 void show_dry_import(const Settings &settings, const Connection &connection, const ImportOptions &options) {
+// What was wrapped needs the private key alone; whether there is a certificate was seen if it was to be fetched.
   connection.require(status_of_existing(connection, kPrivateKeys, options.certificate),
                      fmt::format("private key {}", printable(options.certificate)));
   connection.require(status_of_new(connection, kKeys, options.name), key_subject(options.name));
@@ -174,7 +171,7 @@ void export_to(const Settings &settings, const ExportOptions &options) {
   // Whether it can be wrapped under is the server's to say.
   const veskd::CertificatePtr certificate =
       veskd::parse_certificate(fetch_certificate(connection, options.certificate));
-  warn_of_expiry(certificate.get(), options.certificate);
+  warn_of_expiry(certificate.get(), certificate_subject(options.certificate));
   veskd::WrappedKey wrapped{};
   const std::string subject =
       key_subject(options.name) + (options.instance ? fmt::format(", instance {}", printable(instance)) : "");

@@ -32,7 +32,7 @@ veskd::CertificatePtr wrapping_certificate(const Connection &connection, const s
                                            const std::string *file) {
   const std::string bytes = file ? read_input(*file, vesk::wire::kMaxCertificateBytes, "certificate").text()
                                  : fetch_certificate(connection, name);
-  const std::string subject = file ? printable(*file) : certificate_subject(name);
+  const std::string subject = file ? name_of_input(*file) : certificate_subject(name);
   veskd::CertificatePtr certificate = veskd::parse_certificate(bytes);
   if (!certificate) throw Failure(ExitCode::kOther, subject + ": this is not one certificate, PEM or DER");
   if (!veskd::is_wrapping_key(X509_get0_pubkey(certificate.get())))
@@ -41,17 +41,17 @@ veskd::CertificatePtr wrapping_certificate(const Connection &connection, const s
     throw Failure(ExitCode::kOther,
                   fmt::format("{}: it is valid from {} to {}", subject, date_of(X509_get0_notBefore(certificate.get())),
                               date_of(X509_get0_notAfter(certificate.get()))));
-  warn_of_expiry(certificate.get(), name);
+  warn_of_expiry(certificate.get(), subject);
   return certificate;
 }
 
-void warn_of_expiry(const X509 *certificate, const std::string &name) {
+void warn_of_expiry(const X509 *certificate, const std::string &subject) {
   const ASN1_TIME *end = X509_get0_notAfter(certificate);
   if (has_passed(end)) {
-    fmt::print(stderr, "warning: certificate {} expired on {}\n", printable(name), date_of(end));
+    fmt::print(stderr, "warning: {} expired on {}\n", subject, date_of(end));
   } else if (const int days = days_until(end); days < kWarningDays) {
-    fmt::print(stderr, "warning: certificate {} expires on {}, in {}\n", printable(name), date_of(end),
-               days_text(days));
+    const std::string left = days == 0 ? "within a day" : "in " + days_text(days);
+    fmt::print(stderr, "warning: {} expires on {}, {}\n", subject, date_of(end), left);
   }
 }
 

@@ -163,6 +163,14 @@ TEST_F(Certificates, AnEndThatIsNearIsWarnedOf) {
                    MatchesRegex("warning: certificate soon expires on [-0-9]+, in (9|10) days\n")));
   EXPECT_THAT(vesk({"certificate", "import", "later", "later.pem"}),
               Ends(0, StrEq("imported certificate later\n"), IsEmpty()));
+  EXPECT_THAT(vesk({"certificate", "export", "soon", "--out", "-"}),
+              Ends(0, StrEq(content("soon.pem")), StartsWith("warning: certificate soon expires on ")));
+  EXPECT_THAT(vesk({"certificate", "export", "later", "--out", "-"}), Ends(0, StrEq(content("later.pem")), IsEmpty()));
+  const veskd::CertificatePtr today = veskd::test::certificate_of(veskd::test::rsa_key(1));
+  X509_gmtime_adj(X509_getm_notAfter(today.get()), 3600);
+  write_file(files_.path("today.pem"), veskd::test::pem_of(today.get()));
+  EXPECT_THAT(vesk({"certificate", "import", "today", "today.pem"}),
+              Ends(0, StrEq("imported certificate today\n"), HasSubstr(", within a day\n")));
   EXPECT_THAT(vesk({"certificate", "import", "past", "past.pem"}),
               Ends(0, StrEq("imported certificate past\n"), StartsWith("warning: certificate past expired on ")));
 }

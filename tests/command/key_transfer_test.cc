@@ -192,6 +192,7 @@ TEST_F(KeyTransfer, AnEndThatIsNearIsWarnedOfAndAnEndThatIsPastRefused) {
   EXPECT_THAT(vesk({"key", "import", "K1", "--certificate", "soon", "--in", "raw"}),
               Ends(0, StrEq("imported key K1\n"), StartsWith("warning: certificate soon expires on ")));
   EXPECT_THAT(vesk({"key", "export", "K1", "--certificate", "soon", "--out", "k1"}),
+  EXPECT_THAT(export_with(""), Ends(1, IsEmpty(), HasSubstr("cannot read '': No such file or directory")));
               Ends(0, HasSubstr("k1\n"), StartsWith("warning: certificate soon expires on ")));
   EXPECT_THAT(vesk({"key", "import", "K2", "--certificate", "past", "--in", "raw"}),
               Ends(1, IsEmpty(), StartsWith("vesk: key import: certificate past: it is valid from ")));
@@ -202,6 +203,8 @@ TEST_F(KeyTransfer, AnEndThatIsNearIsWarnedOfAndAnEndThatIsPastRefused) {
 TEST_F(KeyTransfer, AnExportNeverTakesTheNameOfAnotherFile) {
   vesk({"key", "create", "K1"});
   write_file(files_.path("k1"), "kept");
+  EXPECT_THAT(vesk({"key", "import", "K3", "--certificate", "soon", "--certificate-file", "soon.pem", "--in", "raw"}),
+              Ends(0, StrEq("imported key K3\n"), StartsWith("warning: soon.pem expires on ")));
   EXPECT_THAT(vesk({"key", "export", "K1", "--certificate", "pair", "--out", "k1"}),
               Ends(1, IsEmpty(), HasSubstr("k1 exists already and was left as it is\n")));
   EXPECT_EQ(content("k1"), "kept");
