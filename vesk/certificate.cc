@@ -18,7 +18,6 @@
 #include "vesk/stored_certificate.h"
 #include "vesk/text.h"
 #include "veskd/key_pairs.h"
-#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
@@ -48,9 +47,8 @@ struct DeleteOptions {
 
 // What the server would say, as far as that can be known without it.
 int status_of_import(const Connection &connection, const ImportOptions &options, const std::string &bytes) {
-  const veskd::CertificatePtr certificate = veskd::parse_certificate(bytes);
-  if (!certificate) return veskd::RC_CERTIFICATE_INVALID;
-  if (!veskd::is_wrapping_key(X509_get0_pubkey(certificate.get()))) return veskd::RC_CERTIFICATE_KEY;
+  const veskd::ReturnCode code = veskd::parse_wrapping_certificate(bytes).code;
+  if (code != veskd::RC_SUCCESS) return code;
   return options.replace ? 0 : status_of_new(connection, kCertificates, options.name);
 }
 
@@ -93,9 +91,9 @@ void export_to(const Settings &settings, const ExportOptions &options) {
                   "write the certificate to a file: --out FILE");
   }
   if (!to_standard_output) check_secret_file(options.out, options.force);
-  warn_of_expiry(veskd::parse_certificate(bytes).get(), certificate_subject(options.name));
   const Connection connection(settings);
   const std::string bytes = fetch_certificate(connection, options.name);
+  warn_of_expiry(veskd::parse_certificate(bytes).get(), certificate_subject(options.name));
   if (to_standard_output) return write_to_standard_output(bytes);
   write_secret_file(options.out, bytes, options.force);
   show(settings, fmt::format("wrote certificate {} to {}", printable(options.name), printable(options.out)),

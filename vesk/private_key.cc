@@ -17,7 +17,6 @@
 #include "vesk/store_names.h"
 #include "vesk/text.h"
 #include "veskd/key_pairs.h"
-#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
@@ -50,21 +49,6 @@ void refuse_if_there(const Connection &connection, const std::string &name) {
                 "replace it with --replace");
 }
 
-// What the server would say of the file.
-int status_of(veskd::KeyFault fault) {
-  switch (fault) {
-    case veskd::KeyFault::kInvalid:
-      return veskd::RC_PRIVATE_KEY_INVALID;
-    case veskd::KeyFault::kEncrypted:
-      return veskd::RC_PRIVATE_KEY_ENCRYPTED;
-    case veskd::KeyFault::kKind:
-      return veskd::RC_PRIVATE_KEY_KIND;
-    case veskd::KeyFault::kNone:
-      break;
-  }
-  return 0;
-}
-
 void import(const Settings &settings, const ImportOptions &options) {
   check_private_key_name(options.name);
   warn_of_readers(options.file);
@@ -72,7 +56,7 @@ void import(const Settings &settings, const ImportOptions &options) {
   const Connection connection(settings);
   if (!options.replace) refuse_if_there(connection, options.name);
   if (options.dry_run) {
-    connection.require(status_of(veskd::parse_private_key(bytes.text()).fault), subject_of(options.name));
+    connection.require(veskd::parse_private_key(bytes.text()).code, subject_of(options.name));
     return show_dry_run(settings, fmt::format("would import private key {}", printable(options.name)),
                         {{"imported", options.name}});
   }

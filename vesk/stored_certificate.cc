@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "orn/vesk/wire/certificates.h"
 #include "vesk/failure.h"
+#include "vesk/hints.h"
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
 #include "vesk/text.h"
@@ -33,16 +35,17 @@ veskd::CertificatePtr wrapping_certificate(const Connection &connection, const s
   const std::string bytes = file ? read_input(*file, vesk::wire::kMaxCertificateBytes, "certificate").text()
                                  : fetch_certificate(connection, name);
   const std::string subject = file ? name_of_input(*file) : certificate_subject(name);
-  veskd::CertificatePtr certificate = veskd::parse_certificate(bytes);
-  if (!certificate) throw Failure(ExitCode::kOther, subject + ": this is not one certificate, PEM or DER");
-  if (!veskd::is_wrapping_key(X509_get0_pubkey(certificate.get())))
-    throw Failure(ExitCode::kOther, subject + ": keys are wrapped under RSA keys of 2048 bits, this has another");
+  auto [certificate, code] = veskd::parse_wrapping_certificate(bytes);
+  if (!certificate) {
+    throw Failure(ExitCode::kOther, fmt::format("{}: {}", subject, veskd::find_return_code(code)->sentence),
+                  hint_for(code));
+  }
   if (has_passed(X509_get0_notAfter(certificate.get())) || !has_passed(X509_get0_notBefore(certificate.get())))
     throw Failure(ExitCode::kOther,
                   fmt::format("{}: it is valid from {} to {}", subject, date_of(X509_get0_notBefore(certificate.get())),
                               date_of(X509_get0_notAfter(certificate.get()))));
   warn_of_expiry(certificate.get(), subject);
-  return certificate;
+  return std::move(certificate);
 }
 
 void warn_of_expiry(const X509 *certificate, const std::string &subject) {

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/param_build.h>
 
 #include <chrono>
 #include <fstream>
@@ -133,6 +134,47 @@ TEST_F(CertificateStore, RefusesWhatIsNotOneCertificateAlone) {
 TEST_F(CertificateStore, RefusesCertificatesThatNothingCanBeWrappedUnder) {
   for (EVP_PKEY *key : {ec_key(), rsa_key(1, 1024), rsa_key(1, 3072)})
     EXPECT_EQ(import_certificate("C1", pem_of(certificate_of(key).get())), RC_CERTIFICATE_KEY);
+}
+
+struct Free {
+  void operator()(BIGNUM *number) const { BN_free(number); }
+  void operator()(OSSL_PARAM_BLD *builder) const { OSSL_PARAM_BLD_free(builder); }
+  void operator()(OSSL_PARAM *parameters) const { OSSL_PARAM_free(parameters); }
+  void operator()(EVP_PKEY_CTX *context) const { EVP_PKEY_CTX_free(context); }
+};
+
+// A certificate of that public key; nobody looks at its signature.
+std::string certificate_with(const BIGNUM *modulus, unsigned long exponent) {
+  const std::unique_ptr<BIGNUM, Free> e(BN_new());
+  BN_set_word(e.get(), exponent);
+  const std::unique_ptr<OSSL_PARAM_BLD, Free> builder(OSSL_PARAM_BLD_new());
+  OSSL_PARAM_BLD_push_BN(builder.get(), "n", modulus);
+  OSSL_PARAM_BLD_push_BN(builder.get(), "e", e.get());
+  const std::unique_ptr<OSSL_PARAM, Free> parameters(OSSL_PARAM_BLD_to_param(builder.get()));
+  const std::unique_ptr<EVP_PKEY_CTX, Free> context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  EVP_PKEY *key = nullptr;
+  EVP_PKEY_fromdata_init(context.get());
+  EXPECT_EQ(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_PUBLIC_KEY, parameters.get()), 1);
+  const PrivateKeyPtr owner(key);
+  const CertificatePtr certificate = certificate_of(rsa_key(1));
+  X509_set_pubkey(certificate.get(), key);
+  return der_of(certificate.get());
+}
+
+// Whoever has a key exported under one of them hands it to everybody.
+TEST_F(CertificateStore, RefusesPublicKeysThatKeepNothingSecret) {
+  BIGNUM *modulus = nullptr;
+  ASSERT_EQ(EVP_PKEY_get_bn_param(rsa_key(1), "n", &modulus), 1);
+  const std::unique_ptr<BIGNUM, Free> owner(modulus);
+  EXPECT_EQ(import_certificate("C1", certificate_with(modulus, 3)), 0);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 1)), RC_CERTIFICATE_KEY);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 65536)), RC_CERTIFICATE_KEY);
+  BN_sub_word(modulus, 1);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 65537)), RC_CERTIFICATE_KEY) << "even";
+  BN_sub_word(modulus, BN_mod_word(modulus, 3));
+  if (!BN_is_odd(modulus)) BN_sub_word(modulus, 3);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 65537)), RC_CERTIFICATE_KEY) << "a multiple of three";
+  EXPECT_THAT(certificates(), ElementsAre("C1"));
 }
 
 TEST_F(CertificateStore, HasNamesOfOneToSixtyFourPrintableCharacters) {
