@@ -66,8 +66,8 @@ TEST_F(Certificates, WhatIsThereIsReplacedOnlyWhenTold) {
   vesk({"private-key", "import", "c1", "c1-key.pem"});
   EXPECT_THAT(vesk({"private-key", "import", "c1", "c1-key.pem"}),
               Ends(3, IsEmpty(),
-                   StrEq("vesk: private-key import: private key c1: a private key of that name exists already\n"
-                         "hint: replace it with --replace\n")));
+                   AllOf(StartsWith("vesk: private-key import: private key c1: a private key of that name exists"),
+                         HasSubstr("hint: replace it with --replace\n"))));
   EXPECT_EQ(vesk({"private-key", "import", "c1", "c1-key.pem", "--replace"}).exit_code, 0);
 }
 
