@@ -259,6 +259,20 @@ TEST_F(CertificateStore, KeepsACertificateAndItsOwnPrivateKeyUnderOneName) {
   EXPECT_EQ(import_certificate("second", other), 0);
 }
 
+TEST_F(CertificateStore, NeverTakesAPrivateKeyForACertificate) {
+  ASSERT_EQ(import_private_key("P1", pem_of(rsa_key(1))), 0);
+  std::string exported;
+  for (int type = 0x21; type < 0x7f; ++type)
+    EXPECT_NE(export_certificate("P1", exported, static_cast<char>(type)), 0) << type;
+  EXPECT_THAT(exported, IsEmpty());
+  EXPECT_EQ(delete_certificate("P1"), RC_CERTIFICATE_UNKNOWN);
+  EXPECT_THAT(certificates(), IsEmpty());
+  ASSERT_EQ(import_certificate("C1", certificate), 0);
+  EXPECT_EQ(delete_private_key("C1"), RC_PRIVATE_KEY_UNKNOWN);
+  EXPECT_THAT(private_keys(), ElementsAre("P1"));
+  EXPECT_THAT(certificates(), ElementsAre("C1"));
+}
+
 // The library always asks for replacing; another client need not.
 TEST_F(CertificateStore, ReplacesAPrivateKeyOnlyWhenTold) {
   const std::string key = der_of(rsa_key(1));
