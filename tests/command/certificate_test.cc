@@ -91,6 +91,13 @@ TEST_F(Certificates, WhatTheServerRefusesIsExplained) {
   EXPECT_THAT(vesk({"certificate", "import", "c1", "c1-key.pem"}),
               Ends(3, IsEmpty(), HasSubstr("RC_CERTIFICATE_INVALID")));
   make_pair("c2", 2);
+  // A chain: the hint leads to its first certificate.
+  write_file(files_.path("chain.pem"), content("c1.pem") + content("c2.pem"));
+  EXPECT_THAT(
+      vesk({"certificate", "import", "chain", "chain.pem"}),
+      Ends(3, IsEmpty(), HasSubstr("hint: take the first certificate out of it: openssl x509 -in FILE -out NEW")));
+  ASSERT_EQ(openssl({"x509", "-in", "chain.pem", "-out", "first.pem"}).exit_code, 0);
+  EXPECT_EQ(vesk({"certificate", "import", "chain", "first.pem"}).exit_code, 0);
   vesk({"certificate", "import", "c1", "c1.pem"});
   EXPECT_THAT(vesk({"private-key", "import", "c1", "c2-key.pem"}),
               Ends(3, IsEmpty(), AllOf(HasSubstr("RC_PAIR_MISMATCH"), HasSubstr("hint: give another name"))));
