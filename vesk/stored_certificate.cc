@@ -35,17 +35,18 @@ veskd::CertificatePtr wrapping_certificate(const Connection &connection, const s
   const std::string bytes = file ? read_input(*file, vesk::wire::kMaxCertificateBytes, "certificate").text()
                                  : fetch_certificate(connection, name);
   const std::string subject = file ? name_of_input(*file) : certificate_subject(name);
-  auto [certificate, code] = veskd::parse_wrapping_certificate(bytes);
+  veskd::ParsedCertificate parsed = veskd::parse_wrapping_certificate(bytes);
+  const X509 *certificate = parsed.certificate.get();
   if (!certificate) {
-    throw Failure(ExitCode::kOther, fmt::format("{}: {}", subject, veskd::find_return_code(code)->sentence),
-                  hint_for(code));
+    throw Failure(ExitCode::kOther, fmt::format("{}: {}", subject, veskd::find_return_code(parsed.code)->sentence),
+                  hint_for(parsed.code));
   }
-  if (has_passed(X509_get0_notAfter(certificate.get())) || !has_passed(X509_get0_notBefore(certificate.get())))
+  if (has_passed(X509_get0_notAfter(certificate)) || !has_passed(X509_get0_notBefore(certificate)))
     throw Failure(ExitCode::kOther,
-                  fmt::format("{}: it is valid from {} to {}", subject, date_of(X509_get0_notBefore(certificate.get())),
-                              date_of(X509_get0_notAfter(certificate.get()))));
-  warn_of_expiry(certificate.get(), subject);
-  return std::move(certificate);
+                  fmt::format("{}: it is valid from {} to {}", subject, date_of(X509_get0_notBefore(certificate)),
+                              date_of(X509_get0_notAfter(certificate))));
+  warn_of_expiry(certificate, subject);
+  return std::move(parsed.certificate);
 }
 
 void warn_of_expiry(const X509 *certificate, const std::string &subject) {
