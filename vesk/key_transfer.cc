@@ -65,7 +65,8 @@ void take_key(const ImportOptions &options, veskd::KeyValue &value) {
   if (taken) return;
   const char *form = options.hex ? "64 hexadecimal digits" : options.base64 ? "44 base64 characters" : "32 raw bytes";
   throw Failure(ExitCode::kOther,
-                fmt::format("{} does not hold a 256-bit key: that is {}", name_of_input(options.in), form));
+                fmt::format("{} does not hold a 256-bit key: that is {}", name_of_input(options.in), form),
+                options.hex || options.base64 ? "" : "if it is text: add --hex or --base64");
 }
 
 // What was wrapped somewhere else: the server alone can look into it.

@@ -64,8 +64,9 @@ TEST_F(KeyTransfer, WhatIsNoKeyIsNotSent) {
     return vesk(arguments);
   };
   for (const std::string &text : {std::string(), value_.substr(1), value_ + "x"}) {
-    EXPECT_THAT(import(text),
-                Ends(1, IsEmpty(), StrEq("vesk: key import: in does not hold a 256-bit key: that is 32 raw bytes\n")));
+    EXPECT_THAT(import(text), Ends(1, IsEmpty(),
+                                   StrEq("vesk: key import: in does not hold a 256-bit key: that is 32 raw bytes\n"
+                                         "hint: if it is text: add --hex or --base64\n")));
   }
   EXPECT_THAT(import(std::string(67, 'x')), Ends(1, IsEmpty(), HasSubstr("in has more than 66 bytes")));
   EXPECT_THAT(import(hex_ + "0", {"--hex"}), Ends(1, IsEmpty(), HasSubstr("64 hexadecimal digits")));
