@@ -105,7 +105,7 @@ TEST_F(Usage, WhatCannotBeMeantIsRefusedAndNamed) {
        "hint: write the value to a file: --out FILE\n"},
       {"an empty file name",
        {"key", "get", "K", "--out", ""},
-       "vesk: key get: the name of the file for the key is empty\n"},
+       "vesk: key get: the name of the file to write is empty\n"},
       {"a deletion that nobody can be asked about",
        {"key", "delete", "K"},
        "vesk: key delete: there is no terminal to ask for confirmation on; nothing was deleted\n"
