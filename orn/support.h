@@ -76,10 +76,10 @@ int TLSTeardown(void *hTls, void *hTlsAux, void *hTlsRead);
  *   last 16 sets of files;
  * - TLS 1.3 session tickets, with which a later handshake needs no certificates. Each is used once, with the same
  *   files, host and port, within an hour of the full handshake that it goes back to and never beyond the validity of
- * the server's certificate chain, which a resumed connection shows as it was then. A ticket comes with a read, at most
- * 64 are kept for a server, and a connection on which anything failed leaves none. A server that does not take a
- * ticket, or fails when it sees one, gets a full handshake within the same SetupConnection, and no ticket for a minute.
- * The key exchange is fresh each time.
+ *   the server's certificate chain, which a resumed connection shows as it was then. A ticket comes with a read, at
+ *   most 64 are kept for a server, and a connection on which anything failed leaves none. A server that does not take
+ *   a ticket, or fails when it sees one, gets a full handshake within the same SetupConnection, and no ticket for a
+ *   minute. The key exchange is fresh each time.
  *
  * A child of fork() starts with nothing kept, and its parent goes on as before. No thread waits for what another does
  * with its files or on its connection. */
@@ -140,7 +140,8 @@ typedef struct CertificateInfo {
 /* Fills info from the certificate. What a certificate does not have is empty text. A null certificate empties info. */
 void X509_get_info(X509 *certificate, CertificateInfo *info);
 
-/* A readable text of several lines, without a line end behind the last. The caller frees it with free(). */
+/* A readable text of several lines, without a line end behind the last; empty for a null info. The caller frees it with
+ * free(). Null when out of memory. */
 char *CertificateInfo_to_string(const CertificateInfo *info);
 
 /* ---- Linked lists --------------------------------------------------------------------------------------------------
