@@ -123,6 +123,9 @@ Failure usage_failure(const CommandPath &path, std::span<char *const> line, std:
   if (const std::optional<std::string> option = unknown_option_in(line, unknown)) return unknown_option(path, *option);
   if (!unknown.empty() && !path.back()->commands.empty()) return unknown_command(path, unknown.front());
   std::string message = error.what();
+  // Of all values only those of flags are converted.
+  constexpr std::string_view kNotConverted = "Could not convert: ";
+  if (message.starts_with(kNotConverted)) message = "a flag is true or false: " + message.substr(kNotConverted.size());
   unmark(message);
   message = printable(message);
   const bool begins_a_sentence = message.size() > 1 && std::isupper(message[0]) && std::islower(message[1]);
