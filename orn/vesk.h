@@ -17,13 +17,15 @@
  *
  * Text arguments are NUL-terminated and not changed; text longer than its field is cut to the field's width, and a null
  * pointer counts as empty text, unless a call says otherwise. Widths are in characters without terminator; buffer sizes
- * are in bytes with it. The caller owns everything that it passes; a call keeps no pointer to it.
+ * are in bytes with it. The caller owns everything that it passes; a call keeps no pointer to it. What a call writes to
+ * may not overlap what it reads.
  *
  * Threads: any number of threads may make calls at the same time. Only SetTimeout is process-wide: call it before.
  *
- * A call blocks until the reply has been read or a time-out has run out: 10 seconds for connection and handshake, and
- * for the reply 60 seconds, unless the call names more. No call prints to the terminal or ends the process, unless it
- * says so. */
+ * A call blocks until the reply has been read or a time-out has run out: 10 seconds for connection and handshake, 60
+ * for sending the request, 60, unless the call names more, until the length of the reply has arrived, and 60 for the
+ * rest of it. No call prints to the terminal unless it says so, and none ends the process unless there is no memory
+ * for its session or for the one buffer that calls with a list or a file have besides. */
 #ifndef ORN_VESK_H
 #define ORN_VESK_H
 
