@@ -94,9 +94,9 @@ void TLSForgetAll(void);
 
 /* ---- Trace --------------------------------------------------------------------------------------------------------
  *
- * Off until one of the TraceTo functions switches it on. Every line is written whole, with time, thread, source path
- * and line. Dumps of key values, of other key material and of the request bytes that carry them show their length and a
- * mask in place of the bytes until TraceRevealSecrets(1). */
+ * Off until one of the TraceTo functions switches it on; the last one called says where to. Every line is written
+ * whole, with time, thread, source path and line. Dumps of key values, of other key material and of the request bytes
+ * that carry them show their length and a mask in place of the bytes until TraceRevealSecrets(1). */
 
 /* A line of the trace, without line end, valid during the call. A line begins with the time; those that continue a dump
  * or a message of several lines begin with four spaces. Control characters and non-ASCII bytes are \xNN. It may come
@@ -155,8 +155,8 @@ void ll_free(LinkedList *list);                       /* wipes and frees the ele
 int ll_append(LinkedList *list, const void *element); /* copies ll_get_element_size(list) bytes; 0, or CONN_ERR_ARGUMENT
                                                          (a null argument) or CONN_ERR_RESOURCES; constant time */
 size_t ll_get_element_size(const LinkedList *list);   /* bytes; 0 for a null list */
-size_t ll_count(const LinkedList *list);
-const LinkedListNode *ll_first(const LinkedList *list); /* null at the end, as ll_next */
+size_t ll_count(const LinkedList *list);              /* elements; 0 for a null list */
+const LinkedListNode *ll_first(const LinkedList *list); /* null at the end, as ll_next, and for a null list */
 const LinkedListNode *ll_next(const LinkedListNode *node);
 const void *ll_element(const LinkedListNode *node); /* valid until the list is freed */
 
