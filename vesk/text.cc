@@ -1,5 +1,6 @@
 #include "vesk/text.h"
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -50,6 +51,12 @@ void check(std::string_view what, const std::string &text, std::size_t width) {
   check_width(what, text, width);
 }
 
+bool is_ipv6_address(const std::string &text) {
+  in6_addr address;
+  // A link-local address may name its interface.
+  return inet_pton(AF_INET6, text.substr(0, text.find('%')).c_str(), &address) == 1;
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -98,6 +105,10 @@ void check_context_name(const std::string &name) {
 
 void check_host(const std::string &host) {
   check("host name", host, kHostWidth);
+  const bool has_more = host.find_first_of("/[]") != std::string::npos;
+  if (!has_more && (host.find(':') == std::string::npos || is_ipv6_address(host))) return;
+  throw Failure(ExitCode::kUsage, fmt::format("the host '{}' is neither a name nor an address", printable(host)),
+                "give it alone, an IPv6 address without brackets, and the port with --port PORT (VESK_PORT)");
 }
 
 std::uint32_t parse_number(std::string_view what, const std::string &text, std::uint32_t least, std::uint32_t most,

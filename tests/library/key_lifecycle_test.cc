@@ -40,6 +40,21 @@ TEST_F(KeyLifecycleTest, CreatingTracesALongNameWholeAndSendsItCut) {
   EXPECT_EQ(connection().writes[0].substr(9, 44), std::string(40, 'n') + "0256");
 }
 
+TEST_F(KeyLifecycleTest, AFieldThatWasLeftShortShiftsTheOthersAndZerosMakeUpForIt) {
+  const auto session = open_session();
+  std::strcpy(session->request.caTranId, "1001");
+  std::strcpy(session->request.caKeyName, "SHORT");
+  std::strcpy(session->request.caKeySizeBits, "0256");
+  connection().replies = framed("10010000");
+  CreateSymKey(session.get());
+  EXPECT_EQ(session->iStatus, 0);
+  EXPECT_THAT(connection().writes, ElementsAre("00584"
+                                               "1001"
+                                               "SHORT"
+                                               "0256" +
+                                               zeros(571)));
+}
+
 TEST_F(KeyLifecycleTest, GeneratingKeepsTheFirstFiveDigitsOfTheCount) {
   struct {
     uint32_t count;

@@ -75,6 +75,14 @@ TEST_F(RetrieveKeyTest, TransactionFunctionRefusesANullRecord) {
   EXPECT_THAT(connection().events, IsEmpty());
 }
 
+TEST_F(RetrieveKeyTest, TransactionFunctionLeavesTheRecordZeroWhenNoReplyArrives) {
+  const auto session = open_session();
+  session->iStatus = 77;
+  RetrieveKey(session.get(), &record_);
+  EXPECT_EQ(session->iStatus, script::kClosed);
+  EXPECT_TRUE(record_is_zero());
+}
+
 TEST_F(RetrieveKeyTest, CutsNameAndInstanceToTheirWidths) {
   const std::string name(41, 'n'), instance(25, 'i');
   connection().replies = reply(name);

@@ -118,6 +118,8 @@ TEST(Replies, ThePolicyIsToldAsItWasGiven) {
                                                    "2024022920991231N003000000000N00000000Y" + std::string(14, ' ') +
                                                    slots);
   EXPECT_EQ(ask(server, policy_request("K1", instance)), ask(server, policy_request("K1")));
+  // Last rolled, expiration.
+  EXPECT_EQ(ask(server, retrieve("K1")).substr(77, 16), kNone + "20991231");
 }
 
 TEST(Replies, AKeyThatMayNotBeDeletedStaysUntilItIsMadeDeletable) {
