@@ -86,13 +86,24 @@ TEST_F(Templates, NoIncrementIsUsedUpWhenTheKeyCouldNotBeWrittenAnyway) {
 }
 
 TEST_F(Templates, AKeyThatWasDrawnInVainIsNamed) {
-  generate("1");
+  generate("3");
   Invocation full = invocation({"key", "next", kConstant});
   full.standard_output_path = "/dev/full";
   EXPECT_THAT(vesk(full), Ends(1, IsEmpty(),
                                StrEq("vesk: key next: cannot write to standard output: No space left on device\n"
                                      "hint: the increment is used up, but the key is not lost: vesk key get "
                                      "tape-library-01000000 --out FILE\n")));
+  // Also when its reader has gone, which is no news otherwise.
+  for (const std::vector<std::string> &arguments :
+       {std::vector<std::string>{"key", "next", kConstant}, {"key", "next", kConstant, "--out", "-"}}) {
+    Invocation gone = invocation(arguments);
+    gone.reader_of_output_is_gone = true;
+    EXPECT_THAT(
+        vesk(gone),
+        Ends(1, IsEmpty(),
+             AllOf(StartsWith("vesk: key next: the reader of standard output has gone away\nhint: the increment"),
+                   HasSubstr(": vesk key get tape-library-0100000"))));
+  }
 }
 
 TEST_F(Templates, TheNextIncrementIsSetInEitherBase) {
