@@ -237,6 +237,9 @@ TEST(Replies, ATemplateHasOneForm) {
   EXPECT_EQ(ask(server, next_key("06H15", "B16")), "0000820030207");
   EXPECT_EQ(ask(server, "000471121" + kConstant + "0515"), "0000811210301");
   EXPECT_EQ(ask(server, "000481125Y" + kConstant + "0615"), "0000811250301");
+  EXPECT_EQ(ask(server, "000871159" + kConstant + "0614" + padded("000000", 40)), "0000811590301");
+  for (const std::string constant : {"CONSTANT_00001", "CONSTANT_0000015", "CONSTANT_00001 ", "CONSTANT_00001\xe9"})
+    EXPECT_EQ(ask(server, "000471121" + padded(constant, 39) + "0615"), "0000811210301") << constant;
 }
 
 TEST(Replies, GenerationWantsAModeAndACount) {
