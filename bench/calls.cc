@@ -10,7 +10,6 @@
 #include <list>
 #include <memory>
 #include <numeric>
-#include <ranges>
 #include <thread>
 
 namespace bench {
@@ -105,7 +104,7 @@ void measure_side_by_side(const std::vector<Side> &sides, int threads) {
   for (const Side &side : sides) crowds.emplace_back(side.callers, threads);
   for (int i = 0; i < kTurns; ++i) {
     for (Crowd &crowd : crowds) crowd.run_for(kSlice);
-    for (Crowd &crowd : crowds | std::views::reverse) crowd.run_for(kSlice);
+    for (auto crowd = crowds.rbegin(); crowd != crowds.rend(); ++crowd) crowd->run_for(kSlice);
   }
   auto crowd = crowds.begin();
   for (const Side &side : sides) (crowd++)->add_to(side.figures);
