@@ -112,19 +112,13 @@ TEST(Replies, APolicyThatTheServerCannotKeepIsRefused) {
     const char *code;
   };
   const Case cases[] = {
-      {{.size = "0128"}, "0206"},
-      {{.size = "256 "}, "0206"},
-      {{.size = "0512"}, "0206"},
-      {{.activation = "20260230"}, "0208"},
-      {{.activation = "2026 101"}, "0208"},
-      {{.expiration = "20261301"}, "0208"},
-      {{.expiration = "        "}, "0208"},
-      {{.rollover = "Y"}, "0208"},
-      {{.days = "00x0"}, "0208"},
-      {{.days = "   1"}, "0208"},
-      {{.deletable = "y"}, "0208"},
-      {{.deletable = " "}, "0208"},
-      {{.mirror = "M"}, "0208"},
+      {{.size = "0128"}, "0206"},           {{.size = "256 "}, "0206"},
+      {{.size = "0512"}, "0206"},           {{.activation = "20260230"}, "0208"},
+      {{.activation = "2026 101"}, "0208"}, {{.expiration = "20261301"}, "0208"},
+      {{.expiration = "        "}, "0208"}, {{.rollover = "Y"}, "0208"},
+      {{.days = "00x0"}, "0208"},           {{.days = "   1"}, "0208"},
+      {{.days = "1   "}, "0208"},           {{.deletable = "y"}, "0208"},
+      {{.deletable = " "}, "0208"},         {{.mirror = "M"}, "0208"},
   };
   for (const Case &row : cases) {
     EXPECT_EQ(ask(server, create("K1", row.policy)), "000081001" + std::string(row.code)) << row.policy.text();
@@ -155,6 +149,19 @@ TEST(Replies, AGeneratedKeyHasThePolicyOfItsBatch) {
   EXPECT_EQ(reply.substr(77, 23), "00000000209912310256BIN");
   const std::string name = "CONSTANT_000015000000";
   EXPECT_EQ(ask(server, policy_request(name)), told(name, reply.substr(53, 24), kSomePolicy, date));
+}
+
+TEST(Replies, DatesThatNoRequestSetsAreToldFromTheStore) {
+  TestServer server;
+  ASSERT_EQ(ask(server, generation("00001", "I")), "0000811170000");
+  Database(store_address(server.directory()))
+      .execute(
+          "UPDATE keys SET creation_date = '20240101', last_rollover_date = '20250102', revoked_date = '20250304', "
+          "size_bits = 128");
+  EXPECT_EQ(ask(server, next_key()).substr(77, 20), "20250102000000000128");
+  EXPECT_EQ(ask(server, retrieve("CONSTANT_000015000000")).substr(77, 20), "20250102000000000128");
+  EXPECT_EQ(ask(server, policy_request("CONSTANT_000015000000")).substr(77, 52),
+            "Y0128202401010000000000000000N000020250102Y20250304N");
 }
 
 TEST(Replies, AKeyHasInstancesOfWhichOneIsCurrent) {
