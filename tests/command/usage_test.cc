@@ -139,6 +139,30 @@ TEST_F(Usage, WhatCannotBeMeantIsRefusedAndNamed) {
   }
 }
 
+TEST_F(Usage, EveryCommandMeasuresTheNameThatItIsGiven) {
+  const std::string short_constant = "fourteen-bytes";
+  const std::vector<std::vector<std::string>> of_keys = {{"key", "create", kFortyOne},
+                                                         {"key", "get", kFortyOne},
+                                                         {"key", "policy", kFortyOne},
+                                                         {"key", "make-deletable", kFortyOne},
+                                                         {"key", "delete", "K1", kFortyOne},
+                                                         {"metadata", "get", kFortyOne},
+                                                         {"metadata", "set", kFortyOne, "--md", "1=tape"}};
+  for (const std::vector<std::string> &command : of_keys) {
+    EXPECT_THAT(vesk(command), Ends(2, IsEmpty(), HasSubstr(" is 41 bytes long; at most 40 are allowed\n")))
+        << command[1];
+  }
+  const std::vector<std::vector<std::string>> of_templates = {{"key", "next", short_constant},
+                                                              {"template", "generate", short_constant, "--count", "1"},
+                                                              {"template", "depth", short_constant},
+                                                              {"template", "set-next", short_constant, "1"},
+                                                              {"template", "remove", short_constant}};
+  for (const std::vector<std::string> &command : of_templates) {
+    EXPECT_THAT(vesk(command), Ends(2, IsEmpty(), HasSubstr(" is 14 bytes long; it must have exactly 15\n")))
+        << command[1];
+  }
+}
+
 // Just inside every limit: the next thing that is wrong is that nothing answers, or that there are no certificates.
 TEST_F(Usage, WhatJustFitsIsNotRefused) {
   const std::vector<Case> cases = {
