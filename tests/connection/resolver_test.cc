@@ -181,6 +181,12 @@ TEST(Resolver, ACompleteName) {
   EXPECT_EQ("localhost", seen);
 }
 
+TEST(Resolver, ANameThatIsTooLongForTls) {
+  TlsServer server(echo(world().settings()));
+  played = {0, {"127.0.0.1"}};
+  EXPECT_STATUS(CONN_ERR_TLS_SETUP, status_of_name(std::string(256, 'a').c_str(), server.port()));
+}
+
 // The process's handlers never run on a thread that it knows nothing of.
 TEST(Resolver, ALookupTakesNoSignals) {
   played = {EAI_NONAME, {}};
