@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "orn/support/descriptor.h"
 #include "vesk/failure.h"
 #include "vesk/text.h"
 
@@ -17,23 +18,6 @@ namespace {
 
 // A line of the library's file: the name at its full width and a line end.
 constexpr std::size_t kNameBytes = 40;
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  Descriptor(Descriptor &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  Descriptor &operator=(Descriptor &&) = delete;
-  Descriptor(const Descriptor &) = delete;
-  Descriptor &operator=(const Descriptor &) = delete;
-  ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  int get() const { return descriptor_; }
-  int release() { return std::exchange(descriptor_, -1); }
-
- private:
-  int descriptor_;
-};
 
 Failure no_pipe() {
   return Failure(ExitCode::kOther, fmt::format("cannot make a pipe: {}", std::generic_category().message(errno)));
@@ -44,20 +28,20 @@ Failure no_pipe() {
 NameStream::NameStream(const Connection &connection, const std::string &prefix) : connection_(connection) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) throw no_pipe();
-  Descriptor from(ends[0]);
-  Descriptor to(ends[1]);
-  names_.reset(fdopen(from.get(), "r"));
+  orn::Descriptor from(ends[0]);
+  orn::Descriptor to(ends[1]);
+  names_.reset(fdopen(from.number(), "r"));
   if (!names_) throw no_pipe();
   from.release();
   // The library opens the pipe by its name; when the thread has closed this end as well, the names are at their end.
   call_ = std::jthread([this, prefix, to = std::move(to)]() mutable {
-    const std::string path = fmt::format("/dev/fd/{}", to.get());
+    const std::string path = fmt::format("/dev/fd/{}", to.number());
     try {
       connection_.run({}, qRetrieveKeyNameListFiltered, path.c_str(), prefix.c_str(), &highest_sequence_);
     } catch (const Failure &) {
       failure_ = std::current_exception();
     }
-    const Descriptor closed(std::move(to));
+    const orn::Descriptor closed(std::move(to));
   });
 }
 

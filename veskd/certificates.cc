@@ -13,6 +13,7 @@
 
 #include "veskd/errors.h"
 #include "veskd/files.h"
+#include "veskd/key_pairs.h"
 
 namespace veskd {
 namespace {
@@ -94,11 +95,6 @@ std::string content_of(BIO *bio) {
   return std::string(bytes, static_cast<std::size_t>(length));
 }
 
-// An encrypted key is refused, not asked about on a terminal that may not be there.
-int no_passphrase(char *, int, int, void *) {
-  return -1;
-}
-
 }  // namespace
 
 Identity make_authority(const std::string &common_name, Days validity) {
@@ -152,7 +148,7 @@ WipedText private_key_pem(EVP_PKEY *key) {
 CertificatePtr read_certificate(const std::filesystem::path &path) {
   const std::string text = read_file(path);
   const BioPtr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-  CertificatePtr certificate(PEM_read_bio_X509(bio.get(), nullptr, no_passphrase, nullptr));
+  CertificatePtr certificate(PEM_read_bio_X509(bio.get(), nullptr, refuse_passphrase, nullptr));
   require_openssl(certificate != nullptr, fmt::format("{} holds no PEM certificate", path.string()));
   return certificate;
 }
@@ -162,7 +158,7 @@ Identity read_identity(const std::filesystem::path &certificate, const std::file
   const WipedText key_text(read_file(key));
   const BioPtr key_bio(BIO_new_mem_buf(key_text.text().data(), static_cast<int>(key_text.text().size())));
   Identity identity{read_certificate(certificate),
-                    PrivateKeyPtr(PEM_read_bio_PrivateKey(key_bio.get(), nullptr, no_passphrase, nullptr))};
+                    PrivateKeyPtr(PEM_read_bio_PrivateKey(key_bio.get(), nullptr, refuse_passphrase, nullptr))};
   require_openssl(identity.key != nullptr, fmt::format("{} holds no PEM private key", key.string()));
   if (X509_check_private_key(identity.certificate.get(), identity.key.get()) != 1)
     throw StartError(fmt::format("the key {} does not belong to the certificate {}: remove both, and new ones are made",

@@ -83,16 +83,10 @@ CertificatePtr parse_pem_certificate(std::string_view bytes) {
   return parse_der_certificate(block.data());
 }
 
-// Called for the passphrase of an encrypted key.
-int note_encryption(char *, int, int, void *encrypted) {
-  *static_cast<bool *>(encrypted) = true;
-  return -1;
-}
-
 PrivateKeyPtr parse_pem_private_key(std::string_view bytes, bool &encrypted) {
   const BioPtr bio = reader_of(bytes);
   if (!bio) return nullptr;
-  return PrivateKeyPtr(PEM_read_bio_PrivateKey(bio.get(), nullptr, note_encryption, &encrypted));
+  return PrivateKeyPtr(PEM_read_bio_PrivateKey(bio.get(), nullptr, refuse_passphrase, &encrypted));
 }
 
 bool is_encrypted_der(std::string_view bytes) {
@@ -115,6 +109,11 @@ bool is_consistent(EVP_PKEY *key) {
 }
 
 }  // namespace
+
+int refuse_passphrase(char *, int, int, void *was_asked) {
+  if (was_asked != nullptr) *static_cast<bool *>(was_asked) = true;
+  return -1;
+}
 
 CertificatePtr parse_certificate(std::string_view bytes) {
   const ErrorsForgotten forgotten;

@@ -42,4 +42,8 @@ bool is_wrapping_key(const EVP_PKEY *key);
 // Whether the two belong to the same key pair.
 bool is_same_pair(const EVP_PKEY *one, const EVP_PKEY *other);
 
+// For OpenSSL to call when something is encrypted. Nobody is asked for a passphrase, on a terminal that may not be
+// there; the bool that it was given, if any, becomes true.
+int refuse_passphrase(char *, int, int, void *was_asked);
+
 }  // namespace veskd

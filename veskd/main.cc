@@ -2,11 +2,13 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "veskd/client_context.h"
@@ -124,15 +126,24 @@ std::string check_host_name(const std::string &name) {
   return "'" + name + "' is no host name or address";
 }
 
+std::string check_port(const std::string &text) {
+  constexpr unsigned kMostPort = 65535;
+  unsigned port = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  if (error == std::errc() && end == text.data() + text.size() && port <= kMostPort) return {};
+  return "'" + text + "' is no port: a number up to 65535, or 0 for a free one";
+}
+
 void add_dev_options(CLI::App &dev, DevOptions &options) {
   dev.add_option("--dir", options.directory, "directory of certificates, master key and store")->required();
-  dev.add_option("--port", options.port, "port to listen on; a free one if not given");
+  dev.add_option("--port", options.port, "port to listen on; a free one if not given")->check(check_port);
   dev.add_option("--host-name", options.host_names, "further host name or address for the server's certificate")
       ->check(check_host_name);
   dev.add_option("--authority-from", options.authority_from,
                  "directory of another server whose authority this one shares, so that they can be mirrors");
   dev.add_option("--sensor-file", options.sensor_file, "file of sensor readings in place of the machine's own");
-  dev.add_option("--watch-port", options.watch_port, "port to watch the server at; 0: a free one; none if not given");
+  dev.add_option("--watch-port", options.watch_port, "port to watch the server at; 0: a free one; none if not given")
+      ->check(check_port);
   dev.add_option("--store", options.store,
                  "where the keys are kept: a file, or postgresql://… for a database that other servers may share; "
                  "store.db in the directory if not given");
@@ -146,6 +157,17 @@ void add_dev_options(CLI::App &dev, DevOptions &options) {
 void add_serve_options(CLI::App &serve, ServeOptions &options) {
   serve.add_option("--config", options.configuration, "the configuration file")->required();
   serve.add_flag("--check", options.check, "say what is wrong with the configuration, or that it is valid, and end");
+}
+
+// A word that is no subcommand would pass for none given.
+int end_with(const CLI::App &app, const CLI::ParseError &error) {
+  const std::vector<std::string> unknown = app.remaining();
+  const bool is_unknown = app.get_subcommands().empty() && !unknown.empty();
+  if (is_unknown && error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError)) {
+    std::cerr << "'" << unknown.front() << "' is no subcommand\nRun with --help for more information." << std::endl;
+    return kUsageError;
+  }
+  return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
 }
 
 }  // namespace
@@ -169,7 +191,7 @@ int main(int argc, char **argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
+    return end_with(app, error);
   } catch (const veskd::ConfigurationError &error) {
     std::cerr << error.what() << std::endl;
     return EXIT_FAILURE;

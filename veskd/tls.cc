@@ -4,6 +4,7 @@
 #include <openssl/ssl.h>
 
 #include "veskd/errors.h"
+#include "veskd/key_pairs.h"
 
 namespace veskd {
 namespace {
@@ -26,11 +27,25 @@ void set_versions_and_ciphers(SSL_CTX *tls) {
                   kFailed);
 }
 
+void load_key(SSL_CTX *tls, const std::filesystem::path &path) {
+  bool is_encrypted = false;
+  SSL_CTX_set_default_passwd_cb_userdata(tls, &is_encrypted);
+  const int result = SSL_CTX_use_PrivateKey_file(tls, path.c_str(), SSL_FILETYPE_PEM);
+  SSL_CTX_set_default_passwd_cb_userdata(tls, nullptr);
+  if (is_encrypted) {
+    openssl_error();
+    throw FileError(path, fmt::format("cannot use the server key {}: it is encrypted, and nobody is asked for its "
+                                      "passphrase: type  openssl pkey -in {} -out NEW-FILE",
+                                      path.string(), path.string()));
+  }
+  check_file(result, "server key", path);
+}
+
 void load_files(SSL_CTX *tls, const TlsFiles &files) {
+  SSL_CTX_set_default_passwd_cb(tls, refuse_passphrase);
   check_file(SSL_CTX_use_certificate_chain_file(tls, files.certificate_chain.c_str()), "server certificate",
              files.certificate_chain);
-  check_file(SSL_CTX_use_PrivateKey_file(tls, files.private_key.c_str(), SSL_FILETYPE_PEM), "server key",
-             files.private_key);
+  load_key(tls, files.private_key);
   check_file(SSL_CTX_load_verify_file(tls, files.authority.c_str()), "trusted authority", files.authority);
   SSL_CTX_set_verify_depth(tls, kMaxChainDepth);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -65,7 +66,11 @@ Connection *Connection::of(const SSL *ssl) {
 }
 
 Connection::~Connection() {
-  hand_in_tickets();
+  try {
+    hand_in_tickets();
+  } catch (const std::bad_alloc &) {
+    // Without memory the next handshake is a full one.
+  }
   if (!is_established_ || broken_ != 0) return;
   // Says good-bye if that needs no waiting.
   channel_.set_deadline(Deadline::in_seconds(0));

@@ -13,6 +13,10 @@ constexpr int kSecurityLevel = 2;
 constexpr const char *kTls12Ciphers = "ECDHE+AESGCM:ECDHE+CHACHA20:DHE+AESGCM:DHE+CHACHA20";
 // The cheapest first: it is the one whose share a client offers.
 constexpr const char *kGroups = "X25519:P-256:P-384:X448:P-521";
+// Those that OpenSSL takes by itself, with digests of 256 bits at least.
+constexpr const char *kSignatures =
+    "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512:ed25519:ed448:RSA-PSS+SHA256:RSA-PSS+SHA384:RSA-PSS+SHA512:"
+    "rsa_pss_pss_sha256:rsa_pss_pss_sha384:rsa_pss_pss_sha512:RSA+SHA256:RSA+SHA384:RSA+SHA512";
 constexpr const char *kTls13Ciphers = "TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305_SHA256:TLS_AES_128_GCM_SHA256";
 
 // Everything is stated: a new context may already carry settings of OpenSSL's configuration file.
@@ -31,8 +35,9 @@ bool set_protocol(SSL_CTX *context) {
   SSL_CTX_set_read_ahead(context, 1);
   return SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) == 1 &&
          SSL_CTX_set_max_proto_version(context, TLS1_3_VERSION) == 1 &&
-         SSL_CTX_set1_groups_list(context, kGroups) == 1 && SSL_CTX_set_cipher_list(context, kTls12Ciphers) == 1 &&
-         SSL_CTX_set_ciphersuites(context, kTls13Ciphers) == 1;
+         SSL_CTX_set1_groups_list(context, kGroups) == 1 && SSL_CTX_set1_sigalgs_list(context, kSignatures) == 1 &&
+         SSL_CTX_set1_client_sigalgs_list(context, kSignatures) == 1 &&
+         SSL_CTX_set_cipher_list(context, kTls12Ciphers) == 1 && SSL_CTX_set_ciphersuites(context, kTls13Ciphers) == 1;
 }
 
 bool set_authorities(SSL_CTX *context, const std::vector<X509Ptr> &authorities) {

@@ -5,19 +5,24 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 
-#include "orn/support/socket.h"
+#include "orn/support/descriptor.h"
 
 namespace orn {
 namespace {
 
+std::int64_t nanoseconds_of(const timespec &time) {
+  return (std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec)).count();
+}
+
 // By which file times advance.
-std::chrono::nanoseconds file_time_tick() {
+std::int64_t file_time_tick() {
   timespec tick{};
   clock_getres(CLOCK_REALTIME_COARSE, &tick);
-  return std::chrono::seconds(tick.tv_sec) + std::chrono::nanoseconds(tick.tv_nsec);
+  return nanoseconds_of(tick);
 }
 
 }  // namespace
@@ -29,12 +34,11 @@ std::optional<FileIdentity> FileIdentity::of(const char *path) {
 }
 
 FileIdentity FileIdentity::of(const struct stat &about) {
-  const auto modified = std::chrono::seconds(about.st_mtim.tv_sec) + std::chrono::nanoseconds(about.st_mtim.tv_nsec);
-  return {about.st_dev, about.st_ino, about.st_size, modified.count()};
+  return {about.st_dev, about.st_ino, about.st_size, nanoseconds_of(about.st_mtim), nanoseconds_of(about.st_ctim)};
 }
 
 bool FileIdentity::is_settled(std::chrono::system_clock::time_point moment) const {
-  return std::chrono::nanoseconds(moment.time_since_epoch()).count() - modified >= file_time_tick().count();
+  return std::chrono::nanoseconds(moment.time_since_epoch()).count() - std::max(modified, changed) >= file_time_tick();
 }
 
 FileBytes::~FileBytes() {

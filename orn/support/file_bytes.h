@@ -16,12 +16,13 @@ struct stat;
 
 namespace orn {
 
-// What tells one version of a file from another.
+// What tells one version of a file from another. Times are in nanoseconds since 1970.
 struct FileIdentity {
   dev_t device = 0;
   ino_t inode = 0;
   off_t size = 0;
-  std::int64_t modified = 0;  // nanoseconds since 1970
+  std::int64_t modified = 0;  // its contents; whoever writes a file may set it back
+  std::int64_t changed = 0;   // anything of it, its permissions too; nobody sets it
 
   // Nothing if there is no such file.
   static std::optional<FileIdentity> of(const char *path);

@@ -13,7 +13,6 @@
 #include <memory>
 #include <mutex>
 
-#include "orn/support/socket.h"
 #include "orn/support/tracing.h"
 
 namespace orn {

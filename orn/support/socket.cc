@@ -40,6 +40,15 @@ int finish_connecting(int descriptor, Deadline deadline) {
   return error;
 }
 
+// EADDRNOTAVAIL tells that local ports have run out, or that the machine has no address of its own to come from, as one
+// without IPv6. A datagram socket, which sends nothing for it, wants an address alike and none of those ports.
+int error_of_connecting(const Address &address, int error) {
+  if (error != EADDRNOTAVAIL) return error;
+  const Descriptor probe(socket(address.family(), SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+  const bool has_way = !probe || connect(probe.number(), address.get(), address.length) == 0 || errno != EADDRNOTAVAIL;
+  return has_way ? error : ENETUNREACH;
+}
+
 // Returns 0 or an errno value.
 int connect_to_one(const Address &address, Deadline deadline, Socket &made) {
   if (deadline.passed()) return ETIMEDOUT;
@@ -52,7 +61,7 @@ int connect_to_one(const Address &address, Deadline deadline, Socket &made) {
   if (!made.sending.limit(number, deadline.left())) return errno;
   // Interrupted, or at the end of its slice of time, it goes on by itself.
   if (connect(number, address.get(), address.length) < 0) {
-    if (errno != EINPROGRESS && errno != EINTR && errno != EAGAIN) return errno;
+    if (errno != EINPROGRESS && errno != EINTR && errno != EAGAIN) return error_of_connecting(address, errno);
     if (int error = finish_connecting(number, deadline)) return error;
   }
   return is_connected_to_itself(number, address) ? ECONNREFUSED : 0;
@@ -116,7 +125,6 @@ int connect_to(const std::vector<Address> &addresses, Deadline deadline, std::un
     // A host without IPv6 cannot reach the IPv6 addresses of a name: what the other addresses said counts more.
     int last = status_of_errno(error);
     if (last != CONN_ERR_UNREACHABLE) status = last;
-    if (last == CONN_ERR_RESOURCES) break;
   }
   return status;
 }

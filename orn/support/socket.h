@@ -3,39 +3,15 @@
 #define ORN_SUPPORT_SOCKET_H
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include "orn/support/deadline.h"
+#include "orn/support/descriptor.h"
 #include "orn/support/resolver.h"
 
 namespace orn {
-
-// Owns a file descriptor, of which 0 is one like any other.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor &operator=(Descriptor &&other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  Descriptor(const Descriptor &) = delete;
-  Descriptor &operator=(const Descriptor &) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-
-  int number() const { return number_; }
-  explicit operator bool() const { return number_ >= 0; }
-
- private:
-  int number_ = -1;
-};
 
 // The socket's own time-out of a blocking call. Setting it costs a system call, so a wait is cut into slices that are
 // begun again until the deadline, and only a slice at the very end needs another setting.

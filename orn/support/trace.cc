@@ -1,6 +1,7 @@
 // The trace's destination and its lines.
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,6 +49,33 @@ void switch_to(const Destination &next) {
   destination = next;
   trace_is_on.store(next.stream || next.descriptor >= 0 || next.callback, std::memory_order_relaxed);
 }
+
+// Whoever reads the trace may have gone. The signal that a write then raises stays here; one that was pending before
+// stays pending.
+class NoBrokenPipe {
+ public:
+  NoBrokenPipe() {
+    sigset_t pending;
+    sigpending(&pending);
+    was_pending_ = sigismember(&pending, SIGPIPE) == 1;
+    sigemptyset(&broken_pipe_);
+    sigaddset(&broken_pipe_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &broken_pipe_, &before_);
+  }
+  NoBrokenPipe(const NoBrokenPipe &) = delete;
+  NoBrokenPipe &operator=(const NoBrokenPipe &) = delete;
+  ~NoBrokenPipe() {
+    const timespec at_once{};
+    while (!was_pending_ && sigtimedwait(&broken_pipe_, nullptr, &at_once) < 0 && errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+
+ private:
+  sigset_t broken_pipe_;
+  sigset_t before_;
+  bool was_pending_;
+};
 
 void write_all(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -114,13 +142,13 @@ void write_trace(const char *path, int line, const std::string &message) {
   lines += message;
   lines += '\n';
   std::lock_guard lock(destination_mutex);
+  if (destination.callback) return call_back_by_line(destination, lines);
+  const NoBrokenPipe none;
   if (destination.stream) {
     std::fwrite(lines.data(), 1, lines.size(), destination.stream);
     std::fflush(destination.stream);
   } else if (destination.descriptor >= 0) {
     write_all(destination.descriptor, lines);
-  } else if (destination.callback) {
-    call_back_by_line(destination, lines);
   }
 }
 

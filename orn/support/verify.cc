@@ -11,14 +11,15 @@ struct OpensslStringFree {
   void operator()(char *text) const { OPENSSL_free(text); }
 };
 
-std::string wanted_name(X509_STORE_CTX *store) {
+void trace_names(X509_STORE_CTX *store, const CertificateInfo &info) {
   X509_VERIFY_PARAM *settings = X509_STORE_CTX_get0_param(store);
-  if (const char *name = X509_VERIFY_PARAM_get0_host(settings, 0)) return name;
-  std::unique_ptr<char, OpensslStringFree> address(X509_VERIFY_PARAM_get1_ip_asc(settings));
-  return address ? address.get() : "";
+  const char *name = X509_VERIFY_PARAM_get0_host(settings, 0);
+  const std::unique_ptr<char, OpensslStringFree> address(name ? nullptr : X509_VERIFY_PARAM_get1_ip_asc(settings));
+  ORN_TRACE("wanted <%s>, the certificate is for <%s>", name ? name : address ? address.get() : "", info.names);
 }
 
-// OpenSSL calls this for every certificate; it only tells what was wrong and changes no verdict.
+// OpenSSL calls this for every certificate; it only tells what was wrong and changes no verdict. Nothing here throws,
+// which would end in OpenSSL.
 int trace_verdict(int accepted, X509_STORE_CTX *store) {
   if (accepted || !trace_is_on.load(std::memory_order_relaxed)) return accepted;
   int error = X509_STORE_CTX_get_error(store);
@@ -29,7 +30,7 @@ int trace_verdict(int accepted, X509_STORE_CTX *store) {
   ORN_TRACE("certificate <%s> of <%s>, valid from %s until %s, %s", info.subject, info.issuer, info.notBefore,
             info.notAfter, info.key);
   if (error == X509_V_ERR_HOSTNAME_MISMATCH || error == X509_V_ERR_IP_ADDRESS_MISMATCH) {
-    ORN_TRACE("wanted <%s>, the certificate is for <%s>", wanted_name(store).c_str(), info.names);
+    trace_names(store, info);
   }
   return accepted;
 }

@@ -6,9 +6,11 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 namespace tests {
 namespace {
@@ -31,6 +33,12 @@ void set_serial(X509 *certificate) {
   std::uint64_t number = 0;
   RAND_bytes(reinterpret_cast<unsigned char *>(&number), sizeof number);
   ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), number >> 1);
+}
+
+std::chrono::nanoseconds file_time_tick() {
+  timespec tick{};
+  clock_getres(CLOCK_REALTIME_COARSE, &tick);
+  return std::chrono::seconds(tick.tv_sec) + std::chrono::nanoseconds(tick.tv_nsec);
 }
 
 std::string written(const orn::BioPtr &bio) {
@@ -62,7 +70,7 @@ Identity issue(const CertificateSpec &spec, const Identity *issuer) {
   add_extension(certificate, issuer, NID_basic_constraints, spec.basic_constraints);
   add_extension(certificate, issuer, NID_ext_key_usage, spec.extended_key_usage);
   add_extension(certificate, issuer, NID_subject_alt_name, spec.alternative_names);
-  require(X509_sign(certificate, issuer ? issuer->key.get() : made.key.get(), EVP_sha256()) > 0, "signature");
+  require(X509_sign(certificate, issuer ? issuer->key.get() : made.key.get(), spec.digest()) > 0, "signature");
   return made;
 }
 
@@ -111,6 +119,7 @@ std::string TemporaryFolder::write(const std::string &name, const std::string &c
 std::string TemporaryFolder::write_old(const std::string &name, const std::string &contents) const {
   std::string path = write(name, contents);
   std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) - std::chrono::hours(1));
+  std::this_thread::sleep_for(2 * file_time_tick());
   return path;
 }
 

@@ -25,6 +25,7 @@ struct CertificateSpec {
   int last_day = 30;
   long last_second = 0;  // of the last day, from now
   int rsa_bits = 0;      // 0: an EC key on P-256
+  const EVP_MD *(*digest)() = EVP_sha256;
 };
 
 orn::KeyPtr make_key(int rsa_bits = 0);
@@ -49,6 +50,7 @@ class TemporaryFolder {
   std::string path(const std::string &name) const { return (folder_ / name).string(); }
   std::string write(const std::string &name, const std::string &contents) const;
   // The same, and the file is as old as one that nobody touches: one that was just written is read at every call.
+  // Waits until its last change is past.
   std::string write_old(const std::string &name, const std::string &contents) const;
 
  private:

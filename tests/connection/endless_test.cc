@@ -1,8 +1,57 @@
-// Servers that send slowly, or without end.
+// Servers that send slowly or without end, or do not read.
 #include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
 
 #include "orn/vesk.h"
 #include "tests/connection/client.h"
+
+namespace tests {
+namespace {
+
+// The monotonic clock is the system's, but for the time that a FastClock lives: then a minute passes in two seconds.
+constexpr int kSpeed = 30;
+std::atomic<std::int64_t> ahead{0};
+std::atomic<std::int64_t> fast_since{0};
+
+std::int64_t system_time() {
+  timespec time{};
+  syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &time);
+  return std::chrono::nanoseconds(std::chrono::seconds(time.tv_sec)).count() + time.tv_nsec;
+}
+
+std::int64_t time_ahead(std::int64_t now) {
+  const std::int64_t since = fast_since;
+  return ahead + (since == 0 ? 0 : (now - since) * (kSpeed - 1));
+}
+
+class FastClock {
+ public:
+  FastClock() { fast_since = system_time(); }
+  FastClock(const FastClock &) = delete;
+  FastClock &operator=(const FastClock &) = delete;
+  // What it is ahead by stays: it never goes back.
+  ~FastClock() {
+    ahead = time_ahead(system_time());
+    fast_since = 0;
+  }
+};
+
+}  // namespace
+}  // namespace tests
+
+extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept {
+  if (clock != CLOCK_MONOTONIC) return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+  const std::int64_t now = tests::system_time();
+  const std::chrono::nanoseconds played(now + tests::time_ahead(now));
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(played);
+  *time = {.tv_sec = seconds.count(), .tv_nsec = (played - seconds).count()};
+  return 0;
+}
 
 namespace tests {
 namespace {
@@ -28,6 +77,23 @@ TEST(SlowServer, DoesNotProlongARead) {
   EXPECT_GE(watch.seconds(), 1.0);
   EXPECT_LT(watch.seconds(), 5.0);
   EXPECT_FALSE(client.received().empty());
+}
+
+TEST(DeafServer, HoldsAWriteForAMinuteAndNoLonger) {
+  const TlsServer server(with_tls([](Line &line) {
+    pollfd client = {.fd = line.descriptor(), .events = POLLRDHUP, .revents = 0};
+    poll(&client, 1, -1);
+  }));
+  Client client;
+  ASSERT_STATUS(0, world().connect(client, server));
+  const FastClock clock;
+  const Stopwatch watch;
+  // More than both ends hold.
+  EXPECT_STATUS(CONN_ERR_WRITE_TIMED_OUT, client.write(std::string(50'000'000, 'x')));
+  EXPECT_GE(watch.seconds(), 60.0);
+  EXPECT_LT(watch.seconds(), 600.0);
+  EXPECT_STATUS(CONN_ERR_WRITE_TIMED_OUT, client.write("more"));
+  EXPECT_STATUS(CONN_ERR_WRITE_TIMED_OUT, client.read(1));
 }
 
 // The call reads what was declared and goes, although the line is full of more.

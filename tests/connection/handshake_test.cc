@@ -1,11 +1,9 @@
 // The way to an established connection, and every place where it can end.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
-#include <sys/time.h>
-
-#include <csignal>
 
 #include "tests/connection/client.h"
+#include "tests/connection/signal_storm.h"
 
 namespace tests {
 namespace {
@@ -159,6 +157,13 @@ TEST(Endpoint, APortWhereNobodyListensRefuses) {
   EXPECT_STATUS(CONN_ERR_REFUSED, client.connect(w.authority_file, w.chain_file, w.key_file, "localhost", port));
 }
 
+TEST(Endpoint, AnAddressThatNobodyCanConnectToIsUnreachable) {
+  Client client;
+  const World &w = world();
+  // A group of hosts.
+  EXPECT_STATUS(CONN_ERR_UNREACHABLE, client.connect(w.authority_file, w.chain_file, w.key_file, "224.0.0.1", "1"));
+}
+
 TEST(Endpoint, PortsAreFrom1To65535InDecimalDigits) {
   Client client;
   const World &w = world();
@@ -195,31 +200,6 @@ TEST(Endpoint, ATimeOutOfZeroIsOverAtOnce) {
     EXPECT_LT(watch.seconds(), 1.0);
   }
 }
-
-// Interrupts every system call of the process some hundred times a second.
-class SignalStorm {
- public:
-  SignalStorm() {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGALRM, &action, &before_);
-    set_timer(3000);
-  }
-  SignalStorm(const SignalStorm &) = delete;
-  SignalStorm &operator=(const SignalStorm &) = delete;
-  ~SignalStorm() {
-    set_timer(0);
-    sigaction(SIGALRM, &before_, nullptr);
-  }
-
- private:
-  static void set_timer(int microseconds) {
-    itimerval timer{.it_interval = {0, microseconds}, .it_value = {0, microseconds}};
-    setitimer(ITIMER_REAL, &timer, nullptr);
-  }
-
-  struct sigaction before_ {};
-};
 
 TEST(Signals, NeitherShortenNorLengthenATimeOut) {
   TlsServer silent([](Line &line) { line.wait_for_end(); });

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include "orn/support/channel.h"
+#include "orn/support/file_bytes.h"
 #include "orn/support/sessions.h"
 
 namespace orn {
@@ -71,6 +72,23 @@ TEST(Sessions, AreNotKeptDuringAPause) {
   sessions.pause("a 1");
   keep(sessions, "a 1", 3, kSoon);
   EXPECT_EQ(0, num_kept(sessions, "a 1"));
+}
+
+TEST(Files, AreSettledWhenTheirLastChangeIsPast) {
+  const auto now = std::chrono::system_clock::now();
+  const auto nanoseconds_since_1970 = [](auto moment) {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(moment.time_since_epoch()).count();
+  };
+  const std::int64_t just_now = nanoseconds_since_1970(now);
+  const std::int64_t long_ago = nanoseconds_since_1970(now - std::chrono::seconds(1));
+  FileIdentity file;
+  file.modified = file.changed = long_ago;
+  EXPECT_TRUE(file.is_settled(now));
+  file.changed = just_now;
+  EXPECT_FALSE(file.is_settled(now));
+  file.changed = long_ago;
+  file.modified = just_now;
+  EXPECT_FALSE(file.is_settled(now));
 }
 
 bool gives_up_its_port(bool peer_needs_nothing) {

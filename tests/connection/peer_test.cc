@@ -50,7 +50,8 @@ INSTANTIATE_TEST_SUITE_P(
         PeerCase{"ForClientsOnly", CONN_ERR_PEER_PURPOSE, {.extended_key_usage = "clientAuth"}},
         // Without the extension any purpose is meant.
         PeerCase{"WithoutPurpose", 0, {.extended_key_usage = ""}},
-        PeerCase{"WeakKey", CONN_ERR_PEER_WEAK, {.rsa_bits = 1024}}, PeerCase{"RsaKey", 0, {.rsa_bits = 2048}}),
+        PeerCase{"WeakKey", CONN_ERR_PEER_WEAK, {.rsa_bits = 1024}},
+        PeerCase{"WeakSignature", CONN_ERR_PEER_WEAK, {.digest = EVP_sha1}}, PeerCase{"RsaKey", 0, {.rsa_bits = 2048}}),
     [](const auto &info) { return info.param.name; });
 
 TEST(Peer, AnIpv6AddressIsComparedWithIpEntries) {
@@ -109,6 +110,40 @@ TEST(Peer, AnExpiredIntermediateIsRefused) {
                         .last_day = -1},
                        &world().authority);
   EXPECT_STATUS(CONN_ERR_PEER_EXPIRED, world().status_against(issue({}, &old), {&old}));
+}
+
+TEST(Peer, AChainLongerThanItsAuthorityAllowsIsRefused) {
+  const CertificateSpec last = {.common_name = "last",
+                                .alternative_names = "",
+                                .extended_key_usage = "",
+                                .basic_constraints = "critical, CA:TRUE, pathlen:0"};
+  Identity issuer = issue(last, &world().authority);
+  Identity further = make_authority("Further", &issuer);
+  EXPECT_STATUS(0, world().status_against(issue({}, &issuer), {&issuer}));
+  EXPECT_STATUS(CONN_ERR_PEER_CERTIFICATE, world().status_against(issue({}, &further), {&further, &issuer}));
+}
+
+// What file 1 holds is judged like all others.
+TEST(Peer, ATrustedAuthorityThatCannotBeOneIsRefused) {
+  constexpr const char *kIsAuthority = "critical, CA:TRUE";
+  struct {
+    int status;
+    CertificateSpec spec;
+  } const kAuthorities[] = {
+      {CONN_ERR_PEER_EXPIRED,
+       {.common_name = "Old", .basic_constraints = kIsAuthority, .first_day = -10, .last_day = -1}},
+      {CONN_ERR_PEER_PURPOSE, {.common_name = "None", .basic_constraints = "critical, CA:FALSE"}},
+      {CONN_ERR_PEER_WEAK, {.common_name = "Weak", .basic_constraints = kIsAuthority, .rsa_bits = 1024}},
+  };
+  for (const auto &[status, spec] : kAuthorities) {
+    Identity authority = issue(spec, nullptr);
+    Identity shown = issue({}, &authority);
+    TemporaryFolder folder;
+    std::string file = folder.write("authority.pem", pem_of(authority.certificate.get()));
+    TlsServer server(echo({.identity = &shown}));
+    Client client;
+    EXPECT_STATUS(status, client.connect(file, world().chain_file, world().key_file, "127.0.0.1", server.port()));
+  }
 }
 
 TEST(Peer, TheEnvironmentTrustsNobody) {

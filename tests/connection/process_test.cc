@@ -162,7 +162,12 @@ void make_calls(int num_good, int num_refused) {
     ASSERT_STATUS(CONN_ERR_KEY_NOT_PEM, client.connect(w.authority_file, w.chain_file, w.chain_file, "127.0.0.1", "1"));
   }
   TlsServer server(echo(w.settings()));
-  for (int i = 0; i < num_good; ++i) ASSERT_STATUS(0, exchange(server));
+  for (int i = 0; i < num_good; ++i) {
+    ASSERT_STATUS(0, exchange(server));
+    Client client;
+    ASSERT_STATUS(CONN_ERR_PEER_NOT_TRUSTED,
+                  client.connect(w.chain_file, w.chain_file, w.key_file, "127.0.0.1", server.port()));
+  }
   TLSForgetAll();
 }
 

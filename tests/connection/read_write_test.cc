@@ -86,6 +86,7 @@ TEST_P(ReadWrite, AResetHasItsOwnStatus) {
   EXPECT_STATUS(CONN_ERR_RESET, client_.read(9));
   EXPECT_STATUS(CONN_ERR_RESET, client_.read(9));
   EXPECT_STATUS(CONN_ERR_RESET, client_.write("again"));
+  EXPECT_STATUS(0, client_.read(0));
 }
 
 TEST_P(ReadWrite, GarbageInTheMiddleBreaksTheProtocol) {
@@ -153,14 +154,25 @@ TEST_P(ReadWrite, RefusesWhatIsNoBuffer) {
   EXPECT_STATUS(CONN_ERR_ARGUMENT, TLSWrite(nullptr, &byte, 1));
 }
 
+void leave_errors() {
+  ERR_raise(ERR_LIB_SSL, SSL_R_CERTIFICATE_VERIFY_FAILED);
+  errno = EPIPE;
+}
+
 TEST_P(ReadWrite, ForeignErrorsFromBeforeDoNotMatter) {
   serve([](Line &line) {
     line.write("answer");
     line.wait_for_end();
   });
-  ERR_raise(ERR_LIB_SSL, SSL_R_CERTIFICATE_VERIFY_FAILED);
-  errno = EPIPE;
+  leave_errors();
+  EXPECT_STATUS(0, client_.write("request"));
+  leave_errors();
   EXPECT_STATUS(0, client_.read(6));
+  leave_errors();
+  client_.tear_down();
+  leave_errors();
+  TlsServer server(echo(settings()));
+  EXPECT_STATUS(0, world().connect(client_, server));
 }
 
 TEST_P(ReadWrite, TearingDownSaysGoodByeAndWaitsForNobody) {
@@ -176,6 +188,44 @@ TEST_P(ReadWrite, TearingDownSaysGoodByeAndWaitsForNobody) {
   EXPECT_LT(watch.seconds(), 0.5);
   shutdown_state.wait(0);
   EXPECT_TRUE(shutdown_state & SSL_RECEIVED_SHUTDOWN);
+}
+
+TEST_P(ReadWrite, TearingDownBeforeAllIsReadIsNoReset) {
+  std::atomic<bool> is_written{false};
+  std::atomic<int> end{1};
+  serve([&](Line &line) {
+    line.write(std::string(20'000, 'x'));
+    is_written = true;
+    is_written.notify_one();
+    line.read_some();  // the good-bye
+    char byte = 0;
+    end = static_cast<int>(recv(line.descriptor(), &byte, 1, 0));
+    end.notify_one();
+  });
+  is_written.wait(false);
+  client_.tear_down();
+  end.wait(1);
+  EXPECT_EQ(0, end);
+}
+
+// The server asks for another handshake, which it is refused; the connection goes on as it is.
+TEST(ReadWriteTls12, ARequestToRenegotiateIsInvisible) {
+  int reason = 0;
+  {
+    TlsServer server([&](Line &line) {
+      if (!line.accept_tls(settings_of(TLS1_2_VERSION))) return;
+      SSL_renegotiate(line.ssl());
+      SSL_do_handshake(line.ssl());
+      line.write("answer");
+      line.read_some();
+      reason = ERR_GET_REASON(ERR_peek_error());
+    });
+    Client client;
+    ASSERT_STATUS(0, world().connect(client, server));
+    ASSERT_STATUS(0, client.read(6));
+    EXPECT_EQ("answer", client.received());
+  }
+  EXPECT_EQ(SSL_R_NO_RENEGOTIATION, reason);
 }
 
 TEST(ReadWriteTls13, MessagesBetweenTheRecordsAreInvisible) {

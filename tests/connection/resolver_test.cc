@@ -1,10 +1,14 @@
-// Names and their addresses, with the system's name resolution played by the test.
+// Names and their addresses, with the system's name resolution played by the test, and where it can come from.
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -13,6 +17,7 @@
 #include <vector>
 
 #include "tests/connection/client.h"
+#include "tests/connection/signal_storm.h"
 
 namespace {
 
@@ -25,6 +30,7 @@ struct Lookup {
 // Held by a test for as long as lookups are to get no answer.
 std::mutex answering;
 Lookup played;
+sigset_t signals_of_lookup;  // that the thread of the last lookup blocks
 
 addrinfo *entry_of(const char *address, const char *port, addrinfo *next) {
   auto *entry = static_cast<addrinfo *>(std::calloc(1, sizeof(addrinfo) + sizeof(sockaddr_in)));
@@ -40,9 +46,39 @@ addrinfo *entry_of(const char *address, const char *port, addrinfo *next) {
   return entry;
 }
 
+// From where no socket of these kinds can connect to an address.
+struct NoWay {
+  const char *address;
+  std::vector<int> kinds;
+};
+NoWay no_way;
+
+// Has the port that is connected to be the socket's own, as it may be given to it.
+bool meets_itself = false;
+
+bool has_no_way(int socket, const sockaddr *address) {
+  in_addr wanted{};
+  if (no_way.kinds.empty() || inet_pton(AF_INET, no_way.address, &wanted) != 1) return false;
+  int kind = 0;
+  socklen_t bytes = sizeof kind;
+  getsockopt(socket, SOL_SOCKET, SO_TYPE, &kind, &bytes);
+  return reinterpret_cast<const sockaddr_in *>(address)->sin_addr.s_addr == wanted.s_addr &&
+         std::find(no_way.kinds.begin(), no_way.kinds.end(), kind) != no_way.kinds.end();
+}
+
 }  // namespace
 
+extern "C" int connect(int socket, const sockaddr *address, socklen_t bytes) {
+  if (has_no_way(socket, address)) {
+    errno = EADDRNOTAVAIL;
+    return -1;
+  }
+  if (meets_itself) bind(socket, address, bytes);
+  return static_cast<int>(syscall(SYS_connect, socket, address, bytes));
+}
+
 extern "C" int getaddrinfo(const char *, const char *port, const addrinfo *hints, addrinfo **found) {
+  pthread_sigmask(SIG_BLOCK, nullptr, &signals_of_lookup);
   if (hints->ai_flags & AI_NUMERICHOST) return EAI_NONAME;  // the tests ask for names alone
   const std::lock_guard lock(answering);
   *found = nullptr;
@@ -130,10 +166,65 @@ TEST(Resolver, ALookupThatHangsEndsAtTheTimeOut) {
   EXPECT_LT(watch.seconds(), 3.0);
 }
 
+// The dot that ends a complete name stands neither in certificates nor in what the server is told.
+TEST(Resolver, ACompleteName) {
+  std::string seen;
+  {
+    TlsServer server([&](Line &line) {
+      if (!line.accept_tls(world().settings())) return;
+      const char *name = SSL_get_servername(line.ssl(), TLSEXT_NAMETYPE_host_name);
+      seen = name ? name : "none";
+    });
+    played = {0, {"127.0.0.1"}};
+    EXPECT_STATUS(0, status_of_name("localhost.", server.port()));
+  }
+  EXPECT_EQ("localhost", seen);
+}
+
+TEST(Resolver, ANameThatIsTooLongForTls) {
+  TlsServer server(echo(world().settings()));
+  played = {0, {"127.0.0.1"}};
+  EXPECT_STATUS(CONN_ERR_TLS_SETUP, status_of_name(std::string(256, 'a').c_str(), server.port()));
+}
+
+// The process's handlers never run on a thread that it knows nothing of.
+TEST(Resolver, ALookupTakesNoSignals) {
+  played = {EAI_NONAME, {}};
+  ASSERT_STATUS(CONN_ERR_NAME_NOT_FOUND, status_of_name("no-such-host", "4433"));
+  for (const int signal : {SIGALRM, SIGCHLD, SIGINT, SIGPROF, SIGTERM, SIGUSR1})
+    EXPECT_EQ(1, sigismember(&signals_of_lookup, signal)) << signal;
+}
+
+TEST(Resolver, AWildcardStandsForAWholeLabel) {
+  struct {
+    const char *name;
+    int status;
+  } const kNames[] = {
+      {"DNS:*.keys.example", 0}, {"DNS:k*.keys.example", CONN_ERR_PEER_NAME}, {"DNS:*.example", CONN_ERR_PEER_NAME}};
+  played = {0, {"127.0.0.1"}};
+  for (const auto &[name, status] : kNames) {
+    const Identity shown = issue({.alternative_names = name}, &world().authority);
+    TlsServer server(echo({.identity = &shown}));
+    EXPECT_STATUS(status, status_of_name("kms.keys.example", server.port())) << name;
+  }
+}
+
 TEST(Resolver, EveryAddressIsTriedInTurn) {
   TlsServer server(echo(world().settings()));
   played = {0, {"127.0.0.3", "127.0.0.1"}};  // nothing listens on the first
   EXPECT_STATUS(0, status_of_name("localhost", server.port()));
+}
+
+TEST(Resolver, SignalsNeitherShortenNorLengthenAnAttempt) {
+  TlsServer server(echo(world().settings()));
+  const FullListener swallower("127.0.0.2", server.port());
+  ASSERT_TRUE(swallower.is_ready());
+  played = {0, {"127.0.0.2"}};
+  const SignalStorm storm;
+  const Stopwatch watch;
+  EXPECT_STATUS(CONN_ERR_CONNECT_TIMED_OUT, status_of_name("localhost", server.port(), 1));
+  EXPECT_GE(watch.seconds(), 1.0);
+  EXPECT_LT(watch.seconds(), 3.0);
 }
 
 TEST(Resolver, AnAddressThatSwallowsPacketsLeavesTimeForTheOthers) {
@@ -147,6 +238,39 @@ TEST(Resolver, AnAddressThatSwallowsPacketsLeavesTimeForTheOthers) {
   EXPECT_STATUS(0, status_of_name("localhost", server.port(), 4));
   EXPECT_GE(watch.seconds(), 1.0) << "the first address did not swallow";
   EXPECT_LT(watch.seconds(), 4.0);
+}
+
+// As a machine without IPv6 has none to the IPv6 addresses of a name: what the others say counts.
+TEST(Resolver, AnAddressThatTheMachineHasNoWayTo) {
+  std::string port;
+  { port = TlsServer(echo(world().settings())).port(); }
+  no_way = {"127.0.0.2", {SOCK_STREAM, SOCK_DGRAM}};
+  played = {0, {"127.0.0.2"}};
+  EXPECT_STATUS(CONN_ERR_UNREACHABLE, status_of_name("localhost", port));
+  for (const auto &addresses : {std::vector{"127.0.0.1", "127.0.0.2"}, {"127.0.0.2", "127.0.0.1"}}) {
+    played = {0, addresses};
+    EXPECT_STATUS(CONN_ERR_REFUSED, status_of_name("localhost", port));
+  }
+  no_way = {};
+}
+
+TEST(Resolver, LocalPortsThatHaveRunOutForOneAddressAreThereForAnother) {
+  TlsServer server(echo(world().settings()));
+  no_way = {"127.0.0.2", {SOCK_STREAM}};
+  played = {0, {"127.0.0.2"}};
+  EXPECT_STATUS(CONN_ERR_RESOURCES, status_of_name("localhost", server.port()));
+  played = {0, {"127.0.0.2", "127.0.0.1"}};
+  EXPECT_STATUS(0, status_of_name("localhost", server.port()));
+  no_way = {};
+}
+
+TEST(Resolver, AConnectionToItselfIsNone) {
+  std::string port;
+  { port = TlsServer(echo(world().settings())).port(); }
+  played = {0, {"127.0.0.1"}};
+  meets_itself = true;
+  EXPECT_STATUS(CONN_ERR_REFUSED, status_of_name("localhost", port));
+  meets_itself = false;
 }
 
 TEST(Resolver, AllAddressesRefused) {

@@ -214,13 +214,26 @@ TEST_F(Resumption, AFileThatWasJustWrittenIsReadAgain) {
   namespace fs = std::filesystem;
   ResumingServer server;
   OwnFiles files;
-  const auto time = fs::file_time_type::clock::now() + std::chrono::hours(1);
-  const std::string text = contents_of(files.key);
-  fs::last_write_time(files.key, time);
+  fs::last_write_time(files.key, fs::file_time_type::clock::now() + std::chrono::hours(1));
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Way::kInFull, files.call(server));
+  files.write(files.key, contents_of(files.key));
+  EXPECT_EQ(Way::kInFull, files.call(server));
+  EXPECT_EQ(Way::kResumed, files.call(server));
+}
+
+// As one that keeps the time of what it copies, in place of a file of the same size.
+TEST_F(Resumption, AFileWhoseTimeWasSetBackIsReadAgain) {
+  namespace fs = std::filesystem;
+  ResumingServer server;
+  OwnFiles files;
   ASSERT_EQ(Way::kInFull, files.call(server));
-  files.write(files.key, std::string(text.size(), 'x'));
+  const auto time = fs::last_write_time(files.key);
+  const std::string another = pem_of(make_key().get());
+  ASSERT_EQ(another.size(), contents_of(files.key).size());
+  files.write(files.key, another);
   fs::last_write_time(files.key, time);
-  EXPECT_EQ(Way::kFailed, files.call(server));
+  Client client;
+  EXPECT_STATUS(CONN_ERR_KEY_MISMATCH, files.connect(client, server));
 }
 
 TEST_F(Resumption, FilesThatFailAreReadAgain) {
@@ -277,6 +290,22 @@ TEST_F(Resumption, AFailedCallLeavesNoTicket) {
   resets = false;
   EXPECT_EQ(Way::kInFull, call(server));
   EXPECT_FALSE(server.last_was_offered_one());
+}
+
+TEST_F(Resumption, ARequestThatWasSentIsNotSentAgain) {
+  std::atomic<bool> closes{false};
+  std::atomic<int> num_requests{0};
+  ResumingServer server(world().settings(), [&](Line &line) {
+    if (!closes) return echo(line);
+    if (!line.read_some().empty()) ++num_requests;
+  });
+  ASSERT_EQ(Way::kInFull, call(server));
+  closes = true;
+  for (int i = 1; i <= 2; ++i) {
+    EXPECT_EQ(Way::kFailed, call(server));
+    EXPECT_EQ(i, num_requests);
+  }
+  EXPECT_THAT(server.tickets(), ElementsAre(IsEmpty(), testing::Not(IsEmpty()), IsEmpty()));
 }
 
 TEST_F(Resumption, APortWhereNobodyListensAnyMoreDropsItsTickets) {

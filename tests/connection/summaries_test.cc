@@ -153,6 +153,16 @@ TEST(Status, EveryCodeHasItsNameAndSentence) {
   EXPECT_EQ(static_cast<std::size_t>(num_codes), texts.size());
 }
 
+// A range of its own, which neither servers nor the library use.
+TEST(Status, OfTheConnectionLayerAreFrom30001To30099) {
+#define EXPECT_IN_RANGE(name, value, sentence) EXPECT_TRUE(value >= 30'001 && value <= 30'099) << #name;
+#define EXPECT_OUT_OF_RANGE(name, value, sentence) EXPECT_TRUE(value<30'001 || value> 30'099) << #name;
+  ORN_CONNECTION_STATUSES(EXPECT_IN_RANGE)
+  ORN_LIBRARY_STATUSES(EXPECT_OUT_OF_RANGE)
+#undef EXPECT_IN_RANGE
+#undef EXPECT_OUT_OF_RANGE
+}
+
 TEST(Status, TheOthersAreToldApartByValue) {
   EXPECT_STREQ("OK", StatusName(0));
   EXPECT_STREQ("CALL_FAILED", StatusName(-1));

@@ -45,6 +45,11 @@ orn::SslContextPtr make_server_context(const TlsSettings &settings) {
   orn::SslContextPtr context(SSL_CTX_new(TLS_server_method()));
   SSL_CTX_set_security_level(context.get(), settings.security_level);
   if (settings.security_level == 0) SSL_CTX_set_cipher_list(context.get(), "ALL:@SECLEVEL=0");
+  // The configuration under which the tests run may also say other things of these.
+  constexpr const char *kSignatures = "ECDSA+SHA256:RSA-PSS+SHA256:RSA+SHA256";
+  SSL_CTX_set1_sigalgs_list(context.get(), kSignatures);
+  SSL_CTX_set1_client_sigalgs_list(context.get(), kSignatures);
+  SSL_CTX_clear_options(context.get(), SSL_OP_NO_SSL_MASK);
   SSL_CTX_set_min_proto_version(context.get(), settings.min_version);
   SSL_CTX_set_max_proto_version(context.get(), settings.max_version);
   SSL_CTX_use_certificate(context.get(), settings.identity->certificate.get());

@@ -1,9 +1,12 @@
 // The trace's lines, dumps and masks.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <stdio_ext.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "tests/connection/client.h"
 
@@ -90,6 +93,46 @@ TEST(Trace, AStreamGetsEveryLineAtOnce) {
   TraceOff();
   fclose(stream);
   free(text);
+}
+
+// Whose default action would end this process.
+TEST(Trace, AReaderThatHasGoneRaisesNoSignal) {
+  struct sigaction default_action {};
+  default_action.sa_handler = SIG_DFL;
+  sigaction(SIGPIPE, &default_action, nullptr);
+  int ends[2];
+  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+  const std::string path = "/dev/fd/" + std::to_string(ends[1]);
+  FILE *stream = fdopen(ends[1], "w");
+  ASSERT_EQ(0, TraceToFile(path.c_str()));
+  close(ends[0]);
+  TraceT(0, "p", 1, "into the file");
+  TraceToStream(stream);
+  DumpBuffer(0, "p", 1, "into", 4, "the stream");
+  TraceOff();
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_FALSE(sigismember(&pending, SIGPIPE));
+  sigset_t mask;
+  pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  EXPECT_FALSE(sigismember(&mask, SIGPIPE));
+  __fpurge(stream);
+  fclose(stream);
+}
+
+TEST(Trace, LeavesASignalPendingThatWasSo) {
+  sigset_t broken_pipe;
+  sigemptyset(&broken_pipe);
+  sigaddset(&broken_pipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &broken_pipe, nullptr);
+  raise(SIGPIPE);
+  TemporaryFolder folder;
+  ASSERT_EQ(0, TraceToFile(folder.path("trace").c_str()));
+  TraceT(0, "p", 1, "x");
+  TraceOff();
+  const timespec at_once{};
+  EXPECT_EQ(SIGPIPE, sigtimedwait(&broken_pipe, nullptr, &at_once));
+  pthread_sigmask(SIG_UNBLOCK, &broken_pipe, nullptr);
 }
 
 std::string dump(const std::string &bytes, const char *label) {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <vector>
 
+#include "tests/server/key_pairs.h"
 #include "tests/server/laboratory.h"
 #include "veskd/files.h"
 
@@ -179,6 +180,8 @@ TEST_F(Configuration, SaysWhichFileCannotBeUsed) {
   EXPECT_THAT(mistakes(), HasSubstr(line(9) + "tls.private_key: cannot open"));
   fs::copy_file(laboratory / "client-key.pem", laboratory / "server-key.pem");
   EXPECT_THAT(mistakes(), HasSubstr(line(9) + "tls.private_key: cannot use the server key"));
+  laboratory.write("server-key.pem", encrypted_pem_of(ec_key()));
+  EXPECT_THAT(mistakes(), HasSubstr("server-key.pem: it is encrypted"));
   laboratory.write("server.pem", "no certificate");
   EXPECT_THAT(mistakes(), HasSubstr(line(8) + "tls.certificate: cannot use the server certificate"));
   laboratory.write("authority.pem", "no certificate");

@@ -154,7 +154,6 @@ TEST_F(DevCommand, QuietLogsNoRequests) {
   EXPECT_EQ(program.errors(), "");
 }
 
-// More connections than descriptors: those that cannot be accepted wait, and when the others end, all is as before.
 TEST_F(DevCommand, PlaysFaultsAndLogsThem) {
   const fs::path faults = directory / "faults.toml";
   std::ofstream(faults) << "[[fault]]\noperation = 'AdminNoop'\ndo = 'return-code'\ncode = 9998\n";
@@ -181,6 +180,7 @@ TEST_F(DevCommand, RefusesAFileOfFaultsWithMistakes) {
   EXPECT_THAT(program.errors(), HasSubstr(faults.string() + ":2: fault.do: must be one of"));
 }
 
+// More connections than descriptors: those that cannot be accepted wait, and when the others end, all is as before.
 TEST_F(DevCommand, LivesOnWhenItRunsOutOfDescriptors) {
   DevServer server(path, 40);
   std::vector<std::unique_ptr<RawConnection>> silent;
@@ -204,6 +204,20 @@ TEST(Usage, IsExplainedOnRequest) {
   Program version({"--version"});
   EXPECT_EQ(version.wait(), 0);
   EXPECT_EQ(version.read_line(), "veskd " VESKD_VERSION);
+}
+
+TEST(Usage, IsSaidToBeWrong) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> wrong = {
+      {{"devv", "--dir", "/tmp/d"}, "'devv' is no subcommand\n"},
+      {{"dev"}, "--dir is required\n"},
+      {{"dev", "--dir", "/tmp/d", "--port", "65536"}, "--port: '65536' is no port: "},
+      {{"dev", "--dir", "/tmp/d", "--port", "5x"}, "--port: '5x' is no port: "},
+      {{"dev", "--dir", "/tmp/d", "--watch-port", "-1"}, "--watch-port: '-1' is no port: "}};
+  for (const auto &[arguments, said] : wrong) {
+    Program program(arguments);
+    EXPECT_EQ(program.wait(), 2) << said;
+    EXPECT_THAT(program.errors(), testing::StartsWith(said));
+  }
 }
 
 TEST(Usage, IsWrongWithExitCode2) {

@@ -1,6 +1,7 @@
 // What the server does with requests that are not what they should be, and with peers that do not do their part.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <array>
@@ -207,6 +208,21 @@ TEST(TimeOuts, APeerThatDoesNotFinishItsRequestIsClosedWithoutAReply) {
     slow.send(part);
     EXPECT_EQ(slow.receive_all(), "");
   }
+}
+
+// The time is of the whole request: bytes that do come, one by one, gain the peer nothing.
+TEST(TimeOuts, APeerThatSendsItsRequestSlowlyIsClosedAllTheSame) {
+  Limits limits;
+  limits.request = kShort;
+  TestServer server(limits);
+  RawConnection slow(server.port());
+  ASSERT_TRUE(slow.handshake(raw_options(server.directory())));
+  pollfd closed = {.fd = SSL_get_fd(slow.tls()), .events = POLLRDHUP, .revents = 0};
+  std::size_t num_sent = 0;
+  do slow.send(kRetrieve.substr(num_sent++, 1));
+  while (num_sent < kRetrieve.size() && ::poll(&closed, 1, 100) == 0);
+  EXPECT_LT(num_sent, kRetrieve.size());
+  EXPECT_EQ(slow.receive_all(), "");
 }
 
 // With room for one connection, the next is served only when the one before it has ended.

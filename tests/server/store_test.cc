@@ -154,6 +154,17 @@ TEST_F(StoreInFiles, ThatHoldNoKeyValue) {
   }
 }
 
+// A commit that was told of outlives the end of the machine.
+TEST_F(StoreInFiles, ThatAreSyncedAtEveryCommit) {
+  constexpr std::int64_t kFull = 2;
+  Store store(address, *master, kLog);
+  ASSERT_TRUE(change(store, [](StoreConnection &c) {
+    Query journal(c.database, "PRAGMA journal_mode");
+    Query synchronous(c.database, "PRAGMA synchronous");
+    return journal.next() && journal.text(0) == "wal" && synchronous.next() && synchronous.number(0) == kFull;
+  }));
+}
+
 TEST_F(StoreTest, AnotherMasterKeyIsRecognised) {
   { Store store(address, *master, kLog); }
   const auto other = MasterKey::create(directory / "other.key");
