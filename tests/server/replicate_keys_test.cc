@@ -92,6 +92,25 @@ TEST_F(ReplicateKeys, AChangeThatComesAgainIsNotAppliedAgain) {
   EXPECT_EQ(server_.metadata_of("K1"), "text");
 }
 
+// Its sender has not seen the reply, and counts refusals from it.
+TEST_F(ReplicateKeys, AConflictThatComesAgainIsRefusedAgainAlthoughALaterChangeWasApplied) {
+  server_.create_mirror_key("K1");
+  WrittenChange deletion, fine;
+  deletion.number = "0000000000000000002";
+  deletion.kind = "D";
+  fine.number = "0000000000000000003";
+  fine.name = padded("K3", 40);
+  const std::string codes =
+      "00020"
+      "9001"
+      "0000"
+      "0606"
+      "0606"
+      "0000";
+  EXPECT_EQ(ask({WrittenChange(), deletion, fine}), codes);
+  EXPECT_EQ(ask({WrittenChange(), deletion, fine}), codes);
+}
+
 TEST_F(ReplicateKeys, EachChangeHasItsOwnReturnCode) {
   server_.create_mirror_key("K1");
   ASSERT_EQ(server_.call(qCreateSymKey, "LOCAL", 'N'), 0);
