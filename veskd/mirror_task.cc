@@ -160,18 +160,24 @@ asio::awaitable<void> Replicator::Task::compare(const Mirror &mirror) {
   CompareKeysReply there{};
   read_fields(kCompareKeysReply, reply, there);
   MirrorDigest here;
+  bool changes_wait = false;
   {
     Store::Reader reader(store_);
     here = digest_of_mirror_keys(*reader);
+    changes_wait = queue_size(*reader, mirror) > 0;
   }
   const bool same = here.hexadecimal == text_in(there.caDigest);
+  // What was changed here since the mirror told its digest may be all the difference.
+  const bool is_conclusive = same || !changes_wait;
   const std::int64_t num_there = to_int(text_in(there.caNumKeys));
-  const StoreChange write_result = [id = mirror_id_, same, num_here = here.num_keys,
+  const StoreChange write_result = [id = mirror_id_, is_conclusive, same, num_here = here.num_keys,
                                     num_there](StoreConnection &store) {
+    record(store, id, kUp, 0, 0);
+    if (!is_conclusive) return;
     Query(store.database,
-          "UPDATE mirrors SET status = ?2, data_hash_status = ?3, num_keys_here = ?4, num_keys_there = ?5, "
-          "compared_time = ?6 WHERE id = ?1",
-          id, kUp, same ? kSameData : kOtherData, num_here, num_there, timestamp())
+          "UPDATE mirrors SET data_hash_status = ?2, num_keys_here = ?3, num_keys_there = ?4, compared_time = ?5 "
+          "WHERE id = ?1",
+          id, same ? kSameData : kOtherData, num_here, num_there, timestamp())
         .run();
   };
   co_await change(write_result);
