@@ -126,8 +126,8 @@ std::string random_name() {
   return hexadecimal(random);
 }
 
-void renew_origin(StoreConnection &store) {
-  Query(store.database, "UPDATE replication SET origin = ?1", random_name()).run();
+void renew_origin(Database &database) {
+  Query(database, "UPDATE replication SET origin = ?1", random_name()).run();
 }
 
 MirrorDigest digest_of_mirror_keys(StoreConnection &store) {

@@ -64,7 +64,7 @@ std::string random_name();
 
 // From now on changes have an origin that no change had before: a store that was restored from a copy gives out numbers
 // anew, and what it calls change 7 must not be taken for a change 7 that a mirror remembers.
-void renew_origin(StoreConnection &store);
+void renew_origin(Database &database);
 
 // The store as a digest of its mirror keys: names, instances, policies and metadata. Values are not in it, because an
 // instance never changes its value.
