@@ -35,6 +35,8 @@ ServerOptions options_for(const DevEnvironment &environment, std::uint16_t port)
   options.port = port;
   options.roles = development_roles();
   options.limits.num_threads = 2;
+  const std::filesystem::path faults = environment.directory() / "faults.toml";
+  if (std::filesystem::exists(faults)) options.faults = {faults, environment.authority_key_path()};
   return options;
 }
 
@@ -115,13 +117,6 @@ int MirrorClient::queue_size(const std::string &name) const {
   std::int32_t size = -1;
   EXPECT_EQ(call(qGetQueueSize, name.c_str(), &size), 0);
   return size;
-}
-
-int MirrorClient::fault_count(const std::string &name) const {
-  std::int32_t faults = -1;
-  char status = 0, same = 0;
-  EXPECT_EQ(call(qGetMirrorStatus, name.c_str(), 0, &faults, &status, &same), 0);
-  return faults;
 }
 
 bool MirrorClient::agrees_with(const std::string &name) const {

@@ -1,6 +1,8 @@
 // Servers that are one another's mirrors, and the line between them.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -39,7 +41,6 @@ class MirrorClient {
   std::string metadata_of(const std::string &name) const;
   void add_mirror(const std::string &name, std::uint16_t port) const;
   int queue_size(const std::string &name) const;
-  int fault_count(const std::string &name) const;
   // Asks for a comparison until the mirror is known to hold the same keys.
   bool agrees_with(const std::string &name) const;
 
@@ -54,7 +55,8 @@ class MirrorClient {
   std::uint16_t port_ = 0;
 };
 
-// A server with a replicator, which can be stopped and started again.
+// A server with a replicator, which can be stopped and started again. It plays the faults of faults.toml, if that is in
+// its directory at the start.
 class MirrorServer : public MirrorClient {
  public:
   // Shares the authority of that directory; has its own when it is empty.
@@ -89,6 +91,15 @@ struct MirrorServer::Running {
   Server server;
   Replicator replicator;
   std::thread thread;
+};
+
+// Two servers of one authority; the first knows the second as "two".
+class Mirrors : public testing::Test {
+ protected:
+  void SetUp() override { one_.add_mirror("two", two_.port()); }
+
+  MirrorServer one_;
+  MirrorServer two_{one_.directory()};
 };
 
 // Stands between a server and its mirror.
