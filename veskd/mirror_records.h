@@ -53,6 +53,10 @@ void request_attempt(StoreConnection &store, const Mirror &mirror);
 
 std::int64_t queue_size(StoreConnection &store, const Mirror &mirror);
 
+// The data hash status as it is now: while changes wait for a mirror, its data is not known to be the same, whatever
+// the last comparison said.
+std::string_view data_hash_status_now(const Mirror &mirror, std::int64_t num_waiting);
+
 // Queues a key, or the news that it is gone; false when there never was a mirror key of that name.
 bool queue_key(StoreConnection &store, const Mirror &mirror, std::string_view key_name);
 

@@ -107,6 +107,21 @@ TEST(MirrorTimes, AChangeDuringAComparisonIsNoDifference) {
   EXPECT_TRUE(one.agrees_with("two"));
 }
 
+TEST_F(Mirrors, WhileChangesWaitItIsNotKnownWhetherTheKeysAreTheSame) {
+  Line line(two_.port());
+  one_.add_mirror("two", line.port());
+  ASSERT_TRUE(one_.agrees_with("two"));
+  line.become(Line::Mode::kHoldsReplies);
+  one_.create_mirror_key("K1");
+  ASSERT_TRUE(eventually([&] { return line.holds_reply(); }));
+  std::int32_t faults = 0;
+  char status = 0, same = 0;
+  ASSERT_EQ(one_.call(qGetMirrorStatus, "two", 0, &faults, &status, &same), 0);
+  EXPECT_EQ(one_.mirror("two").data_hash_status, kSameData);
+  EXPECT_EQ(status, 'U');
+  EXPECT_EQ(same, '?');
+}
+
 TEST(MirrorTimes, ALineThatHoldsEverythingBackIsGivenUp) {
   ReplicationTimes times = short_times();
   times.exchange = milliseconds(300);

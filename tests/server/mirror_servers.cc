@@ -128,6 +128,15 @@ bool MirrorClient::agrees_with(const std::string &name) const {
   });
 }
 
+bool Mirrors::differs() {
+  return eventually([&] {
+    std::int32_t faults = 0;
+    char status = 0, same = 0;
+    EXPECT_EQ(one_.call(qGetMirrorStatus, "two", 1, &faults, &status, &same), 0);
+    return same == 'N';
+  });
+}
+
 namespace {
 
 sockaddr_in loopback(std::uint16_t port, const std::string &host = "127.0.0.1") {

@@ -97,6 +97,8 @@ struct MirrorServer::Running {
 class Mirrors : public testing::Test {
  protected:
   void SetUp() override { one_.add_mirror("two", two_.port()); }
+  // Whether a comparison finds that they hold other keys.
+  bool differs();
 
   MirrorServer one_;
   MirrorServer two_{one_.directory()};

@@ -403,6 +403,7 @@ TEST_F(Mirrors, OneKeyIsSynchronisedWhenItIsAMirrorKey) {
   one_.create_mirror_key("K1");
   ASSERT_TRUE(one_.agrees_with("two"));
   ASSERT_EQ(two_.set_metadata("K1", "changed there"), 0);
+  ASSERT_TRUE(differs());
   ASSERT_EQ(one_.call(qForceKeySync, "two", "K1"), 0);
   EXPECT_TRUE(one_.agrees_with("two"));
   EXPECT_EQ(two_.metadata_of("K1"), "");
