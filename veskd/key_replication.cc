@@ -52,7 +52,7 @@ bool is_valid(const ReplicatedChange &change) {
          is_date(trimmed(change.caKeyCreationDate)) && is_date_or_none(trimmed(change.caActivationDate)) &&
          is_date_or_none(trimmed(change.caExpirationDate)) && is_date_or_none(trimmed(change.caLastRolledDate)) &&
          is_date_or_none(trimmed(change.caRevokedDate)) && is_flag(text_in(change.caDeletable)) &&
-         is_all_digits(text_in(change.caRolloverDays));
+         text_in(change.caRolloverCode) == "N" && is_all_digits(text_in(change.caRolloverDays));
 }
 
 std::string_view change_bytes(std::string_view received, std::size_t index) {

@@ -1,9 +1,15 @@
 // Replication over lines that break, delay, lose and hold what they carry, and with mirrors that answer nonsense.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <thread>
 
 #include "tests/server/mirror_servers.h"
 #include "veskd/return_codes.h"
@@ -161,6 +167,74 @@ TEST(MirrorTimes, RetriesBackOff) {
   one.add_mirror("two", 1);  // where nothing listens
   ASSERT_TRUE(eventually([&] { return one.mirror("two").fault_count >= 5; }));
   EXPECT_GE(steady_clock::now() - start, milliseconds(750));
+}
+
+// Shows the certificate of a server's directory, and answers ReplicateKeys with one reply and nothing else with any.
+class PlayedMirror {
+ public:
+  PlayedMirror(const std::filesystem::path &directory, std::string reply)
+      : reply_(std::move(reply)), context_(SSL_CTX_new(TLS_server_method()), SSL_CTX_free) {
+    SSL_CTX_use_certificate_chain_file(context_.get(), (directory / "server.pem").c_str());
+    SSL_CTX_use_PrivateKey_file(context_.get(), (directory / "server-key.pem").c_str(), SSL_FILETYPE_PEM);
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr *>(&address), length), 0);
+    EXPECT_EQ(::listen(listener_, 64), 0);
+    EXPECT_EQ(::getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length), 0);
+    port_ = ntohs(address.sin_port);
+    thread_ = std::thread([this] {
+      for (int client = 0; (client = ::accept(listener_, nullptr, nullptr)) >= 0; ::close(client)) answer(client);
+    });
+  }
+  ~PlayedMirror() {
+    ::shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    ::close(listener_);
+  }
+  PlayedMirror(const PlayedMirror &) = delete;
+  PlayedMirror &operator=(const PlayedMirror &) = delete;
+
+  std::uint16_t port() const { return port_; }
+
+ private:
+  void answer(int client) const {
+    const std::unique_ptr<SSL, void (*)(SSL *)> tls(SSL_new(context_.get()), SSL_free);
+    SSL_set_fd(tls.get(), client);
+    char request[16384];
+    if (SSL_accept(tls.get()) != 1 || SSL_read(tls.get(), request, sizeof request) < 9) return;
+    if (std::string_view(request + 5, 4) == "9001")
+      SSL_write(tls.get(), reply_.data(), static_cast<int>(reply_.size()));
+  }
+
+  const std::string reply_;
+  const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX *)> context_;
+  const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::uint16_t port_ = 0;
+  std::thread thread_;
+};
+
+TEST(MirrorTimes, WhatIsNoReplyTakesNothingFromTheQueue) {
+  const std::string header =
+      "9001"
+      "0000";
+  for (const std::string &reply :
+       {"00012" + header + "06x6", "00012" + header + "    ", "00008" + header, "00016" + header + "00000000",
+        std::string("0001290030000"
+                    "0000"),
+        std::string("000129001-0010000"), std::string("99999"), std::string("-0012"), std::string("no reply")}) {
+    MirrorServer one;
+    const PlayedMirror mirror(one.directory(), reply);
+    one.create_mirror_key("K1");
+    one.add_mirror("two", mirror.port());
+    ASSERT_EQ(one.call(qForceKeySync, "two", "K1"), 0);
+    const std::int64_t faults = one.mirror("two").fault_count;
+    ASSERT_TRUE(eventually([&] { return one.mirror("two").fault_count >= faults + 2; })) << reply;
+    EXPECT_EQ(one.mirror("two").status, kDown) << reply;
+    EXPECT_EQ(one.mirror("two").last_fault, 0) << reply;
+    EXPECT_EQ(one.queue_size("two"), 1) << reply;
+  }
 }
 
 constexpr const char *kNonsense = R"(

@@ -142,6 +142,7 @@ TEST_F(ReplicateKeys, WhatIsNotOfItsFormIsRefusedWhole) {
       {"a blank instance", [](WrittenChange &c) { c.instance = padded("", 24); }},
       {"another key size", [](WrittenChange &c) { c.size = "0128"; }},
       {"a day that the calendar has not", [](WrittenChange &c) { c.dates.replace(0, 8, "20260230"); }},
+      {"keys that roll over", [](WrittenChange &c) { c.rollover[0] = 'A'; }},
       {"a flag that is none", [](WrittenChange &c) { c.deletable = "?"; }},
       {"a control character in the metadata", [](WrittenChange &c) { c.metadata[5] = '\n'; }},
       {"NUL in the group", [](WrittenChange &c) { c.owner[300] = '\0'; }},
