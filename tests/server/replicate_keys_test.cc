@@ -111,6 +111,25 @@ TEST_F(ReplicateKeys, AConflictThatComesAgainIsRefusedAgainAlthoughALaterChangeW
   EXPECT_EQ(ask({WrittenChange(), deletion, fine}), codes);
 }
 
+TEST_F(ReplicateKeys, WhatIsDeletableStaysSoAndAnotherValueIsAnotherKey) {
+  WrittenChange guarded, other_value;
+  guarded.number = "0000000000000000002";
+  guarded.deletable = "N";
+  guarded.metadata = padded("guarded", 1024);
+  other_value.number = "0000000000000000003";
+  other_value.value = std::string(32, 'w');
+  EXPECT_EQ(ask({WrittenChange(), guarded, other_value}),
+            "00020"
+            "9001"
+            "0000"
+            "0000"
+            "0000"
+            "0606");
+  EXPECT_EQ(server_.metadata_of("K1"), "guarded");
+  EXPECT_EQ(server_.value_of("K1"), std::string(32, 'v'));
+  EXPECT_EQ(server_.call(qDeleteKey, "K1"), 0);
+}
+
 TEST_F(ReplicateKeys, EachChangeHasItsOwnReturnCode) {
   server_.create_mirror_key("K1");
   ASSERT_EQ(server_.call(qCreateSymKey, "LOCAL", 'N'), 0);
