@@ -99,12 +99,13 @@ void show_readings(const Settings &settings, const ListOptions &options, const s
 
 void sensors(const Settings &settings, const SensorOptions &options) {
   const std::string &out = options.out;
-  if (!out.empty()) check_secret_file(out, true);
+  const bool to_file = !out.empty() && out != "-";
+  if (to_file) check_secret_file(out, true);
   const Connection connection(settings);
   const MemoryFile data;
   const SystemStatus read = read_status(connection, data.path());
   const std::string readings = data.content();
-  if (!out.empty()) {
+  if (to_file) {
     write_whole_file(out, readings);
     show(settings, fmt::format("wrote the readings to {}", printable(out)), {{"file", out}});
   } else {
@@ -154,7 +155,8 @@ void add_plain(Command &group, Settings &settings, const char *name, const char 
 void add_sensors(Command &group, Settings &settings) {
   Command &command = group.add("sensors", "Show the readings of the server's sensors");
   auto options = std::make_shared<SensorOptions>();
-  command.option("--out", &options->out, "FILE", Kind::kFile, "write them to a file, made or replaced");
+  command.option("--out", &options->out, "FILE", Kind::kFile,
+                 "write them to a file, made or replaced, - for standard output");
   add_list_options(command, options->list);
   command.details =
       "A line for each reading: kind, name, value, lowest and highest value that are in order. Exit code 7 when one is "

@@ -160,7 +160,7 @@ constexpr std::array kHints = {
     Hint{veskd::RC_NOT_A_MIRROR, "servers show a certificate of their own; this is a client's: vesk doctor"},
     Hint{veskd::RC_MIRROR_CONFLICT, "what each has: vesk key get NAME, at both"},
     Hint{veskd::RC_MIRROR_KEY_DELETED, "create it under another name: vesk key create NAME --mirror"},
-    Hint{veskd::RC_SENSORS_UNREADABLE, kServerLog},
+    Hint{veskd::RC_SENSORS_UNREADABLE, "a line of the server's sensor file is: KIND NAME VALUE LOW HIGH"},
 };
 
 // The sixteen fields of metadata have a status each, 9984 to 9998.

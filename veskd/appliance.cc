@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <fstream>
 #include <memory>
-#include <sstream>
+#include <string>
 
 #include "orn/vesk/wire/codec.h"
 #include "veskd/appliance.h"
@@ -26,9 +26,11 @@ namespace {
 std::optional<std::vector<Reading>> read_sensor_file(const std::filesystem::path &path) {
   std::ifstream file(path);
   if (!file) return std::nullopt;
-  std::ostringstream content;
-  content << file.rdbuf();
-  return parse_readings(content.str());
+  std::string content;
+  for (std::string line; std::getline(file, line);) content += line + '\n';
+  // A directory can be opened, but not read.
+  if (file.bad()) return std::nullopt;
+  return parse_readings(content);
 }
 
 // What the server knows of itself: that it reads its store, which this proves, and how its mirrors are. A mirror that

@@ -82,10 +82,12 @@ void read_key_value(StoreConnection &store, const Key &key, std::string_view ins
 // Puts a value in the place of one that does not open.
 void replace_key_value(StoreConnection &store, const Key &key, std::string_view instance, const KeyValue &value);
 
-// Every stored value, as rows of key name, instance and sealed value; the value is null where a key has none.
+// Every stored value, as rows of key name, instance and sealed value; of a key that lacks its current instance that
+// alone, with a value of null.
 inline constexpr std::string_view kStoredValues =
-    "SELECT name, coalesce(instance, current_instance), sealed_value FROM keys LEFT JOIN instances ON key = id "
-    "ORDER BY name";
+    "SELECT name, coalesce(instances.instance, current_instance), instances.sealed_value FROM keys "
+    "LEFT JOIN instances AS current ON current.key = id AND current.instance = current_instance "
+    "LEFT JOIN instances ON instances.key = current.key ORDER BY name";
 
 // Whether a stored value opens as that of the key and instance.
 bool opens(const Sealer &sealer, std::string_view name, std::string_view instance,

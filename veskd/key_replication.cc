@@ -52,7 +52,7 @@ bool is_valid(const ReplicatedChange &change) {
          is_date(trimmed(change.caKeyCreationDate)) && is_date_or_none(trimmed(change.caActivationDate)) &&
          is_date_or_none(trimmed(change.caExpirationDate)) && is_date_or_none(trimmed(change.caLastRolledDate)) &&
          is_date_or_none(trimmed(change.caRevokedDate)) && is_flag(text_in(change.caDeletable)) &&
-         is_all_digits(text_in(change.caRolloverDays));
+         text_in(change.caRolloverCode) == "N" && is_all_digits(text_in(change.caRolloverDays));
 }
 
 std::string_view change_bytes(std::string_view received, std::size_t index) {
@@ -75,19 +75,34 @@ void copy_value(const ReplicatedChange &change, KeyValue &value) {
   std::memcpy(value->data(), change.caKeyValue, value->size());
 }
 
-// Whether the stored key is the one that arrived. A stored value that does not open is replaced by the one that did.
-bool is_same_key(StoreConnection &store, const Key &key, const ReplicatedChange &change) {
-  if (key.mirror != "Y" || key.current_instance != trimmed(change.caInstance)) return false;
-  KeyValue arrived;
-  copy_value(change, arrived);
+// Whether the stored value is another than the one that arrived, as far as it opens.
+bool has_other_value(StoreConnection &store, const Key &key, const ReplicatedChange &change) {
   KeyValue stored;
   try {
     read_key_value(store, key, key.current_instance, stored);
   } catch (const DamagedKey &) {
-    replace_key_value(store, key, key.current_instance, arrived);
-    return true;
+    return false;
   }
-  return CRYPTO_memcmp(stored->data(), arrived->data(), stored->size()) == 0;
+  return CRYPTO_memcmp(stored->data(), change.caKeyValue, stored->size()) != 0;
+}
+
+// Whether the receiver has another key of that name, which it keeps: it may have handed it out.
+bool is_conflict(StoreConnection &store, const ReplicatedChange &change) {
+  const auto key = find_key(store, trimmed(change.caKeyName));
+  if (!key) return false;
+  if (key->mirror != "Y" || key->current_instance != trimmed(change.caInstance)) return true;
+  return change.caKind[0] == kKeyKind && has_other_value(store, *key, change);
+}
+
+// A stored value that does not open is replaced by the one that arrived.
+void mend_value(StoreConnection &store, const Key &key, const ReplicatedChange &change) {
+  KeyValue value;
+  try {
+    read_key_value(store, key, key.current_instance, value);
+  } catch (const DamagedKey &) {
+    copy_value(change, value);
+    replace_key_value(store, key, key.current_instance, value);
+  }
 }
 
 void insert_arrived_key(StoreConnection &store, const ReplicatedChange &change) {
@@ -116,31 +131,27 @@ void update_key(StoreConnection &store, const Key &key, const ReplicatedChange &
   write_arrived_metadata(store, key, change);
 }
 
-// On a conflict the receiver keeps what it has: it may have handed it out.
 ReturnCode apply_key(StoreConnection &store, const ReplicatedChange &change) {
   const std::string name = trimmed(change.caKeyName);
   if (was_deleted(store, name)) return RC_MIRROR_KEY_DELETED;
-  auto key = find_key(store, name);
-  if (key && !is_same_key(store, *key, change)) return RC_MIRROR_CONFLICT;
-  if (!key) {
-    insert_arrived_key(store, change);
-    key = find_key(store, name);
-  }
-  update_key(store, key.value(), change);
+  if (!find_key(store, name)) insert_arrived_key(store, change);
+  const Key key = find_key(store, name).value();
+  mend_value(store, key, change);
+  update_key(store, key, change);
   return RC_SUCCESS;
 }
 
 // A key that never arrived is remembered as deleted too, so that its name is not given to another.
 ReturnCode apply_deletion(StoreConnection &store, const ReplicatedChange &change, const std::string &caller) {
   const std::string name = trimmed(change.caKeyName);
-  const std::string instance = trimmed(change.caInstance);
   if (was_deleted(store, name)) return RC_SUCCESS;
   if (const auto key = find_key(store, name)) {
-    if (key->mirror != "Y" || key->current_instance != instance) return RC_MIRROR_CONFLICT;
     delete_key(store, *key, caller);
     return RC_SUCCESS;
   }
-  Query(store.database, "INSERT INTO deleted_keys VALUES (?1, ?2, ?3, ?4)", name, instance, timestamp(), caller).run();
+  Query(store.database, "INSERT INTO deleted_keys VALUES (?1, ?2, ?3, ?4)", name, trimmed(change.caInstance),
+        timestamp(), caller)
+      .run();
   Query(store.database, "INSERT INTO deleted_mirror_keys VALUES (?1) ON CONFLICT DO NOTHING", name).run();
   return RC_SUCCESS;
 }
@@ -152,6 +163,8 @@ std::int64_t last_applied(StoreConnection &store, std::string_view origin) {
 
 ReturnCode apply(const Call &call, std::string_view origin, const ReplicatedChange &change) {
   const std::int64_t number = number_of(change).value();
+  // What conflicts did so when it came before: a name is never given to another key.
+  if (is_conflict(call.store, change)) return RC_MIRROR_CONFLICT;
   // It was applied, and the reply did not arrive.
   if (number <= last_applied(call.store, origin)) return RC_SUCCESS;
   const ReturnCode code = change.caKind[0] == kDeletionKind ? apply_deletion(call.store, change, call.caller)

@@ -98,6 +98,10 @@ std::int64_t queue_size(StoreConnection &store, const Mirror &mirror) {
   return query.next() ? query.number(0) : 0;
 }
 
+std::string_view data_hash_status_now(const Mirror &mirror, std::int64_t num_waiting) {
+  return num_waiting > 0 ? kUnknownData : std::string_view(mirror.data_hash_status);
+}
+
 bool queue_key(StoreConnection &store, const Mirror &mirror, std::string_view key_name) {
   return Query(store.database,
                "INSERT INTO replication_queue (mirror, origin, key_name) SELECT ?1, origin, ?2 FROM replication "
@@ -126,8 +130,8 @@ std::string random_name() {
   return hexadecimal(random);
 }
 
-void renew_origin(StoreConnection &store) {
-  Query(store.database, "UPDATE replication SET origin = ?1", random_name()).run();
+void renew_origin(Database &database) {
+  Query(database, "UPDATE replication SET origin = ?1", random_name()).run();
 }
 
 MirrorDigest digest_of_mirror_keys(StoreConnection &store) {

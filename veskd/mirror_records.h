@@ -53,6 +53,10 @@ void request_attempt(StoreConnection &store, const Mirror &mirror);
 
 std::int64_t queue_size(StoreConnection &store, const Mirror &mirror);
 
+// The data hash status as it is now: while changes wait for a mirror, its data is not known to be the same, whatever
+// the last comparison said.
+std::string_view data_hash_status_now(const Mirror &mirror, std::int64_t num_waiting);
+
 // Queues a key, or the news that it is gone; false when there never was a mirror key of that name.
 bool queue_key(StoreConnection &store, const Mirror &mirror, std::string_view key_name);
 
@@ -64,7 +68,7 @@ std::string random_name();
 
 // From now on changes have an origin that no change had before: a store that was restored from a copy gives out numbers
 // anew, and what it calls change 7 must not be taken for a change 7 that a mirror remembers.
-void renew_origin(StoreConnection &store);
+void renew_origin(Database &database);
 
 // The store as a digest of its mirror keys: names, instances, policies and metadata. Values are not in it, because an
 // instance never changes its value.

@@ -28,6 +28,8 @@ constexpr std::size_t kReturnCodeOffset = 9;
 // Takes the place of a return code that is not four digits.
 constexpr int kNoCode = -1;
 
+constexpr const char *kNonsense = "the reply makes no sense";
+
 int code_at(std::string_view reply, std::size_t offset) {
   const std::string_view digits = offset < reply.size() ? reply.substr(offset, kCodeDigits) : std::string_view();
   return digits.size() == kCodeDigits && is_all_digits(digits) ? to_int(digits) : kNoCode;
@@ -113,13 +115,15 @@ asio::awaitable<void> Replicator::Task::deliver(const Mirror &mirror, const Repl
   if (!batch.keys.empty()) {
     const std::string reply =
         co_await ask(mirror, batch.request, kChangeCodesOffset + batch.keys.size() * kCodeDigits, outcome);
-    if (reply.empty()) co_return co_await record_failure(mirror, outcome);
+    const bool tells_codes = is_all_digits(reply.substr(std::min(kChangeCodesOffset, reply.size())));
+    if (!tells_codes) outcome = {kDown, 1, 0, kNonsense};
+    if (reply.empty() || !tells_codes) co_return co_await record_failure(mirror, outcome);
     for (std::size_t i = 0; i < batch.keys.size(); ++i) {
       const int code = code_at(reply, kChangeCodesOffset + i * kCodeDigits);
       events.push_back(event_of(mirror, batch.keys[i], code));
       if (code == RC_SUCCESS) continue;
       ++outcome.num_faults;
-      outcome.last_fault = std::max(code, 0);
+      outcome.last_fault = code;
     }
     if (outcome.num_faults > 0)
       log(mirror, fmt::format("refused {} changes, last with {:04}", outcome.num_faults, outcome.last_fault));
@@ -160,18 +164,24 @@ asio::awaitable<void> Replicator::Task::compare(const Mirror &mirror) {
   CompareKeysReply there{};
   read_fields(kCompareKeysReply, reply, there);
   MirrorDigest here;
+  bool changes_wait = false;
   {
     Store::Reader reader(store_);
     here = digest_of_mirror_keys(*reader);
+    changes_wait = queue_size(*reader, mirror) > 0;
   }
   const bool same = here.hexadecimal == text_in(there.caDigest);
+  // What was changed here since the mirror told its digest may be all the difference.
+  const bool is_conclusive = same || !changes_wait;
   const std::int64_t num_there = to_int(text_in(there.caNumKeys));
-  const StoreChange write_result = [id = mirror_id_, same, num_here = here.num_keys,
+  const StoreChange write_result = [id = mirror_id_, is_conclusive, same, num_here = here.num_keys,
                                     num_there](StoreConnection &store) {
+    record(store, id, kUp, 0, 0);
+    if (!is_conclusive) return;
     Query(store.database,
-          "UPDATE mirrors SET status = ?2, data_hash_status = ?3, num_keys_here = ?4, num_keys_there = ?5, "
-          "compared_time = ?6 WHERE id = ?1",
-          id, kUp, same ? kSameData : kOtherData, num_here, num_there, timestamp())
+          "UPDATE mirrors SET data_hash_status = ?2, num_keys_here = ?3, num_keys_there = ?4, compared_time = ?5 "
+          "WHERE id = ?1",
+          id, same ? kSameData : kOtherData, num_here, num_there, timestamp())
         .run();
   };
   co_await change(write_result);
@@ -193,7 +203,7 @@ asio::awaitable<std::string> Replicator::Task::ask(const Mirror &mirror, const W
   const std::string_view tran_id(request.text().data() + kLengthDigits, kTranIdDigits);
   const bool answers_it = std::string_view(reply).substr(kLengthDigits, kTranIdDigits) == tran_id;
   if (!answers_it || code == kNoCode || (code == RC_SUCCESS && reply.size() != reply_bytes)) {
-    outcome = {kDown, 1, 0, "the reply makes no sense"};
+    outcome = {kDown, 1, 0, kNonsense};
     co_return std::string();
   }
   if (code != RC_SUCCESS) {

@@ -67,14 +67,12 @@ Reply list_mirror_names(const Call &call) {
   return start_name_list(call, kListMirrorNames.tran_id, "SELECT name FROM mirrors ORDER BY name", kMirrorNameBytes);
 }
 
-// The status flag Y has the mirror tried at once; the reply tells what is known so far. While changes wait for a
-// mirror, its data is not known to be the same, whatever the last comparison said.
+// The status flag Y has the mirror tried at once; the reply tells what is known so far.
 ReturnCode get_mirror_status(const Call &call, MirrorStatusReply &reply) {
   const auto mirror = named_mirror(call);
   if (!mirror) return RC_MIRROR_UNKNOWN;
   if (trimmed(call.fields.caMirrorStatusFlag) == "Y") request_attempt(call.store, *mirror);
-  const bool changes_wait = queue_size(call.store, *mirror) > 0;
-  const std::string_view data_hash_status = changes_wait ? kUnknownData : std::string_view(mirror->data_hash_status);
+  const std::string_view data_hash_status = data_hash_status_now(*mirror, queue_size(call.store, *mirror));
   put_padded(reply.caMirrorName, mirror->name);
   put_padded(reply.caFaultCount, count_text(mirror->fault_count));
   put_padded(reply.caStatus, mirror->status);

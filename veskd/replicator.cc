@@ -22,13 +22,6 @@ Replicator::Replicator(const TlsFiles &files, Store &store, const Log &log, cons
       look_timer_(io_),
       lease_(times.lease),
       delivers_(!store.is_shared()) {
-  store_.change({.apply =
-                     [](StoreConnection &connection) {
-                       renew_origin(connection);
-                       return true;
-                     },
-                 .done = [](ChangeOutcome) {}});
-  store_.wait_until_idle();
   store_.on_commit([this] {
     if (!look_is_due_.exchange(true)) asio::post(io_, [this] { look_around(); });
   });

@@ -16,6 +16,7 @@
 
 #include "veskd/certificates.h"
 #include "veskd/master_key_rotation.h"
+#include "veskd/mirror_records.h"
 #include "veskd/replicator.h"
 #include "veskd/store.h"
 
@@ -67,7 +68,11 @@ class Service {
         ready_file_(settings.ready_file),
         store_(settings.store, *open_master_key({settings.store, settings.master_key}), log),
         server_(settings.server, store_, log) {
-    if (settings.mirror_tls) replicator_ = std::make_unique<Replicator>(*settings.mirror_tls, store_, log);
+    if (settings.mirror_tls) {
+      replicator_ = std::make_unique<Replicator>(*settings.mirror_tls, store_, log);
+    } else {
+      warn_of_mirrors();
+    }
     if (settings.watch)
       watch_ =
           std::make_unique<Watch>(*settings.watch, settings.server, server_, store_, certificates_of(settings), log);
@@ -117,6 +122,12 @@ class Service {
   void prepare(const ServerOptions &options) const {
     allow_connections(options.limits.max_connections, log_);
     if (options.roles.are_none()) log_.warning("no client has a role: every request will be refused");
+  }
+
+  void warn_of_mirrors() {
+    Store::Reader reader(store_);
+    if (!list_mirrors(*reader).empty())
+      log_.warning("there are mirrors and no mirror certificate: what is for them waits");
   }
 
   void tell_what_needs_a_restart(const ServiceSettings &settings) const {

@@ -153,9 +153,10 @@ std::string state_of(const Mirror &mirror) {
   return cell("not tried yet");
 }
 
-std::string_view data_text(const Mirror &mirror) {
-  if (mirror.data_hash_status == kSameData) return "the same";
-  return mirror.data_hash_status == kOtherData ? "different" : "not known";
+std::string_view data_text(const MirrorStatus &status) {
+  const std::string_view data_hash_status = data_hash_status_now(status.mirror, status.num_waiting);
+  if (data_hash_status == kSameData) return "the same";
+  return data_hash_status == kOtherData ? "different" : "not known";
 }
 
 constexpr std::string_view kStoreUnreadable = "The store cannot be read.";
@@ -167,10 +168,12 @@ std::string mirrors(const ServerStatus &status) {
                   {},
                   status.store ? "There are no mirrors." : kStoreUnreadable};
   if (!status.store) return html_of(section);
-  for (const auto &[mirror, num_waiting] : status.store->mirrors)
+  for (const MirrorStatus &shown : status.store->mirrors) {
+    const Mirror &mirror = shown.mirror;
     section.rows.push_back(name_cell(mirror.name) + cell(fmt::format("{} port {}", mirror.host, mirror.port)) +
-                           state_of(mirror) + number_cell(num_waiting) + number_cell(mirror.fault_count) +
-                           cell(data_text(mirror)));
+                           state_of(mirror) + number_cell(shown.num_waiting) + number_cell(mirror.fault_count) +
+                           cell(data_text(shown)));
+  }
   return html_of(section);
 }
 

@@ -4,6 +4,7 @@
 
 #include <iterator>
 
+#include "veskd/mirror_records.h"
 #include "veskd/schema.h"
 #include "veskd/transaction.h"
 
@@ -24,8 +25,9 @@ Database open_writer(const StoreAddress &address) {
   }
 }
 
-// Makes the store if there is none, brings one of an earlier version forward, and opens its keys. In one transaction:
-// of servers that start on a new database at the same time, one makes it and the others find it.
+// Makes the store if there is none, brings one of an earlier version forward, opens its keys, and gives its changes a
+// new origin, whether or not they are delivered soon. In one transaction: of servers that start on a new database at
+// the same time, one makes it and the others find it.
 std::unique_ptr<StoreKeys> prepare_store(const StoreAddress &address, Database &database, const MasterKey &master) {
   try {
     Transaction transaction(database);
@@ -36,6 +38,7 @@ std::unique_ptr<StoreKeys> prepare_store(const StoreAddress &address, Database &
           fmt::format("the master key does not belong to the key store {}: restore the master key file that "
                       "was made with this store",
                       address.name()));
+    renew_origin(database);
     transaction.commit();
     return keys;
   } catch (const DatabaseError &error) {

@@ -88,6 +88,7 @@ TEST_F(Appliance, ReadingsGoToStandardOutputOrToAFile) {
   EXPECT_THAT(vesk({"appliance", "sensors", "--out", "data"}),
               Ends(0, StrEq("wrote the readings to data\n"), IsEmpty()));
   EXPECT_EQ(contents_of(files_.path("data")), kHealthy);
+  EXPECT_THAT(vesk({"appliance", "sensors", "--out", "-"}), Ends(0, StrEq(kHealthy), IsEmpty()));
   EXPECT_EQ(document_in(vesk({"appliance", "sensors", "--output", "json"})),
             json({{"readings",
                    {{{"name", "store"}, {"kind", "app"}, {"value", "1"}, {"low", "1"}, {"high", "1"}},
@@ -103,7 +104,9 @@ TEST_F(Appliance, ReadingsGoToStandardOutputOrToAFile) {
 
 TEST_F(Appliance, ReadingsThatCannotBeReadAreRefused) {
   write_file(sensors_, "nonsense\n");
-  EXPECT_THAT(vesk({"appliance", "status"}), Ends(3, IsEmpty(), HasSubstr("RC_SENSORS_UNREADABLE")));
+  EXPECT_THAT(vesk({"appliance", "status"}),
+              Ends(3, IsEmpty(),
+                   AllOf(HasSubstr("RC_SENSORS_UNREADABLE"), HasSubstr("sensor file is: KIND NAME VALUE LOW HIGH\n"))));
 }
 
 TEST_F(Appliance, AServerThatIsNotInFipsModeSaysItsVersion) {

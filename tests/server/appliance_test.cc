@@ -2,12 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
+#include <openssl/evp.h>
 
 #include <fstream>
 #include <sstream>
 #include <string>
 
 #include "tests/server/test_server.h"
+#include "veskd/handlers.h"
 #include "veskd/return_codes.h"
 #include "veskd/sensors.h"
 
@@ -162,6 +164,12 @@ TEST_F(Appliance, SensorDataGoesOverManyPages) {
   EXPECT_EQ(sensor_data(), text);
 }
 
+TEST_F(Appliance, ASensorFileThatCannotBeReadIsRefused) {
+  std::filesystem::create_directory(sensors_);
+  TestServer server(Limits{}, machine());
+  EXPECT_EQ(read_health(server), RC_SENSORS_UNREADABLE);
+}
+
 TEST_F(Appliance, ASensorFileThatIsNotThereOrNotOfItsFormIsRefused) {
   TestServer server(Limits{}, machine());
   EXPECT_EQ(read_health(server), RC_SENSORS_UNREADABLE);
@@ -184,6 +192,20 @@ TEST_F(Appliance, TheFipsModeIsThatOfOpenssl) {
   char version[33] = {};
   EXPECT_EQ(qReportFipsMode(server.paths(), server.host(), server.port(), version), -1);
   EXPECT_EQ(std::string(version), padded(std::string(OpenSSL_version(OPENSSL_VERSION)), 32).substr(0, 32));
+}
+
+// Nothing else may be asked of OpenSSL meanwhile: there may be no module with what is approved.
+TEST_F(Appliance, TheFipsModeIsToldWhenItIsOn) {
+  TestServer server;
+  Store::Reader reader(server.store());
+  const RequestFields fields{};
+  const Call call{{}, {}, fields, *reader, server.store(), "", Scope(), 0, Machine()};
+  vesk::wire::FipsModeReply reply{};
+  ASSERT_EQ(EVP_default_properties_enable_fips(nullptr, 1), 1);
+  const ReturnCode code = report_fips_mode(call, reply);
+  ASSERT_EQ(EVP_default_properties_enable_fips(nullptr, 0), 1);
+  EXPECT_EQ(code, RC_SUCCESS);
+  EXPECT_STREQ(reply.caFipsMode, "F");
 }
 
 // ---- Validation ----
@@ -216,7 +238,7 @@ TEST_F(Validation, FindsNothingInAGoodStore) {
 }
 
 TEST_F(Validation, ListsKeysWhoseValueWasChangedMovedOrTakenAway) {
-  for (const char *name : {"K1", "K2", "K3", "K4", "K5"}) create(name);
+  for (const char *name : {"K1", "K2", "K3", "K4", "K5", "K6"}) create(name);
   tamper(
       "UPDATE instances SET sealed_value = (SELECT sealed FROM store_keys WHERE purpose = 'values') "
       "WHERE key = (SELECT id FROM keys WHERE name = 'K1')");
@@ -224,12 +246,13 @@ TEST_F(Validation, ListsKeysWhoseValueWasChangedMovedOrTakenAway) {
       "UPDATE instances SET sealed_value = (SELECT sealed_value FROM instances JOIN keys ON key = id "
       "WHERE name = 'K2') WHERE key = (SELECT id FROM keys WHERE name = 'K3')");
   tamper("DELETE FROM instances WHERE key = (SELECT id FROM keys WHERE name = 'K5')");
+  tamper("UPDATE keys SET current_instance = 'I6' WHERE name = 'K6'");
   EXPECT_EQ(validate(), ERR_DATABASE_INVALID);
   const std::string reply = ask(server_,
                                 "00004"
                                 "1041");
-  // Two entries on the first page, one on the last.
-  ASSERT_EQ(reply.size(), 2 * (5 + 14) + 3 * 64u);
+  // Two entries on either page.
+  ASSERT_EQ(reply.size(), 2 * (5 + 14 + 2 * 64u));
   EXPECT_EQ(reply.substr(0, 19),
             "00014"
             "1041"
@@ -244,8 +267,9 @@ TEST_F(Validation, ListsKeysWhoseValueWasChangedMovedOrTakenAway) {
             "1041"
             "0000"
             "N"
-            "00064");
+            "00128");
   EXPECT_EQ(reply.substr(166, 40), padded("K5", 40));
+  EXPECT_EQ(reply.substr(230, 64), padded("K6", 40) + padded("I6", 24));
 }
 
 }  // namespace

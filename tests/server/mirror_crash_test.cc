@@ -16,39 +16,40 @@ namespace veskd::test {
 namespace {
 
 // A directory that a server of the real program serves, on whatever port it gets.
-class KilledServer {
+class KilledServer : public MirrorClient {
  public:
   explicit KilledServer(const std::filesystem::path &authority_from) {
     const Log quiet(true);
-    const DevEnvironment made(directory_.path(), {}, quiet, authority_from);
-    paths_ = client_paths(directory_.path());
+    const DevEnvironment made(directory(), {}, quiet, authority_from);
+    use_files();
   }
-  void start() { server_ = std::make_unique<DevServer>(directory_.path()); }
+  void start() {
+    server_ = std::make_unique<DevServer>(directory());
+    use_port(server_->port());
+  }
   void kill() {
     server_->program().signal(SIGKILL);
     ASSERT_EQ(server_->program().wait(), -SIGKILL);
   }
-  const std::filesystem::path &directory() const { return directory_.path(); }
-  std::uint16_t port() const { return server_->port(); }
-
-  template <typename PublicCall, typename... Arguments>
-  int call(PublicCall public_call, Arguments &&...arguments) const {
-    return public_call(&paths_, "127.0.0.1", port(), std::forward<Arguments>(arguments)...);
-  }
-
-  std::string value_of(const std::string &name) const {
-    KeyRecord record{};
-    return call(qRetrieveKey, name.c_str(), "", &record) == 0 ? std::string(record.caKeyValue, 32) : std::string();
-  }
 
  private:
-  TemporaryDirectory directory_;
-  CertificatePaths paths_{};
   std::unique_ptr<DevServer> server_;
 };
 
+// Two of one authority.
+class MirrorCrash : public testing::Test {
+ protected:
+  void SetUp() override {
+    one_.start();
+    two_.start();
+  }
+
+  KilledServer one_{{}};
+  KilledServer two_{one_.directory()};
+};
+
 // Creates keys until the server is gone, and kills one of the two in the middle. Returns the names that were answered.
-std::vector<std::string> create_until_killed(KilledServer &one, const std::function<void()> &kill, int round) {
+std::vector<std::string> create_until_killed(KilledServer &one, KilledServer &victim, int round) {
   std::vector<std::string> created;
   std::atomic<int> num_created = 0;
   std::atomic<bool> killed = false;
@@ -58,41 +59,54 @@ std::vector<std::string> create_until_killed(KilledServer &one, const std::funct
       if (one.call(qCreateSymKey, name.c_str(), 'Y') != 0) break;
       created.push_back(name);
       ++num_created;
-      num_created.notify_all();
     }
   });
-  for (int seen = 0; seen < 30; seen = num_created) num_created.wait(seen);
-  kill();
+  EXPECT_TRUE(eventually([&] { return num_created >= 30; }));
+  victim.kill();
   killed = true;
   client.join();
   return created;
 }
 
-TEST(MirrorCrash, NothingThatWasAnsweredIsLostWhicheverSideIsKilled) {
-  KilledServer one({});
-  KilledServer two(one.directory());
-  one.start();
-  two.start();
+TEST_F(MirrorCrash, NothingThatWasAnsweredIsLostWhicheverSideIsKilled) {
   std::vector<std::string> created;
   for (int round = 0; round < 4; ++round) {
-    ASSERT_EQ(one.call(qSetMirrorAddress, "two", "127.0.0.1", std::uint32_t{two.port()}), 0);
-    KilledServer &victim = round % 2 == 0 ? one : two;
-    for (std::string &name : create_until_killed(
-             one, [&] { victim.kill(); }, round))
-      created.push_back(name);
+    one_.add_mirror("two", two_.port());
+    KilledServer &victim = round % 2 == 0 ? one_ : two_;
+    for (std::string &name : create_until_killed(one_, victim, round)) created.push_back(name);
     victim.start();
   }
-  ASSERT_EQ(one.call(qSetMirrorAddress, "two", "127.0.0.1", std::uint32_t{two.port()}), 0);
-  std::int32_t num_faults = 0;
-  char status = 0, same = 0;
-  EXPECT_TRUE(eventually([&] {
-    EXPECT_EQ(one.call(qGetMirrorStatus, "two", 1, &num_faults, &status, &same), 0);
-    return same == 'Y';
-  }));
+  one_.add_mirror("two", two_.port());
+  EXPECT_TRUE(one_.agrees_with("two"));
+  EXPECT_EQ(one_.queue_size("two"), 0);
   ASSERT_GE(created.size(), 120u);
   for (const std::string &name : created) {
-    ASSERT_FALSE(one.value_of(name).empty()) << name;
-    ASSERT_EQ(two.value_of(name), one.value_of(name)) << name;
+    ASSERT_FALSE(one_.value_of(name).empty()) << name;
+    ASSERT_EQ(two_.value_of(name), one_.value_of(name)) << name;
+  }
+}
+
+// Killed between the commit there and the commit here: the change is delivered again. What was set there since would
+// not outlive that it is applied again.
+TEST_F(MirrorCrash, NothingIsAppliedTwiceWhicheverSideIsKilled) {
+  for (KilledServer *victim : {&one_, &two_}) {
+    const std::string name = victim == &one_ ? "K1" : "K2";
+    {
+      Line line(two_.port());
+      line.become(Line::Mode::kLosesReplies);
+      one_.add_mirror("two", line.port());
+      one_.create_mirror_key(name);
+      ASSERT_TRUE(eventually([&] { return !two_.value_of(name).empty(); }));
+      ASSERT_EQ(two_.set_metadata(name, "set there"), 0);
+      ASSERT_EQ(one_.queue_size("two"), 1);
+      victim->kill();
+      victim->start();
+    }
+    EXPECT_EQ(one_.queue_size("two"), 1);
+    one_.add_mirror("two", two_.port());
+    EXPECT_TRUE(eventually([&] { return one_.queue_size("two") == 0; }));
+    EXPECT_EQ(two_.value_of(name), one_.value_of(name));
+    EXPECT_EQ(two_.metadata_of(name), "set there");
   }
 }
 

@@ -19,7 +19,7 @@ using namespace std::chrono_literals;
 ReplicationTimes short_times() {
   return {.first_retry = 2ms,
           .longest_retry = 20ms,
-          .exchange = 5s,
+          .exchange = 60s,
           .compare_every = 60s,
           .compare_pause = 20ms,
           .look_every = 20ms,
@@ -35,6 +35,8 @@ ServerOptions options_for(const DevEnvironment &environment, std::uint16_t port)
   options.port = port;
   options.roles = development_roles();
   options.limits.num_threads = 2;
+  const std::filesystem::path faults = environment.directory() / "faults.toml";
+  if (std::filesystem::exists(faults)) options.faults = {faults, environment.authority_key_path()};
   return options;
 }
 
@@ -43,7 +45,7 @@ ServerOptions options_for(const DevEnvironment &environment, std::uint16_t port)
 MirrorServer::Running::Running(MirrorServer &owner)
     : environment(owner.directory(), {}, owner.log_, owner.authority_from_),
       store(store_address(environment.directory()), *master_key_in(environment.directory()), owner.log_),
-      server(options_for(environment, owner.port_), store, owner.log_),
+      server(options_for(environment, owner.port()), store, owner.log_),
       replicator(environment.mirror_tls_files(), store, owner.log_, owner.times_),
       thread([this] { server.run(); }) {}
 
@@ -55,14 +57,19 @@ MirrorServer::Running::~Running() {
 MirrorServer::MirrorServer(const std::filesystem::path &authority_from, const ReplicationTimes &times)
     : authority_from_(authority_from), times_(times) {
   start();
-  port_ = running_->server.port();
-  paths_ = client_paths(directory());
+  use_port(running_->server.port());
+  use_files();
 }
 
 MirrorServer::~MirrorServer() = default;
 
 Store &MirrorServer::store() {
   return running_->store;
+}
+
+Mirror MirrorServer::mirror(const std::string &name) {
+  Store::Reader reader(store());
+  return find_mirror(*reader, name).value();
 }
 
 void MirrorServer::stop() {
@@ -78,16 +85,16 @@ void MirrorServer::lose_store() {
   std::filesystem::remove(directory() / "master.key");
 }
 
-void MirrorServer::create_mirror_key(const std::string &name) const {
+void MirrorClient::create_mirror_key(const std::string &name) const {
   ASSERT_EQ(call(qCreateSymKey, name.c_str(), 'Y'), 0) << name;
 }
 
-std::string MirrorServer::value_of(const std::string &name) const {
+std::string MirrorClient::value_of(const std::string &name) const {
   KeyRecord record{};
   return call(qRetrieveKey, name.c_str(), "", &record) == 0 ? std::string(record.caKeyValue, 32) : std::string();
 }
 
-int MirrorServer::set_metadata(const std::string &name, const std::string &text) const {
+int MirrorClient::set_metadata(const std::string &name, const std::string &text) const {
   KeyMetadataValues values{};
   std::strncpy(values.md[0], text.c_str(), sizeof values.md[0] - 1);
   const auto &md = values.md;
@@ -95,34 +102,38 @@ int MirrorServer::set_metadata(const std::string &name, const std::string &text)
               md[10], md[11], md[12], md[13], md[14], md[15]);
 }
 
-std::string MirrorServer::metadata_of(const std::string &name) const {
+std::string MirrorClient::metadata_of(const std::string &name) const {
   KeyMetadataValues values{};
   if (call(qRetrieveKeyMetadata, name.c_str(), &values) != 0) return "no such key";
   std::string text = values.md[0];
   return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
-void MirrorServer::add_mirror(const std::string &name, std::uint16_t port) const {
+void MirrorClient::add_mirror(const std::string &name, std::uint16_t port) const {
   ASSERT_EQ(call(qSetMirrorAddress, name.c_str(), "127.0.0.1", port), 0);
 }
 
-Mirror MirrorServer::mirror(const std::string &name) {
-  Store::Reader reader(store());
-  return find_mirror(*reader, name).value();
-}
-
-int MirrorServer::queue_size(const std::string &name) const {
+int MirrorClient::queue_size(const std::string &name) const {
   std::int32_t size = -1;
   EXPECT_EQ(call(qGetQueueSize, name.c_str(), &size), 0);
   return size;
 }
 
-bool MirrorServer::agrees_with(const std::string &name) const {
+bool MirrorClient::agrees_with(const std::string &name) const {
   return eventually([&] {
     std::int32_t faults = 0;
     char status = 0, same = 0;
     EXPECT_EQ(call(qGetMirrorStatus, name.c_str(), 1, &faults, &status, &same), 0);
     return same == 'Y' && status == 'U';
+  });
+}
+
+bool Mirrors::differs() {
+  return eventually([&] {
+    std::int32_t faults = 0;
+    char status = 0, same = 0;
+    EXPECT_EQ(one_.call(qGetMirrorStatus, "two", 1, &faults, &status, &same), 0);
+    return same == 'N';
   });
 }
 
@@ -136,14 +147,7 @@ sockaddr_in loopback(std::uint16_t port, const std::string &host = "127.0.0.1") 
   return address;
 }
 
-// Whether bytes went over, which must fit the budget.
-bool pass_on(int from, int to, std::size_t &budget) {
-  char buffer[16384];
-  const ssize_t count = ::recv(from, buffer, std::min(sizeof buffer, budget), 0);
-  if (count <= 0) return false;
-  budget -= static_cast<std::size_t>(count);
-  return ::send(to, buffer, static_cast<std::size_t>(count), MSG_NOSIGNAL) == count && budget > 0;
-}
+constexpr int kSilenceBehindReply = 50;  // milliseconds
 
 void reset(int socket) {
   const linger at_once{1, 0};
@@ -151,6 +155,83 @@ void reset(int socket) {
 }
 
 }  // namespace
+
+// One connection, which it closes at its end.
+class Line::Carriage {
+ public:
+  Carriage(Line &line, Mode mode, int client, int server, unsigned seed)
+      : line_(line), mode_(mode), client_(client), server_(server), random_(seed) {
+    if (mode == Mode::kResets) budget_ = 1 + one_of(12000);
+  }
+  ~Carriage() {
+    if (budget_ == 0) {
+      reset(client_);
+      reset(server_);
+    }
+    ::close(client_);
+    ::close(server_);
+  }
+  Carriage(const Carriage &) = delete;
+  Carriage &operator=(const Carriage &) = delete;
+
+  // False at the end.
+  bool go_on() {
+    const short from_client = mode_ == Mode::kHolds ? 0 : POLLIN;
+    const short from_server = mode_ == Mode::kHolds || holds_reply() ? 0 : POLLIN;
+    pollfd ready[3] = {{client_, from_client, 0}, {server_, from_server, 0}, {line_.stop_, POLLIN, 0}};
+    const int num_ready = ::poll(ready, 3, patience());
+    if (num_ready == 0) return !is_heard_;
+    if (ready[2].revents != 0 || mode_ == Mode::kHolds) return false;
+    if (ready[0].revents != 0 && !ask()) return false;
+    return ready[1].revents == 0 || answer();
+  }
+
+ private:
+  bool holds_reply() const { return mode_ == Mode::kHoldsReplies && is_asked_ && line_.mode_ == mode_; }
+
+  int patience() const {
+    if (is_heard_) return kSilenceBehindReply;
+    return holds_reply() ? 1 : -1;
+  }
+
+  // Of TLS 1.3 the client's second word ends the handshake and is followed by the request.
+  bool ask() {
+    is_asked_ = is_answered_;
+    if (holds_reply()) line_.holds_reply_ = true;
+    return pass_on(client_, server_);
+  }
+
+  bool answer() {
+    is_answered_ = true;
+    if (mode_ != Mode::kLosesReplies || !is_asked_) return pass_on(server_, client_);
+    is_heard_ = true;
+    return ::recv(server_, buffer_, sizeof buffer_, 0) > 0;
+  }
+
+  bool pass_on(int from, int to) {
+    if (mode_ == Mode::kDelays) {
+      pollfd stopped = {line_.stop_, POLLIN, 0};
+      ::poll(&stopped, 1, static_cast<int>(one_of(static_cast<unsigned>(kLongestDelay.count()))));
+    }
+    const ssize_t count = ::recv(from, buffer_, std::min(sizeof buffer_, budget_), 0);
+    if (count <= 0) return false;
+    budget_ -= static_cast<std::size_t>(count);
+    return ::send(to, buffer_, static_cast<std::size_t>(count), MSG_NOSIGNAL) == count && budget_ > 0;
+  }
+
+  unsigned one_of(unsigned count) { return static_cast<unsigned>(random_()) % count; }
+
+  Line &line_;
+  const Mode mode_;
+  const int client_;
+  const int server_;
+  std::mt19937 random_;
+  std::size_t budget_ = SIZE_MAX;
+  bool is_answered_ = false;
+  bool is_asked_ = false;
+  bool is_heard_ = false;  // a reply that is lost
+  char buffer_[16384];
+};
 
 Line::Line(std::uint16_t target, const std::string &address_text) : target_(target) {
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -172,8 +253,7 @@ Line::~Line() {
 }
 
 void Line::accept_connections() {
-  std::minstd_rand random(7);
-  for (;;) {
+  for (unsigned seed = 7;; ++seed) {
     pollfd ready[2] = {{listener_, POLLIN, 0}, {stop_, POLLIN, 0}};
     ::poll(ready, 2, -1);
     if (ready[1].revents != 0) break;
@@ -181,30 +261,18 @@ void Line::accept_connections() {
     if (client < 0) continue;
     ++num_connections_;
     const Mode mode = mode_;
-    const std::size_t budget = mode == Mode::kResets ? 1 + random() % 12000 : SIZE_MAX;
-    carriers_.emplace_back([=, this] { carry(client, mode, budget); });
+    carriers_.emplace_back([=, this] { carry(client, mode, seed); });
   }
   for (std::thread &carrier : carriers_) carrier.join();
 }
 
-void Line::carry(int client, Mode mode, std::size_t budget) const {
+void Line::carry(int client, Mode mode, unsigned seed) {
   const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const sockaddr_in address = loopback(target_);
-  bool open = ::connect(server, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-  while (open) {
-    const short wanted = mode == Mode::kHolds ? 0 : POLLIN;
-    pollfd ready[3] = {{client, wanted, 0}, {server, wanted, 0}, {stop_, POLLIN, 0}};
-    ::poll(ready, 3, -1);
-    if (ready[2].revents != 0 || (mode == Mode::kHolds && (ready[0].revents | ready[1].revents) != 0)) break;
-    if (ready[0].revents != 0) open = pass_on(client, server, budget);
-    if (open && ready[1].revents != 0) open = pass_on(server, client, budget);
+  Carriage carriage(*this, mode, client, server, seed);
+  if (::connect(server, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return;
+  while (carriage.go_on()) {
   }
-  if (budget == 0) {
-    reset(client);
-    reset(server);
-  }
-  ::close(client);
-  ::close(server);
 }
 
 RawOptions mirror_options(const std::filesystem::path &directory) {

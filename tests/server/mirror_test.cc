@@ -1,4 +1,4 @@
-// Replication between servers, over good lines and bad ones.
+// Replication between servers.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +11,7 @@
 #include "tests/server/mirror_servers.h"
 #include "veskd/audit_records.h"
 #include "veskd/certificates.h"
+#include "veskd/key_records.h"
 #include "veskd/return_codes.h"
 
 namespace veskd::test {
@@ -19,15 +20,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-// Two servers of one authority; the first knows the second as "two".
-class Mirrors : public testing::Test {
- protected:
-  void SetUp() override { one_.add_mirror("two", two_.port()); }
-
-  MirrorServer one_;
-  MirrorServer two_{one_.directory()};
-};
 
 // ---- The address book ----
 
@@ -149,6 +141,55 @@ TEST_F(Mirrors, AMirrorThatIsAwayCostsQueueLengthAndFaults) {
   EXPECT_EQ(one_.queue_size("two"), 0);
 }
 
+TEST_F(Mirrors, AStatusHasTheMirrorTriedWhenItsFlagSaysSo) {
+  std::int32_t faults = 0;
+  char status = 0, same = 0;
+  const std::int64_t before = one_.mirror("two").attempt;
+  ASSERT_EQ(one_.call(qGetMirrorStatus, "two", 0, &faults, &status, &same), 0);
+  EXPECT_EQ(one_.mirror("two").attempt, before);
+  ASSERT_EQ(one_.call(qGetMirrorStatus, "two", 1, &faults, &status, &same), 0);
+  EXPECT_EQ(one_.mirror("two").attempt, before + 1);
+}
+
+// All that a key is but its place in the store.
+std::string policy_of(MirrorServer &server, const std::string &name) {
+  Store::Reader reader(server.store());
+  Query query((*reader).database,
+              "SELECT current_instance, creation_date, activation_date, expiration_date, rollover_code, rollover_days, "
+              "last_rollover_date, deletable, revoked_date, mirror, user_group_flag, user_name, group_name FROM keys "
+              "WHERE name = ?1",
+              name);
+  std::string policy;
+  for (int column = 0, found = query.next() ? 13 : 0; column < found; ++column) policy += query.text(column) + "\n";
+  return policy;
+}
+
+TEST_F(Mirrors, AKeyArrivesWithItsWholePolicyAndBecomesDeletableThereToo) {
+  one_.store().change({.apply =
+                           [](StoreConnection &store) {
+                             create_key(store, "K1",
+                                        {.activation_date = "20270101",
+                                         .expiration_date = "20280229",
+                                         .rollover_code = "N",
+                                         .rollover_days = "0007",
+                                         .deletable = "N",
+                                         .mirror = "Y",
+                                         .user_group_flag = "1",
+                                         .user = "user",
+                                         .group = "caf\xc3\xa9"});
+                             return true;
+                           },
+                       .done = [](ChangeOutcome) {}});
+  ASSERT_TRUE(eventually([&] { return !two_.value_of("K1").empty(); }));
+  EXPECT_THAT(policy_of(one_, "K1"), HasSubstr("20270101\n20280229\nN\n0007\n"));
+  EXPECT_EQ(policy_of(two_, "K1"), policy_of(one_, "K1"));
+  ASSERT_EQ(two_.call(qDeleteKey, "K1"), RC_NOT_DELETABLE);
+  ASSERT_EQ(one_.call(qChangeDeletable, "K1", 'Y'), 0);
+  EXPECT_TRUE(eventually([&] { return policy_of(two_, "K1") == policy_of(one_, "K1"); }));
+  EXPECT_TRUE(one_.agrees_with("two"));
+  EXPECT_EQ(two_.call(qDeleteKey, "K1"), 0);
+}
+
 TEST_F(Mirrors, WhatWaitsSurvivesARestartOfTheSender) {
   two_.stop();
   one_.create_mirror_key("K1");
@@ -160,56 +201,25 @@ TEST_F(Mirrors, WhatWaitsSurvivesARestartOfTheSender) {
   EXPECT_EQ(two_.value_of("K1"), one_.value_of("K1"));
 }
 
-TEST_F(Mirrors, OverALineThatBreaksNothingIsLost) {
-  Line line(two_.port());
-  line.become(Line::Mode::kResets);
-  one_.add_mirror("two", line.port());
-  for (int i = 0; i < 40; ++i) {
-    const std::string name = "K" + std::to_string(i);
-    one_.create_mirror_key(name);
-    ASSERT_EQ(one_.set_metadata(name, "text " + name), 0);
-    if (i % 4 == 0) {
-      ASSERT_EQ(one_.call(qDeleteKey, name.c_str()), 0);
-    }
+// As a server does that has no mirror certificate yet.
+TEST_F(Mirrors, WhatWaitsFromTheTimeBeforeThereWasAReplicatorIsDelivered) {
+  one_.stop();
+  one_.lose_store();
+  {
+    const Log log(true);
+    Store store(store_address(one_.directory()), *master_key_in(one_.directory()), log);
+    store.change({.apply =
+                      [&](StoreConnection &connection) {
+                        set_mirror(connection, "two", "127.0.0.1", two_.port());
+                        create_key(connection, "K1", {"00000000", "00000000", "N", "0000", "Y", "Y", "N", "", ""});
+                        return true;
+                      },
+                  .done = [](ChangeOutcome outcome) { ASSERT_EQ(outcome, ChangeOutcome::kDone); }});
+    store.wait_until_idle();
   }
-  ASSERT_TRUE(eventually([&] { return one_.mirror("two").fault_count >= 5; }));
-  line.become(Line::Mode::kPasses);
+  one_.start();
   EXPECT_TRUE(one_.agrees_with("two"));
-  EXPECT_EQ(one_.queue_size("two"), 0);
-  for (int i = 0; i < 40; ++i) {
-    const std::string name = "K" + std::to_string(i);
-    EXPECT_EQ(two_.value_of(name), one_.value_of(name)) << name;
-    EXPECT_EQ(two_.metadata_of(name), i % 4 == 0 ? "no such key" : "text " + name);
-  }
-}
-
-TEST(MirrorTimes, ALineThatHoldsEverythingBackIsGivenUp) {
-  ReplicationTimes times = short_times();
-  times.exchange = std::chrono::milliseconds(50);
-  MirrorServer one({}, times);
-  MirrorServer two(one.directory());
-  Line line(two.port());
-  line.become(Line::Mode::kHolds);
-  one.add_mirror("two", line.port());
-  one.create_mirror_key("K1");
-  ASSERT_TRUE(eventually([&] { return one.mirror("two").fault_count >= 2; }));
-  EXPECT_EQ(one.mirror("two").status, kDown);
-  one.add_mirror("two", two.port());
-  EXPECT_TRUE(eventually([&] { return two.value_of("K1") == one.value_of("K1"); }));
-}
-
-TEST(MirrorTimes, AStopDoesNotWaitForAMirrorThatDoesNotAnswer) {
-  MirrorServer one;
-  MirrorServer two(one.directory());
-  Line line(two.port());
-  line.become(Line::Mode::kHolds);
-  one.add_mirror("two", line.port());
-  one.create_mirror_key("K1");
-  ASSERT_TRUE(eventually([&] { return line.num_connections() > 0; }));
-  const auto start = std::chrono::steady_clock::now();
-  one.stop();
-  // The exchange would have had five seconds.
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+  EXPECT_EQ(two_.value_of("K1"), one_.value_of("K1"));
 }
 
 TEST_F(Mirrors, ServersThatListOneAnotherDoNotSendChangesBack) {
@@ -297,6 +307,20 @@ TEST_F(Mirrors, AClientsCertificateDoesNotReplicate) {
                          "0000"));
 }
 
+TEST_F(Mirrors, ASenderWithoutTheRoleIsRefusedAndKeepsItsQueue) {
+  one_.stop();
+  for (const char *end : {".pem", "-key.pem"}) {
+    const auto file = [&](const std::string &name) { return one_.directory() / (name + end); };
+    std::filesystem::copy_file(file("client"), file("mirror"), std::filesystem::copy_options::overwrite_existing);
+  }
+  one_.start();
+  one_.create_mirror_key("K1");
+  ASSERT_TRUE(eventually([&] { return one_.mirror("two").last_fault == RC_NOT_A_MIRROR; }));
+  EXPECT_EQ(one_.mirror("two").status, kRefuses);
+  EXPECT_EQ(one_.queue_size("two"), 1);
+  EXPECT_EQ(two_.value_of("K1"), "");
+}
+
 TEST(MirrorTrust, ACertificateWithoutTheNameInTheBookIsNotTrusted) {
   MirrorServer one;
   MirrorServer two(one.directory());
@@ -360,6 +384,18 @@ TEST_F(Mirrors, AForcedSynchronisationMendsAMirrorThatLostItsStore) {
   EXPECT_EQ(two_.call(qCreateSymKey, "K1", 'N'), RC_KEY_NAME_USED);
 }
 
+TEST_F(Mirrors, TheNameOfADeletedKeyIsSynchronisedAlone) {
+  one_.create_mirror_key("K1");
+  ASSERT_EQ(one_.call(qDeleteKey, "K1"), 0);
+  ASSERT_TRUE(eventually([&] { return one_.queue_size("two") == 0; }));
+  two_.stop();
+  two_.lose_store();
+  two_.start();
+  ASSERT_EQ(one_.call(qForceKeySync, "two", "K1"), 0);
+  ASSERT_TRUE(eventually([&] { return one_.queue_size("two") == 0; }));
+  EXPECT_EQ(two_.call(qCreateSymKey, "K1", 'N'), RC_KEY_NAME_USED);
+}
+
 TEST_F(Mirrors, OneKeyIsSynchronisedWhenItIsAMirrorKey) {
   ASSERT_EQ(one_.call(qCreateSymKey, "LOCAL", 'N'), 0);
   EXPECT_EQ(one_.call(qForceKeySync, "two", "LOCAL"), RC_NOT_A_MIRROR_KEY);
@@ -367,6 +403,7 @@ TEST_F(Mirrors, OneKeyIsSynchronisedWhenItIsAMirrorKey) {
   one_.create_mirror_key("K1");
   ASSERT_TRUE(one_.agrees_with("two"));
   ASSERT_EQ(two_.set_metadata("K1", "changed there"), 0);
+  ASSERT_TRUE(differs());
   ASSERT_EQ(one_.call(qForceKeySync, "two", "K1"), 0);
   EXPECT_TRUE(one_.agrees_with("two"));
   EXPECT_EQ(two_.metadata_of("K1"), "");

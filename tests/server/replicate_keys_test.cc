@@ -92,6 +92,44 @@ TEST_F(ReplicateKeys, AChangeThatComesAgainIsNotAppliedAgain) {
   EXPECT_EQ(server_.metadata_of("K1"), "text");
 }
 
+// Its sender has not seen the reply, and counts refusals from it.
+TEST_F(ReplicateKeys, AConflictThatComesAgainIsRefusedAgainAlthoughALaterChangeWasApplied) {
+  server_.create_mirror_key("K1");
+  WrittenChange deletion, fine;
+  deletion.number = "0000000000000000002";
+  deletion.kind = "D";
+  fine.number = "0000000000000000003";
+  fine.name = padded("K3", 40);
+  const std::string codes =
+      "00020"
+      "9001"
+      "0000"
+      "0606"
+      "0606"
+      "0000";
+  EXPECT_EQ(ask({WrittenChange(), deletion, fine}), codes);
+  EXPECT_EQ(ask({WrittenChange(), deletion, fine}), codes);
+}
+
+TEST_F(ReplicateKeys, WhatIsDeletableStaysSoAndAnotherValueIsAnotherKey) {
+  WrittenChange guarded, other_value;
+  guarded.number = "0000000000000000002";
+  guarded.deletable = "N";
+  guarded.metadata = padded("guarded", 1024);
+  other_value.number = "0000000000000000003";
+  other_value.value = std::string(32, 'w');
+  EXPECT_EQ(ask({WrittenChange(), guarded, other_value}),
+            "00020"
+            "9001"
+            "0000"
+            "0000"
+            "0000"
+            "0606");
+  EXPECT_EQ(server_.metadata_of("K1"), "guarded");
+  EXPECT_EQ(server_.value_of("K1"), std::string(32, 'v'));
+  EXPECT_EQ(server_.call(qDeleteKey, "K1"), 0);
+}
+
 TEST_F(ReplicateKeys, EachChangeHasItsOwnReturnCode) {
   server_.create_mirror_key("K1");
   ASSERT_EQ(server_.call(qCreateSymKey, "LOCAL", 'N'), 0);
@@ -123,6 +161,7 @@ TEST_F(ReplicateKeys, WhatIsNotOfItsFormIsRefusedWhole) {
       {"a blank instance", [](WrittenChange &c) { c.instance = padded("", 24); }},
       {"another key size", [](WrittenChange &c) { c.size = "0128"; }},
       {"a day that the calendar has not", [](WrittenChange &c) { c.dates.replace(0, 8, "20260230"); }},
+      {"keys that roll over", [](WrittenChange &c) { c.rollover[0] = 'A'; }},
       {"a flag that is none", [](WrittenChange &c) { c.deletable = "?"; }},
       {"a control character in the metadata", [](WrittenChange &c) { c.metadata[5] = '\n'; }},
       {"NUL in the group", [](WrittenChange &c) { c.owner[300] = '\0'; }},

@@ -19,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 constexpr const char *kReloaded = "read the settings and certificates again";
@@ -159,6 +160,19 @@ TEST_F(Serve, ReadsItsMirrorCertificateAgain) {
   ASSERT_TRUE(server.reload(kNotReloaded));
   EXPECT_TRUE(server.has_logged("mirrors.certificate: cannot use"));
   EXPECT_EQ(server.ping(), 0);
+}
+
+TEST_F(Serve, WarnsThatChangesWaitForMirrorsWithoutAMirrorCertificate) {
+  constexpr const char *kWarning = "there are mirrors and no mirror certificate: what is for them waits";
+  const CertificatePaths paths = client_paths(laboratory.path());
+  {
+    ConfiguredServer server(laboratory);
+    ASSERT_EQ(qSetMirrorAddress(&paths, "127.0.0.1", server.port(), "west", "127.0.0.1", 1), 0);
+    ASSERT_EQ(server.stop(), 0);
+    EXPECT_THAT(server.program().errors(), Not(HasSubstr(kWarning)));
+  }
+  ConfiguredServer server(laboratory);
+  EXPECT_TRUE(server.has_logged(kWarning));
 }
 
 TEST_F(Serve, TellsWhereToWatchIt) {

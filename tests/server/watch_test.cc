@@ -353,6 +353,19 @@ TEST(StatusPage, TellsHowFullTemplatesAre) {
   EXPECT_THAT(page, HasSubstr("There are no mirrors."));
 }
 
+TEST(StatusPage, TellsWhatIsKnownOfTheDataOfMirrors) {
+  const auto page_of = [](std::string_view data, std::int64_t num_waiting) {
+    ServerStatus status;
+    Mirror mirror{};
+    mirror.data_hash_status = data;
+    status.store = StoreStatus{{{mirror, num_waiting}}, {}, false, {}};
+    return status_page(status);
+  };
+  EXPECT_THAT(page_of(kSameData, 0), HasSubstr("<td>the same</td>"));
+  EXPECT_THAT(page_of(kOtherData, 0), HasSubstr("<td>different</td>"));
+  EXPECT_THAT(page_of(kSameData, 1), HasSubstr("<td>not known</td>"));
+}
+
 TEST(StatusPage, MarksWhatIsWrong) {
   ServerStatus status;
   status.checks = {{"store can be read", "no such table"}};
