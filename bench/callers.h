@@ -21,15 +21,21 @@ enum class Manner {
 inline constexpr std::array kManners = {Manner::kResumed, Manner::kInFull, Manner::kFromFiles};
 const char *name_of(Manner manner);
 
-// The key that every call retrieves.
+// What a call asks for.
+enum class Wanted {
+  kKey,      // a key by its name
+  kNextKey,  // the next key of a template
+  kAnswer,   // an answer, for which the server looks at nothing
+};
 inline constexpr const char *kKeyName = "BENCHMARK";
+inline constexpr const char *kConstant = "BENCHMARK_KEYS_";
 
 // Makes the call, again and again, for one thread. Ends the process on failure.
 class Caller {
  public:
   virtual ~Caller() = default;
   virtual void call() = 0;
-  // A call that counts what is allocated between the handshake and the good-bye.
+  // A call for a key by its name that counts what is allocated between the handshake and the good-bye.
   virtual Allocations count_exchange() = 0;
 };
 
@@ -42,6 +48,6 @@ class Callers {
   virtual std::unique_ptr<Caller> make(int thread) const = 0;
 };
 
-std::unique_ptr<Callers> callers(Client client, Manner manner, const Server &server);
+std::unique_ptr<Callers> callers(Client client, Manner manner, const Server &server, Wanted wanted = Wanted::kKey);
 
 }  // namespace bench

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <numeric>
 #include <thread>
@@ -17,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Each runs twice in a turn, so that neither is always the one that comes second.
+// Each runs twice in a turn, there and back, so that none always comes behind the same other.
 constexpr std::chrono::milliseconds kSlice{50};
 constexpr int kTurns = 2;
 
@@ -93,18 +94,20 @@ class Crowd {
 void measure(CallCell &cell) {
   const auto library = callers(Client::kLibrary, cell.manner, *cell.server);
   const auto bare = callers(Client::kBare, cell.manner, *cell.server);
-  measure_side_by_side({*library, cell.library}, {*bare, cell.bare}, cell.threads);
+  measure_side_by_side({{*library, cell.library}, {*bare, cell.bare}}, cell.threads);
 }
 
 }  // namespace
 
-void measure_side_by_side(const Side &one, const Side &other, int threads) {
-  Crowd first(one.callers, threads);
-  Crowd second(other.callers, threads);
-  for (int i = 0; i < kTurns; ++i)
-    for (Crowd *crowd : {&first, &second, &second, &first}) crowd->run_for(kSlice);
-  first.add_to(one.figures);
-  second.add_to(other.figures);
+void measure_side_by_side(const std::vector<Side> &sides, int threads) {
+  std::list<Crowd> crowds;
+  for (const Side &side : sides) crowds.emplace_back(side.callers, threads);
+  for (int i = 0; i < kTurns; ++i) {
+    for (Crowd &crowd : crowds) crowd.run_for(kSlice);
+    for (auto crowd = crowds.rbegin(); crowd != crowds.rend(); ++crowd) crowd->run_for(kSlice);
+  }
+  auto crowd = crowds.begin();
+  for (const Side &side : sides) (crowd++)->add_to(side.figures);
 }
 
 std::vector<CallCell> measure_all_calls(const std::vector<Server> &servers, int rounds) {

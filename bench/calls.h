@@ -24,13 +24,13 @@ struct CallCell {
   CallFigures bare;
 };
 
-// Has two make calls by turns, in short slices of time so that what disturbs the machine meets both, and adds what a
+// Has several make calls by turns, in short slices of time so that what disturbs the machine meets all, and adds what a
 // call has cost each.
 struct Side {
   const Callers &callers;
   CallFigures &figures;
 };
-void measure_side_by_side(const Side &one, const Side &other, int threads);
+void measure_side_by_side(const std::vector<Side> &sides, int threads);
 
 // All cells, round by round.
 std::vector<CallCell> measure_all_calls(const std::vector<Server> &servers, int rounds);

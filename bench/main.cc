@@ -28,7 +28,7 @@ void measure_host_names(Results &results, const Server &server) {
   const auto by_address = callers(Client::kLibrary, Manner::kResumed, server);
   const auto by_host_name = callers(Client::kLibrary, Manner::kResumed, named);
   for (int round = 0; round < results.rounds; ++round)
-    measure_side_by_side({*by_address, results.by_address}, {*by_host_name, results.by_host_name}, 1);
+    measure_side_by_side({{*by_address, results.by_address}, {*by_host_name, results.by_host_name}}, 1);
 }
 
 int measure(const std::string &ecdsa_directory, const std::string &rsa_directory, const std::string &output) {
@@ -43,6 +43,7 @@ int measure(const std::string &ecdsa_directory, const std::string &rsa_directory
   results.system_calls = count_system_calls(ecdsa, ecdsa_directory);
   results.trace = measure_trace(ecdsa);
   results.server_times = measure_store_reads(ecdsa);
+  results.next_keys = measure_next_keys(ecdsa, results.rounds);
   print_table(results);
   std::ofstream json(output + "/results.json");
   json << to_json(results).dump(2) << '\n';

@@ -89,6 +89,21 @@ void print_system_calls(const Results &results) {
   }
 }
 
+void print_next_keys(const Results &results) {
+  const auto percent_of = [](const Spread &share) {
+    return fmt::format("{:.0f} ({:.0f}-{:.0f})", 100 * share.median, 100 * share.low, 100 * share.high);
+  };
+  fmt::print("\nnext keys: medians and quartiles, and what part of a client's time goes to what\n");
+  fmt::print("{:>7} | {:<18} | {:<12} {:<12} {:<12}\n", "clients", "keys/s", "TLS %", "store %", "our own %");
+  for (const NextKeyFigures &figures : results.next_keys) {
+    const Spread rate = spread_of(figures.next_key.per_second);
+    const TimeShares shares = shares_of(figures);
+    fmt::print("{:>7} | {:<18} | {:<12} {:<12} {:<12}\n", figures.clients,
+               fmt::format("{:.0f} ({:.0f}-{:.0f})", rate.median, rate.low, rate.high), percent_of(shares.tls),
+               percent_of(shares.store), percent_of(shares.own));
+  }
+}
+
 void print_rest(const Results &results) {
   const TraceCost &trace = results.trace;
   fmt::print("\ntrace, off: {} lines of {:.2f} ns and {} dumps of {:.2f} ns are {:.3f} % of a resumed call's CPU\n",
@@ -160,6 +175,18 @@ Json json_of_system_calls(const Results &results) {
   return all;
 }
 
+Json json_of_next_keys(const Results &results) {
+  Json all = Json::array();
+  for (const NextKeyFigures &figures : results.next_keys) {
+    const TimeShares shares = shares_of(figures);
+    all.push_back(
+        {{"clients", figures.clients},
+         {"per_second", json_of(spread_of(figures.next_key.per_second))},
+         {"share", {{"tls", json_of(shares.tls)}, {"store", json_of(shares.store)}, {"own", json_of(shares.own)}}}});
+  }
+  return all;
+}
+
 Json json_of_goals(const Results &results) {
   Json goals = Json::array();
   for (const Goal &goal : goals_of(results))
@@ -204,6 +231,7 @@ std::vector<Goal> goals_of(const Results &results) {
 void print_table(const Results &results) {
   print_calls(results);
   print_names(results.names);
+  print_next_keys(results);
   print_allocations(results);
   print_system_calls(results);
   print_rest(results);
@@ -223,6 +251,7 @@ Json to_json(const Results &results) {
         {"per_second_ratio",
          json_of(spread_of_ratios(results.by_host_name.per_second, results.by_address.per_second))}}},
       {"names", json_of_names(results.names)},
+      {"next_keys", json_of_next_keys(results)},
       {"allocations", json_of_allocations(results)},
       {"system_calls", json_of_system_calls(results)},
       {"trace_off",

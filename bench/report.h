@@ -9,6 +9,7 @@
 #include "bench/calls.h"
 #include "bench/counts.h"
 #include "bench/names.h"
+#include "bench/next_keys.h"
 #include "bench/store_read.h"
 #include "bench/system_calls.h"
 #include "bench/trace_cost.h"
@@ -25,6 +26,7 @@ struct Results {
   std::optional<std::vector<CallSystemCalls>> system_calls;
   TraceCost trace;
   ServerTimes server_times;
+  std::vector<NextKeyFigures> next_keys;
 };
 
 // A bound that the library is to keep.

@@ -14,7 +14,6 @@ struct ServerTimes {
   double store_read() const { return retrieve_key.median - noop.median; }
 };
 
-// The server's log is the file `log` of its directory.
 ServerTimes measure_store_reads(const Server &server);
 
 }  // namespace bench

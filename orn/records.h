@@ -28,7 +28,8 @@ typedef struct KeyRecord {
   char md[16][65];           /* P    metadata fields MD01 to MD16 */
 } KeyRecord;
 
-/* What drawing the next key of a template gives: 500 bytes. The first fields repeat the request. */
+/* What drawing the next key of a template gives: 500 bytes. The constant and the lengths and code before the format
+ * repeat the request. */
 typedef struct NextKeyBlock {
   char caTranId[11];
   char caConstant[40];

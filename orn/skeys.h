@@ -1,11 +1,15 @@
 /* The transaction functions of libvesk: one per server operation, each working on an open session.
  *
  * Programs call the public calls of orn/vesk.h, which open a session, fill its request, call the transaction function
- * and close the session. The functions are exported for programs that fill a session themselves. The layout of Session
- * may change with any release of the library: such programs are compiled against the release that they run with.
+ * and close the session. The functions are exported for programs that do so themselves: they zero a session, have
+ * SetupConnection (orn/support.h) fill hTls, hTlsAux and hTlsRead, put the transaction identifier, which stands before
+ * each function below, into request.caTranId and fill the fields that the function wants; afterwards they hand the
+ * handles to TLSTeardown and wipe the session. The layout of Session may change with any release of the library: such
+ * programs are compiled against the release that they run with.
  *
- * Each function leaves its outcome in session->iStatus and clears every buffer of its own. A session belongs to one
- * thread and serves one transaction. */
+ * Each function leaves its outcome in session->iStatus, 0 or a status that the public call of its operation names
+ * (orn/vesk.h), and clears every buffer of its own. No pointer may be null unless the function says so. A session
+ * belongs to one thread and serves one transaction. */
 #ifndef ORN_SKEYS_H
 #define ORN_SKEYS_H
 
@@ -94,126 +98,130 @@ typedef struct Session {
 
 typedef struct LinkedList LinkedList; /* orn/support.h */
 
-/* Connectivity check. result: 5 bytes, receives the return code as text. A null result is ERR_NULL_RESULT. */
+/* 1043: connectivity check. result: 5 bytes, receives the return code as text. A null result is ERR_NULL_RESULT. */
 void AdminNoop(Session *session, char result[5]);
 
-/* Draws the next key of a template; wants caConstant, caIncrementLen, caIncrementCode, caConstantLen and caKeyFormat.
+/* 2003: draws the next key of a template; wants caConstant, caIncrementLen, caIncrementCode, caConstantLen and
+ * caKeyFormat.
  */
 void GetNextKey(Session *session, NextKeyBlock *block);
 
-/* Fetches a key; wants caKeyName, caInstance and caKeyFormat. A null record is ERR_NULL_RESULT. */
+/* 2001: fetches a key; wants caKeyName, caInstance and caKeyFormat. A null record is ERR_NULL_RESULT. */
 void RetrieveKey(Session *session, KeyRecord *record);
 
-/* Reads a key's policy into session->policy; wants caKeyName and caInstance. */
+/* 1003: reads a key's policy into session->policy; wants caKeyName and caInstance. */
 void DisplaySymKeyPolicy(Session *session);
 
-/* Creates a key; wants caKeyName, the policy fields, caUserGroupFlag, caUser and caGroup. */
+/* 1001: creates a key; wants caKeyName, the policy fields, caUserGroupFlag, caUser and caGroup. */
 void CreateSymKey(Session *session);
 
-/* Generates a batch of keys; wants the template fields, caKeyCount, caGenMode and what CreateSymKey wants but a name.
+/* 1117: generates a batch of keys; wants the template fields, caKeyCount, caGenMode and what CreateSymKey wants but a
+ * name.
  */
 void AutoGenKeys(Session *session);
 
-/* Creates the key database; wants nothing. */
+/* 1107: creates the key database; wants nothing. */
 void CreateDB(Session *session);
 
-/* Deletes a key; wants caKeyName. */
+/* 1015: deletes a key; wants caKeyName. */
 void DeleteKey(Session *session);
 
-/* Makes a key deletable; wants caKeyName, caInstance and caDeletable. */
+/* 1005: makes a key deletable; wants caKeyName, caInstance and caDeletable. */
 void ChangeDeletable(Session *session);
 
-/* Reads the state of a template into depth, which may be null; wants caConstant, caIncrementLen and caConstantLen. */
+/* 1121: reads the state of a template into depth, which may be null; wants caConstant, caIncrementLen and
+ * caConstantLen. */
 void GetTemplateDepth(Session *session, TemplateDepth *depth);
 
-/* Appends the constant of every template to list, which may be null; wants nothing. */
+/* 1123: appends the constant of every template to list, which may be null; wants nothing. */
 void GetTemplateList(Session *session, LinkedList *list);
 
-/* Removes a template; wants caConstant, caConstantLen and caIncrementLen. */
+/* 1125: removes a template; wants caConstant, caConstantLen and caIncrementLen. */
 void RemoveTemplate(Session *session);
 
-/* Sets the increment that a template serves next; wants what RemoveTemplate wants and caNextIncrement. */
+/* 1159: sets the increment that a template serves next; wants what RemoveTemplate wants and caNextIncrement. */
 void SetNextIncrement(Session *session);
 
-/* Overwrites the sixteen metadata fields of a key; wants caKeyName, caInstance and caMetadata, each field of exactly 64
- * characters: field MDk of another length is the status 10000 - k, and nothing is sent. A wrong MD01 is also told on
- * standard output. */
+/* 1039: overwrites the sixteen metadata fields of a key; wants caKeyName, caInstance and caMetadata, each field of
+ * exactly 64 characters: field MDk of another length is the status 10000 - k, and nothing is sent. A wrong MD01 is also
+ * told on standard output. */
 void SetMetadata(Session *session);
 
-/* Queries the metadata of keys, page by page, into caDataFile, if that is not empty, and into list, which may be null;
- * wants the criteria in pcaFilter, in field order, empty ones included, up to the first null pointer. */
+/* 1053: queries the metadata of keys, page by page, into caDataFile, if that is not empty, and into list, which may be
+ * null; wants the criteria in pcaFilter, in field order, empty ones included, up to the first null pointer. */
 void RetrieveMetadata(Session *session, LinkedList *list);
 
-/* Lists the names of keys, page by page, into caDataFile, if that is not empty, and into list, which may be null; wants
- * caKeyFilter and leaves caHighestSequence. */
+/* 1037: lists the names of keys, page by page, into caDataFile, if that is not empty, and into list, which may be null;
+ * wants caKeyFilter and leaves caHighestSequence. */
 void DisplayKeyNameList(Session *session, LinkedList *list);
 
-/* Adds or replaces a mirror's address; wants caMirrorName, caMirrorHost and caMirrorPort. */
+/* 1129: adds or replaces a mirror's address; wants caMirrorName, caMirrorHost and caMirrorPort. */
 void SetMirrorAddress(Session *session);
 
-/* Reads a mirror's address into the first three fields of record, which must come zeroed; wants caMirrorName. */
+/* 1127: reads a mirror's address into the first three fields of record, which must come zeroed; wants caMirrorName. */
 void GetMirrorAddress(Session *session, MirrorRecord *record);
 
-/* Removes a mirror's address; wants caMirrorName. */
+/* 1131: removes a mirror's address; wants caMirrorName. */
 void RemoveMirrorAddress(Session *session);
 
-/* Appends the name of every mirror to list, which may be null; wants nothing. */
+/* 1133: appends the name of every mirror to list, which may be null; wants nothing. */
 void ListMirrorNames(Session *session, LinkedList *list);
 
-/* Reads a mirror's health into record: name, fault count, the two statuses, detail; wants caMirrorName and
+/* 1135: reads a mirror's health into record: name, fault count, the two statuses, detail; wants caMirrorName and
  * caMirrorStatusFlag. */
 void GetMirrorStatus(Session *session, MirrorRecord *record);
 
-/* Reads the size of a mirror's replication queue into record; wants caMirrorName. */
+/* 1147: reads the size of a mirror's replication queue into record; wants caMirrorName. */
 void GetQueueSize(Session *session, MirrorRecord *record);
 
-/* Makes the server synchronise keys to a mirror; wants caMirrorName, caAllKeys and caSyncKeyName. */
+/* 1151: makes the server synchronise keys to a mirror; wants caMirrorName, caAllKeys and caSyncKeyName. */
 void ForceKeySync(Session *session);
 
-/* Reads the health of the appliance into record, and its sensor data, page by page, into session->caFilePath, if that
- * is not empty. Ends with the line "**end" on standard output. record is untouched when no whole reply arrived. */
+/* 1137: reads the health of the appliance into record, and its sensor data, page by page, into session->caFilePath, if
+ * that is not empty. Ends with the line "**end" on standard output. record is untouched when no whole reply arrived. */
 void GetSystemStatus(Session *session, SystemStatusRecord *record);
 
-/* Reads the FIPS mode and the version into caFipsMode and caVersion; wants nothing. result: 6 bytes, receives the mode
- * and the return code as text. A null result is ERR_NULL_RESULT. */
+/* 1047: reads the FIPS mode and the version into caFipsMode and caVersion; wants nothing. result: 6 bytes, receives the
+ * mode and the return code as text. A null result is ERR_NULL_RESULT. */
 void ReportFipsMode(Session *session, char result[6]);
 
-/* Makes the server validate its key database; wants nothing. Leaves session->caListCount of the last page: more than 0
- * when something is wrong. The pages' headers are also told on standard output. */
+/* 1041: makes the server validate its key database; wants nothing. Leaves session->caListCount of the last page: more
+ * than 0 when something is wrong. The pages' headers are also told on standard output. */
 void ValidateDB(Session *session);
 
-/* Imports a key; wants caKeyName, the policy fields, caMirrorKey, caKeyFormat ("BIN", "B16", "B64" or "RSA"),
+/* 1023: imports a key; wants caKeyName, the policy fields, caMirrorKey, caKeyFormat ("BIN", "B16", "B64" or "RSA"),
  * caCertificateName and caRSAPaddingMode. The value comes from session->caFilePath when caFilePathLen is above 0, and
  * from caKeyValue otherwise, as many bytes as format and caKeySizeBits say: none for a size that is not 128, 192 or
- * 256, but always 256 for "RSA". */
+ * 256, but always 256 for "RSA". Another caKeyFormat is ERR_IMPORT_KEY_FORMAT, and nothing is sent. */
 void ImportSymKey(Session *session);
 
-/* Exports a key into caKeyValue and into session->caFilePath, if that is not empty; wants caKeyName, caInstance,
+/* 1025: exports a key into caKeyValue and into session->caFilePath, if that is not empty; wants caKeyName, caInstance,
  * caKeyFormat, caRSAPublicCertName and caRSAPaddingMode. The file is written whatever the return code is. */
 void ExportSymKey(Session *session);
 
-/* Sends the first 16305 bytes of session->caFilePath as a certificate; wants caCertType, caCertName and caImportFlag.
+/* 1139: sends the first 16305 bytes of session->caFilePath as a certificate; wants caCertType, caCertName and
+ * caImportFlag.
  */
 void ImportCertificate(Session *session);
 
-/* Sends the first 16306 bytes of session->caFilePath as a private key; wants caCertName and caImportFlag. */
+/* 1143: sends the first 16306 bytes of session->caFilePath as a private key; wants caCertName and caImportFlag. */
 void ImportPrivateKey(Session *session);
 
-/* Receives a certificate into session->caFilePath; wants caCertType and caCertName. The file is written whatever the
- * return code is. */
+/* 1153: receives a certificate into session->caFilePath; wants caCertType and caCertName. The file is written whatever
+ * the return code is. */
 void ExportCertificate(Session *session);
 
-/* Deletes a certificate; wants caCertType and caCertName. */
+/* 1141: deletes a certificate; wants caCertType and caCertName. */
 void DeleteCertificate(Session *session);
 
-/* Deletes a private key; wants caCertName. */
+/* 1145: deletes a private key; wants caCertName. */
 void DeletePrivateKey(Session *session);
 
-/* Lists the names of the certificates of caCertType, page by page, into session->caFilePath, if that is not empty, and
- * into list, which may be null. The pages' return codes do not count. */
+/* 1049: lists the names of the certificates of caCertType, page by page, into session->caFilePath, if that is not
+ * empty, and into list, which may be null. The pages' return codes do not count. */
 void GetCertificateList(Session *session, LinkedList *list);
 
-/* Lists the names of the private keys in the same way; wants nothing. */
+/* 1119: lists the names of the private keys in the same way; wants nothing. */
 void GetPrivateKeyList(Session *session, LinkedList *list);
 
 #ifdef __cplusplus

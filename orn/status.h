@@ -12,7 +12,8 @@
  *
  * StatusName() and StatusText() in orn/support.h give the name and a sentence for any value.
  *
- * This header is the only place that lists the codes: the enumerators and the texts are both made from it. */
+ * This header is the only place that lists the codes: the enumerators and the texts are both made from it. Without an
+ * enumerator are -1, the answer no of qReportFipsMode, and 9984 to 9998, the fields MD16 to MD02 of SetMetadata. */
 #ifndef ORN_STATUS_H
 #define ORN_STATUS_H
 

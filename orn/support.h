@@ -76,10 +76,10 @@ int TLSTeardown(void *hTls, void *hTlsAux, void *hTlsRead);
  *   last 16 sets of files;
  * - TLS 1.3 session tickets, with which a later handshake needs no certificates. Each is used once, with the same
  *   files, host and port, within an hour of the full handshake that it goes back to and never beyond the validity of
- * the server's certificate chain, which a resumed connection shows as it was then. A ticket comes with a read, at most
- * 64 are kept for a server, and a connection on which anything failed leaves none. A server that does not take a
- * ticket, or fails when it sees one, gets a full handshake within the same SetupConnection, and no ticket for a minute.
- * The key exchange is fresh each time.
+ *   the server's certificate chain, which a resumed connection shows as it was then. A ticket comes with a read, at
+ *   most 64 are kept for a server, and a connection on which anything failed leaves none. A server that does not take
+ *   a ticket, or fails when it sees one, gets a full handshake within the same SetupConnection, and no ticket for a
+ *   minute. The key exchange is fresh each time.
  *
  * A child of fork() starts with nothing kept, and its parent goes on as before. No thread waits for what another does
  * with its files or on its connection. */
@@ -94,9 +94,9 @@ void TLSForgetAll(void);
 
 /* ---- Trace --------------------------------------------------------------------------------------------------------
  *
- * Off until one of the TraceTo functions switches it on. Every line is written whole, with time, thread, source path
- * and line. Dumps of key values, of other key material and of the request bytes that carry them show their length and a
- * mask in place of the bytes until TraceRevealSecrets(1). */
+ * Off until one of the TraceTo functions switches it on; the last one called says where to. Every line is written
+ * whole, with time, thread, source path and line. Dumps of key values, of other key material and of the request bytes
+ * that carry them show their length and a mask in place of the bytes until TraceRevealSecrets(1). */
 
 /* A line of the trace, without line end, valid during the call. A line begins with the time; those that continue a dump
  * or a message of several lines begin with four spaces. Control characters and non-ASCII bytes are \xNN. It may come
@@ -140,7 +140,8 @@ typedef struct CertificateInfo {
 /* Fills info from the certificate. What a certificate does not have is empty text. A null certificate empties info. */
 void X509_get_info(X509 *certificate, CertificateInfo *info);
 
-/* A readable text of several lines, without a line end behind the last. The caller frees it with free(). */
+/* A readable text of several lines, without a line end behind the last; empty for a null info. The caller frees it with
+ * free(). Null when out of memory. */
 char *CertificateInfo_to_string(const CertificateInfo *info);
 
 /* ---- Linked lists --------------------------------------------------------------------------------------------------
@@ -154,8 +155,8 @@ void ll_free(LinkedList *list);                       /* wipes and frees the ele
 int ll_append(LinkedList *list, const void *element); /* copies ll_get_element_size(list) bytes; 0, or CONN_ERR_ARGUMENT
                                                          (a null argument) or CONN_ERR_RESOURCES; constant time */
 size_t ll_get_element_size(const LinkedList *list);   /* bytes; 0 for a null list */
-size_t ll_count(const LinkedList *list);
-const LinkedListNode *ll_first(const LinkedList *list); /* null at the end, as ll_next */
+size_t ll_count(const LinkedList *list);              /* elements; 0 for a null list */
+const LinkedListNode *ll_first(const LinkedList *list); /* null at the end, as ll_next, and for a null list */
 const LinkedListNode *ll_next(const LinkedListNode *node);
 const void *ll_element(const LinkedListNode *node); /* valid until the list is freed */
 

@@ -5,9 +5,9 @@
  * caller's buffers, and closes the connection.
  *
  * Every public call takes first
- *   paths  the certificate paths that SetupCertificates filled
+ *   paths  the certificate paths that SetupCertificates filled; not null
  *   host   the server's host name or numeric address, at most 40 characters: more are cut off
- *   port   the server's port, 1 to 65535
+ *   port   the server's port, 1 to 65535; of a number of more than five digits only the first five are used
  * and returns a status: 0 when the server answered "0000" and the reply was processed, otherwise the status of the
  * first step that failed (orn/status.h; StatusText() in orn/support.h explains any of them):
  *
@@ -17,13 +17,15 @@
  *
  * Text arguments are NUL-terminated and not changed; text longer than its field is cut to the field's width, and a null
  * pointer counts as empty text, unless a call says otherwise. Widths are in characters without terminator; buffer sizes
- * are in bytes with it. The caller owns everything that it passes; a call keeps no pointer to it.
+ * are in bytes with it. The caller owns everything that it passes; a call keeps no pointer to it. What a call writes to
+ * may not overlap what it reads.
  *
  * Threads: any number of threads may make calls at the same time. Only SetTimeout is process-wide: call it before.
  *
- * A call blocks until the reply has been read or a time-out has run out: 10 seconds for connection and handshake, and
- * for the reply 60 seconds, unless the call names more. No call prints to the terminal or ends the process, unless it
- * says so. */
+ * A call blocks until the reply has been read or a time-out has run out: 10 seconds for connection and handshake, 60
+ * for sending the request, 60, unless the call names more, until the length of the reply has arrived, and 60 for the
+ * rest of it. No call prints to the terminal unless it says so, and none ends the process unless there is no memory
+ * for its session or for the one buffer that calls with a list or a file have besides. */
 #ifndef ORN_VESK_H
 #define ORN_VESK_H
 
@@ -52,7 +54,7 @@ typedef struct CertificatePaths {
 
 /* Fills paths from a directory (a '/' is added when it is missing) and three file names. Returns 0;
  * ERR_CERT_PATH_LENGTH when a path would exceed 100 characters; ERR_CERT_DIR_FORM for a directory of exactly 100
- * characters that does not end in '/'. On failure paths is untouched. No file is opened. */
+ * characters that does not end in '/'. paths must not be null, and is untouched on failure. No file is opened. */
 int SetupCertificates(CertificatePaths *paths, const char *dirName, const char *fileName1, const char *fileName2,
                       const char *fileName3);
 
@@ -61,15 +63,16 @@ int SetupCertificates(CertificatePaths *paths, const char *dirName, const char *
 void SetTimeout(uint32_t timeout1, uint32_t timeout2);
 
 /* Copies at most size - 1 characters of source and terminates them; always writes the last byte of destination, which
- * must really hold size bytes. With size 0 nothing is written. Returns the length of source. */
+ * must really hold size bytes. With size 0 nothing is written. source must not be null. Returns its length. */
 size_t vesk_strlcpy(char *destination, const char *source, size_t size);
 
-/* Removes trailing blanks, tabs and newlines: strip_with_length for the length of source. */
+/* Copies a text without trailing blanks, tabs and newlines: strip_with_length for the length of source, which must not
+ * be null. */
 char *strip(const char *source, char *destination);
 
 /* Copies length + 1 bytes of source to destination and ends the text behind its last character that is not a blank, tab
- * or newline. A text of blanks alone is left as it is. Both must hold length + 1 bytes and may be the same buffer.
- * Returns destination. */
+ * or newline. A text of blanks alone is left as it is, and has no end when source[length] is none.
+ * Both must hold length + 1 bytes and may be the same buffer. Returns destination. */
 char *strip_with_length(const char *source, char *destination, size_t length);
 
 /* Connects as every call does and describes two certificates of the server's chain: the last of it in caInfo, the one
@@ -78,7 +81,7 @@ char *strip_with_length(const char *source, char *destination, size_t length);
 int GetServerCertificateInfo(const CertificatePaths *paths, const char *host, uint32_t port, CertificateInfo *caInfo,
                              CertificateInfo *commInfo);
 
-/* Writes a label and the text form of a certificate summary to the trace. */
+/* Writes a label and the text form of a certificate summary to the trace. label must not be null. */
 void logCertInfo(const char *label, const CertificateInfo *info);
 
 /* ---- Connectivity --------------------------------------------------------------------------------------------------
@@ -111,8 +114,8 @@ int qGetNextKey(const CertificatePaths *paths, const char *host, uint32_t port, 
  *           first caKeySizeBits / 8 are the key. Wipe it after use.
  *
  * Returns 0; ERR_NULL_ARGUMENT for a null record, before anything else; ERR_KEY_NAME_MISMATCH when the key returned
- * carries another name (record holds the reply); ERR_TRANSACTION_SIZE; a server return code (record holds the reply,
- * its name untrimmed); or a CONN_ERR_ code (record is zero). */
+ * carries another name (record holds the reply); a server return code (record holds the reply, its name untrimmed);
+ * ERR_TRANSACTION_SIZE or a CONN_ERR_ code (record is zero). */
 int qRetrieveKey(const CertificatePaths *paths, const char *host, uint32_t port, const char *keyName,
                  const char *instance, KeyRecord *record);
 

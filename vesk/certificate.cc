@@ -18,7 +18,6 @@
 #include "vesk/stored_certificate.h"
 #include "vesk/text.h"
 #include "veskd/key_pairs.h"
-#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
@@ -48,9 +47,8 @@ struct DeleteOptions {
 
 // What the server would say, as far as that can be known without it.
 int status_of_import(const Connection &connection, const ImportOptions &options, const std::string &bytes) {
-  const veskd::CertificatePtr certificate = veskd::parse_certificate(bytes);
-  if (!certificate) return veskd::RC_CERTIFICATE_INVALID;
-  if (!veskd::is_wrapping_key(X509_get0_pubkey(certificate.get()))) return veskd::RC_CERTIFICATE_KEY;
+  const veskd::ReturnCode code = veskd::parse_wrapping_certificate(bytes).code;
+  if (code != veskd::RC_SUCCESS) return code;
   return options.replace ? 0 : status_of_new(connection, kCertificates, options.name);
 }
 
@@ -68,7 +66,7 @@ void import(const Settings &settings, const ImportOptions &options) {
                  options.replace ? 1 : 0);
   // The server has found it to be one.
   if (const veskd::CertificatePtr certificate = veskd::parse_certificate(bytes.text()))
-    warn_of_expiry(certificate.get(), options.name);
+    warn_of_expiry(certificate.get(), certificate_subject(options.name));
   show(settings, fmt::format("imported certificate {}", printable(options.name)), {{"imported", options.name}});
 }
 
@@ -95,6 +93,7 @@ void export_to(const Settings &settings, const ExportOptions &options) {
   if (!to_standard_output) check_secret_file(options.out, options.force);
   const Connection connection(settings);
   const std::string bytes = fetch_certificate(connection, options.name);
+  warn_of_expiry(veskd::parse_certificate(bytes).get(), certificate_subject(options.name));
   if (to_standard_output) return write_to_standard_output(bytes);
   write_secret_file(options.out, bytes, options.force);
   show(settings, fmt::format("wrote certificate {} to {}", printable(options.name), printable(options.out)),
@@ -162,7 +161,7 @@ void add_delete(Command &group, Settings &settings) {
 void add_list(Command &group, Settings &settings) {
   Command &command = group.add("list", "List the names of the certificates, one a line");
   auto options = std::make_shared<TypeOptions>();
-  // The server has no other type, and the library does not tell of a list that was refused.
+  // The server has no other type.
   command.option("--type", &options->type, "C", Kind::kText, "the type of certificate [C, the only one]").choices = {
       options->type};
   add_list_options(command, options->list);

@@ -46,6 +46,8 @@ CLI::Option *add_option(CLI::App &app, const Option &option) {
         [target = std::get<std::optional<std::string> *>(option.target)](const std::string &given) { *target = given; },
         option.text);
   }
+  // For messages; the help has the text.
+  if (!option.is_argument()) added->type_name(option.value_name);
   return added->option_text(option.is_argument() ? " " : option.value_name)->required(option.is_required);
 }
 
@@ -116,13 +118,23 @@ std::optional<std::string> unknown_option_in(std::span<char *const> line, const 
   return std::nullopt;
 }
 
+// What the parser says in words of its own.
+std::string reworded(std::string message) {
+  constexpr std::string_view kRequired = "1 required ";
+  if (const std::size_t at = message.find(kRequired); at != std::string::npos) message.erase(at, kRequired.size());
+  // Of all values only those of flags are converted.
+  constexpr std::string_view kNotConverted = "Could not convert: ";
+  if (message.starts_with(kNotConverted)) return "a flag is true or false: " + message.substr(kNotConverted.size());
+  return message;
+}
+
 // That something does not exist is a more helpful thing to say than that something else is missing.
 Failure usage_failure(const CommandPath &path, std::span<char *const> line, std::vector<std::string> unknown,
                       const CLI::ParseError &error) {
   unmark(unknown);
   if (const std::optional<std::string> option = unknown_option_in(line, unknown)) return unknown_option(path, *option);
   if (!unknown.empty() && !path.back()->commands.empty()) return unknown_command(path, unknown.front());
-  std::string message = error.what();
+  std::string message = reworded(error.what());
   unmark(message);
   message = printable(message);
   const bool begins_a_sentence = message.size() > 1 && std::isupper(message[0]) && std::islower(message[1]);

@@ -25,7 +25,10 @@ class Connection {
   template <typename Call, typename... Arguments>
   int call(Call public_call, Arguments &&...arguments) const {
     Trace::take_connection_details();
-    return public_call(&paths_, host_.c_str(), port_, std::forward<Arguments>(arguments)...);
+    Trace::take_return_code();
+    const int status = public_call(&paths_, host_.c_str(), port_, std::forward<Arguments>(arguments)...);
+    // Some lists succeed whatever the server says, and tell of it in the trace alone.
+    return status != 0 ? status : Trace::take_return_code();
   }
 
   // Makes a public call, which must succeed. subject is what it is about, as in "key K1"; empty for the server itself.

@@ -19,6 +19,7 @@ void add_database(Command &root, Settings &settings) {
   Command &group = root.add("database", "Set up the server's key database");
   group.examples = {"vesk database create"};
   Command &command = group.add("create", "Have the server create its key database");
+  command.details = "A database that is there already stays as it is, with all its keys.";
   command.examples = {"vesk database create"};
   command.run = [&settings] { create(settings); };
 }

@@ -137,7 +137,7 @@ constexpr std::array kHints = {
     Hint{veskd::RC_CERTIFICATE_NAME_INVALID, kPrintable},
     Hint{veskd::RC_CERTIFICATE_TYPE, "there is one type alone: vesk certificate list"},
     Hint{veskd::RC_IMPORT_FLAG, kSeeTrace},
-    Hint{veskd::RC_CERTIFICATE_INVALID, "what it is: openssl x509 -noout -text -in FILE"},
+    Hint{veskd::RC_CERTIFICATE_INVALID, "take the first certificate out of it: openssl x509 -in FILE -out NEW"},
     Hint{veskd::RC_CERTIFICATE_KEY, kRsa2048},
     Hint{veskd::RC_CERTIFICATE_EXISTS, "replace it with --replace"},
     Hint{veskd::RC_CERTIFICATE_UNKNOWN, "which there are: vesk certificate list"},

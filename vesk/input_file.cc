@@ -20,7 +20,7 @@ class Input {
  public:
   explicit Input(const std::string &path)
       : is_file_(path != "-"),
-        name_(is_file_ ? printable(path) : "standard input"),
+        name_(name_of_input(path)),
         descriptor_(is_file_ ? open(path.c_str(), O_RDONLY | O_CLOEXEC) : STDIN_FILENO) {
     if (descriptor_ < 0) throw failed();
   }
@@ -64,6 +64,11 @@ void grow(veskd::WipedText &content, std::size_t size) {
 }
 
 }  // namespace
+
+std::string name_of_input(const std::string &path) {
+  if (path == "-") return "standard input";
+  return path.empty() ? "''" : printable(path);
+}
 
 veskd::WipedText read_input(const std::string &path, std::size_t max_bytes, const char *what) {
   constexpr std::size_t kFirstRoom = 65536;

@@ -7,6 +7,9 @@
 
 namespace command {
 
+// As messages have it: "standard input", or the path.
+std::string name_of_input(const std::string &path);
+
 // All of the file, "-" being standard input. Refuses one that cannot be read or has more bytes than that; what names it
 // in messages, as in "certificate".
 veskd::WipedText read_input(const std::string &path, std::size_t max_bytes, const char *what);

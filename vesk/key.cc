@@ -138,12 +138,17 @@ void next(const Settings &settings, const NextOptions &options) {
   std::uint32_t increment = 0;
   connection.run(template_subject(options.constant), qGetNextKey, options.constant.c_str(), name.data(), value->data(),
                  &increment);
+  const auto drawn_in_vain = [&](ExitCode code, const char *message) {
+    return Failure(code, message,
+                   fmt::format("the increment is used up, but the key is not lost: vesk key get {} --out FILE",
+                               printable(name.data())));
+  };
   try {
     show_drawn(settings, output, name.data(), increment, *value);
   } catch (const Failure &failure) {
-    throw Failure(failure.code(), failure.what(),
-                  fmt::format("the increment is used up, but the key is not lost: vesk key get {} --out FILE",
-                              printable(name.data())));
+    throw drawn_in_vain(failure.code(), failure.what());
+  } catch (const ReaderGone &) {
+    throw drawn_in_vain(ExitCode::kOther, "the reader of standard output has gone away");
   }
 }
 

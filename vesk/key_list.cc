@@ -13,21 +13,10 @@
 namespace command {
 namespace {
 
-constexpr std::size_t kMaxPrefixBytes = 40;
-
 struct KeyListOptions {
   std::string prefix;
   ListOptions list;
 };
-
-// Unlike a name, a prefix may end in a blank.
-void check_prefix(const std::string &prefix) {
-  const std::string text = trimmed(prefix);
-  if (!text.empty()) check_key_name(text);
-  if (prefix.size() > kMaxPrefixBytes)
-    throw Failure(ExitCode::kUsage,
-                  fmt::format("the prefix has {} bytes; a key name has at most {}", prefix.size(), kMaxPrefixBytes));
-}
 
 std::string sentence(const ListOutput &output, std::uint32_t highest_sequence) {
   const std::size_t told = output.num_told();
@@ -50,7 +39,7 @@ std::uint32_t show_names(NameStream &names, ListOutput &output) {
 
 void list(const Settings &settings, const KeyListOptions &options) {
   ListOutput output(settings, options.list, "keys", {"name"});
-  check_prefix(options.prefix);
+  check_key_prefix(options.prefix);
   const Connection connection(settings);
   NameStream names(connection, options.prefix);
   const std::uint32_t highest_sequence = show_names(names, output);

@@ -10,6 +10,7 @@
 #include "vesk/connection.h"
 #include "vesk/existence.h"
 #include "vesk/failure.h"
+#include "vesk/hints.h"
 #include "vesk/input_file.h"
 #include "vesk/key_commands.h"
 #include "vesk/key_output.h"
@@ -46,10 +47,6 @@ struct ExportOptions {
   KeyOutputOptions output;
 };
 
-std::string name_of_input(const std::string &path) {
-  return path == "-" ? "standard input" : printable(path);
-}
-
 std::string_view without_line_end(std::string_view text) {
   if (text.ends_with('\n')) text.remove_suffix(1);
   if (text.ends_with('\r')) text.remove_suffix(1);
@@ -68,7 +65,8 @@ void take_key(const ImportOptions &options, veskd::KeyValue &value) {
   if (taken) return;
   const char *form = options.hex ? "64 hexadecimal digits" : options.base64 ? "44 base64 characters" : "32 raw bytes";
   throw Failure(ExitCode::kOther,
-                fmt::format("{} does not hold a 256-bit key: that is {}", name_of_input(options.in), form));
+                fmt::format("{} does not hold a 256-bit key: that is {}", name_of_input(options.in), form),
+                options.hex || options.base64 ? "" : "if it is text: add --hex or --base64");
 }
 
 // What was wrapped somewhere else: the server alone can look into it.
@@ -102,9 +100,8 @@ void verify(const Connection &connection, const ImportOptions &options, const ve
   }
 }
 
+// What was wrapped needs the private key alone; whether there is a certificate was seen if it was to be fetched.
 void show_dry_import(const Settings &settings, const Connection &connection, const ImportOptions &options) {
-  connection.require(status_of_existing(connection, kCertificates, options.certificate),
-                     certificate_subject(options.certificate));
   connection.require(status_of_existing(connection, kPrivateKeys, options.certificate),
                      fmt::format("private key {}", printable(options.certificate)));
   connection.require(status_of_new(connection, kKeys, options.name), key_subject(options.name));
@@ -139,18 +136,11 @@ veskd::PrivateKeyPtr read_private_key(const std::string &path) {
   warn_of_readers(path);
   const veskd::WipedText bytes = read_input(path, vesk::wire::kMaxPrivateKeyBytes, "private key");
   veskd::ParsedPrivateKey parsed = veskd::parse_private_key(bytes.text());
-  const std::string name = name_of_input(path);
-  switch (parsed.fault) {
-    case veskd::KeyFault::kNone:
-      return std::move(parsed.key);
-    case veskd::KeyFault::kEncrypted:
-      throw Failure(ExitCode::kOther, name + " is encrypted",
-                    fmt::format("decrypt it into a file that only you can read: openssl pkey -in {} -out NEW", name));
-    case veskd::KeyFault::kKind:
-      throw Failure(ExitCode::kOther, name + " holds no RSA key of 2048 bits");
-    default:
-      throw Failure(ExitCode::kOther, name + " holds no private key, PEM or DER");
-  }
+  if (parsed.key) return std::move(parsed.key);
+  // In the server's words, but for those about itself.
+  const char *reason = parsed.code == veskd::RC_PRIVATE_KEY_ENCRYPTED ? "the private key is encrypted"
+                                                                      : veskd::find_return_code(parsed.code)->sentence;
+  throw Failure(ExitCode::kOther, fmt::format("{}: {}", name_of_input(path), reason), hint_for(parsed.code));
 }
 
 void write_unwrapped(const ExportOptions &options, EVP_PKEY *private_key, const veskd::WrappedKey &wrapped,
@@ -176,7 +166,7 @@ void export_to(const Settings &settings, const ExportOptions &options) {
   // Whether it can be wrapped under is the server's to say.
   const veskd::CertificatePtr certificate =
       veskd::parse_certificate(fetch_certificate(connection, options.certificate));
-  warn_of_expiry(certificate.get(), options.certificate);
+  warn_of_expiry(certificate.get(), certificate_subject(options.certificate));
   veskd::WrappedKey wrapped{};
   const std::string subject =
       key_subject(options.name) + (options.instance ? fmt::format(", instance {}", printable(instance)) : "");

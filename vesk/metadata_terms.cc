@@ -14,8 +14,9 @@
 namespace command {
 namespace {
 
-constexpr std::size_t kFieldWidth = 64;
-constexpr const char *kWhereHint = "for example: --where 'md2 eq \"text\"'; operators: eq ne ct gt lt ge le";
+constexpr std::size_t kFieldWidth = sizeof(KeyMetadataValues::md[0]) - 1;
+constexpr const char *kWhereHint =
+    "for example: --where 'md2 eq \"text\"'; fields: md1 to md16; operators: eq ne ct gt lt ge le";
 
 std::string upper(std::string_view text) {
   std::string result(text);
@@ -70,6 +71,10 @@ std::optional<std::string> value_of(std::string_view text) {
   text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
   text = text.substr(0, text.find_last_not_of(' ') + 1);
   if (text.empty()) return std::nullopt;
+  // Quotes that were meant to be none of the text would find nothing, without a word.
+  if (text.size() > 1 && text.front() == '\'' && text.back() == '\'')
+    throw Failure(ExitCode::kUsage, fmt::format("the text {} of --where stands in single quotes", printable(text)),
+                  "put it in double quotes, with the single ones inside if they belong to it");
   if (text.front() != '"') return std::string(text);
   if (text.size() < 2 || text.back() != '"') return std::nullopt;
   return std::string(text.substr(1, text.size() - 2));

@@ -1,7 +1,6 @@
 // vesk private-key
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <memory>
 
 #include "orn/vesk/wire/certificates.h"
@@ -9,7 +8,6 @@
 #include "vesk/commands.h"
 #include "vesk/connection.h"
 #include "vesk/existence.h"
-#include "vesk/failure.h"
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
 #include "vesk/output.h"
@@ -17,7 +15,6 @@
 #include "vesk/store_names.h"
 #include "vesk/text.h"
 #include "veskd/key_pairs.h"
-#include "veskd/return_codes.h"
 
 namespace command {
 namespace {
@@ -38,41 +35,16 @@ std::string subject_of(const std::string &name) {
   return "private key " + printable(name);
 }
 
-std::vector<std::string> names_of(const Connection &connection) {
-  return store_names([&](LinkedList *names) { connection.run("private keys", qGetPrivateKeyList_as_ll, names); });
-}
-
-// The library's import replaces what is there, always: whoever does not want that looks first.
-void refuse_if_there(const Connection &connection, const std::string &name) {
-  const std::vector<std::string> names = names_of(connection);
-  if (std::find(names.begin(), names.end(), name) == names.end()) return;
-  throw Failure(ExitCode::kRefused, subject_of(name) + ": a private key of that name exists already",
-                "replace it with --replace");
-}
-
-// What the server would say of the file.
-int status_of(veskd::KeyFault fault) {
-  switch (fault) {
-    case veskd::KeyFault::kInvalid:
-      return veskd::RC_PRIVATE_KEY_INVALID;
-    case veskd::KeyFault::kEncrypted:
-      return veskd::RC_PRIVATE_KEY_ENCRYPTED;
-    case veskd::KeyFault::kKind:
-      return veskd::RC_PRIVATE_KEY_KIND;
-    case veskd::KeyFault::kNone:
-      break;
-  }
-  return 0;
-}
-
 void import(const Settings &settings, const ImportOptions &options) {
   check_private_key_name(options.name);
   warn_of_readers(options.file);
   const veskd::WipedText bytes = read_input(options.file, vesk::wire::kMaxPrivateKeyBytes, "private key");
   const Connection connection(settings);
-  if (!options.replace) refuse_if_there(connection, options.name);
+  // The library's import replaces what is there, always: whoever does not want that looks first.
+  if (!options.replace)
+    connection.require(status_of_new(connection, kPrivateKeys, options.name), subject_of(options.name));
   if (options.dry_run) {
-    connection.require(status_of(veskd::parse_private_key(bytes.text()).fault), subject_of(options.name));
+    connection.require(veskd::parse_private_key(bytes.text()).code, subject_of(options.name));
     return show_dry_run(settings, fmt::format("would import private key {}", printable(options.name)),
                         {{"imported", options.name}});
   }
@@ -99,7 +71,9 @@ void remove(const Settings &settings, const DeleteOptions &options) {
 
 void list(const Settings &settings, const ListOptions &options) {
   const Connection connection(settings);
-  show_store_names(settings, options, "private_keys", names_of(connection));
+  show_store_names(settings, options, "private_keys", store_names([&](LinkedList *names) {
+                     connection.run("private keys", qGetPrivateKeyList_as_ll, names);
+                   }));
 }
 
 void add_private_key_name(Command &command, std::string &name) {

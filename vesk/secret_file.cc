@@ -34,6 +34,11 @@ std::string directory_of(const std::string &path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// By how making one failed.
+bool has_no_links(int error) {
+  return error == EPERM || error == EOPNOTSUPP;
+}
+
 // A file of mode 0600 beside the one to be; gone with its owner unless it was renamed.
 class TemporaryFile {
  public:
@@ -69,16 +74,20 @@ class TemporaryFile {
     if (fchmod(descriptor_, kForAll & ~mask) != 0) throw failed("write", path);
   }
 
-  // A link is made only where nothing is; a rename replaces.
+  // A link is made only where nothing is; a rename replaces, unless it is told not to, which not every file system can
+  // do. Those of memory sticks can, and have no links.
   void become(const std::string &path, bool replace) {
     const Uninterrupted both;
     if (replace) {
       if (rename(name_.c_str(), path.c_str()) != 0) throw failed("replace", path);
-      was_renamed_ = true;
-      unfinished_.reset();
-    } else if (link(name_.c_str(), path.c_str()) != 0) {
+    } else if (link(name_.c_str(), path.c_str()) == 0) {
+      return;
+    } else if (!has_no_links(errno) ||
+               renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) != 0) {
       throw errno == EEXIST ? exists(path) : failed("create", path);
     }
+    was_renamed_ = true;
+    unfinished_.reset();
   }
 
  private:
@@ -100,12 +109,12 @@ void flush_directory(const std::string &path) {
 }  // namespace
 
 void check_secret_file(const std::string &path, bool force) {
-  if (path.empty()) throw Failure(ExitCode::kUsage, "the name of the file for the key is empty");
+  if (path.empty()) throw Failure(ExitCode::kUsage, "the name of the file to write is empty");
   struct stat there {};
   if (lstat(path.c_str(), &there) == 0) {
-    if (!force) throw exists(path);
     if (!S_ISREG(there.st_mode))
       throw Failure(ExitCode::kOther, fmt::format("{} is not a regular file and was left as it is", printable(path)));
+    if (!force) throw exists(path);
   } else if (errno != ENOENT) {
     throw failed("create", path);
   }

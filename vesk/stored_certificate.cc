@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "orn/vesk/wire/certificates.h"
 #include "vesk/failure.h"
+#include "vesk/hints.h"
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
 #include "vesk/text.h"
@@ -32,26 +34,28 @@ veskd::CertificatePtr wrapping_certificate(const Connection &connection, const s
                                            const std::string *file) {
   const std::string bytes = file ? read_input(*file, vesk::wire::kMaxCertificateBytes, "certificate").text()
                                  : fetch_certificate(connection, name);
-  const std::string subject = file ? printable(*file) : certificate_subject(name);
-  veskd::CertificatePtr certificate = veskd::parse_certificate(bytes);
-  if (!certificate) throw Failure(ExitCode::kOther, subject + ": this is not one certificate, PEM or DER");
-  if (!veskd::is_wrapping_key(X509_get0_pubkey(certificate.get())))
-    throw Failure(ExitCode::kOther, subject + ": keys are wrapped under RSA keys of 2048 bits, this has another");
-  if (has_passed(X509_get0_notAfter(certificate.get())) || !has_passed(X509_get0_notBefore(certificate.get())))
+  const std::string subject = file ? name_of_input(*file) : certificate_subject(name);
+  veskd::ParsedCertificate parsed = veskd::parse_wrapping_certificate(bytes);
+  const X509 *certificate = parsed.certificate.get();
+  if (!certificate) {
+    throw Failure(ExitCode::kOther, fmt::format("{}: {}", subject, veskd::find_return_code(parsed.code)->sentence),
+                  hint_for(parsed.code));
+  }
+  if (has_passed(X509_get0_notAfter(certificate)) || !has_passed(X509_get0_notBefore(certificate)))
     throw Failure(ExitCode::kOther,
-                  fmt::format("{}: it is valid from {} to {}", subject, date_of(X509_get0_notBefore(certificate.get())),
-                              date_of(X509_get0_notAfter(certificate.get()))));
-  warn_of_expiry(certificate.get(), name);
-  return certificate;
+                  fmt::format("{}: it is valid from {} to {}", subject, date_of(X509_get0_notBefore(certificate)),
+                              date_of(X509_get0_notAfter(certificate))));
+  warn_of_expiry(certificate, subject);
+  return std::move(parsed.certificate);
 }
 
-void warn_of_expiry(const X509 *certificate, const std::string &name) {
+void warn_of_expiry(const X509 *certificate, const std::string &subject) {
   const ASN1_TIME *end = X509_get0_notAfter(certificate);
   if (has_passed(end)) {
-    fmt::print(stderr, "warning: certificate {} expired on {}\n", printable(name), date_of(end));
+    fmt::print(stderr, "warning: {} expired on {}\n", subject, date_of(end));
   } else if (const int days = days_until(end); days < kWarningDays) {
-    fmt::print(stderr, "warning: certificate {} expires on {}, in {}\n", printable(name), date_of(end),
-               days_text(days));
+    const std::string left = days == 0 ? "within a day" : "in " + days_text(days);
+    fmt::print(stderr, "warning: {} expires on {}, {}\n", subject, date_of(end), left);
   }
 }
 

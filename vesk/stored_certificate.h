@@ -20,7 +20,8 @@ std::string fetch_certificate(const Connection &connection, const std::string &n
 veskd::CertificatePtr wrapping_certificate(const Connection &connection, const std::string &name,
                                            const std::string *file);
 
-// Warns on standard error of a certificate that has run out or will within 30 days.
-void warn_of_expiry(const X509 *certificate, const std::string &name);
+// Warns on standard error of a certificate that has run out or will within 30 days. subject is what it is, as in
+// "certificate head-office".
+void warn_of_expiry(const X509 *certificate, const std::string &subject);
 
 }  // namespace command

@@ -114,7 +114,10 @@ void remove(const Settings &settings, const RemoveOptions &options) {
               fmt::format("Remove template {}? Its constant can never be used again. Type the constant to go on:",
                           printable(options.constant)),
               options.constant, "nothing was removed");
-  connection.run(template_subject(options.constant), qRemoveTemplate, options.constant.c_str());
+  {
+    const Progress progress(fmt::format("removing template {}", printable(options.constant)));
+    connection.run(template_subject(options.constant), qRemoveTemplate, options.constant.c_str());
+  }
   show(settings, fmt::format("removed template {}", printable(options.constant)), {{"removed", options.constant}});
 }
 
@@ -143,7 +146,9 @@ void add_depth(Command &group, Settings &settings) {
   Command &command = group.add("depth", "Show how far a template has been served");
   auto constant = std::make_shared<std::string>();
   add_constant(command, *constant);
-  command.details = "Increments are shown as six hexadecimal digits, in JSON as numbers.";
+  command.details =
+      "Increments are shown as six hexadecimal digits, in JSON as numbers. Keys left are those from the next\n"
+      "increment to the last one, also such as were deleted, which are passed over when it is their turn.";
   command.examples = {"vesk template depth tape-library-01"};
   command.run = [&settings, constant] { depth(settings, *constant); };
 }

@@ -1,5 +1,6 @@
 #include "vesk/text.h"
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -25,10 +26,20 @@ bool is_digit(char character) {
   return character >= '0' && character <= '9';
 }
 
-void check_form(std::string_view what, const std::string &text) {
-  if (text.empty()) throw Failure(ExitCode::kUsage, fmt::format("the {} is empty", what));
+void check_controls(std::string_view what, const std::string &text) {
   if (std::any_of(text.begin(), text.end(), is_control))
     throw Failure(ExitCode::kUsage, fmt::format("the {} {} holds a control character", what, printable(text)));
+}
+
+void check_width(std::string_view what, const std::string &text, std::size_t width) {
+  if (text.size() <= width) return;
+  throw Failure(ExitCode::kUsage, fmt::format("the {} {} is {} bytes long; at most {} are allowed", what,
+                                              printable(text), text.size(), width));
+}
+
+void check_form(std::string_view what, const std::string &text) {
+  if (text.empty()) throw Failure(ExitCode::kUsage, fmt::format("the {} is empty", what));
+  check_controls(what, text);
   if (text.back() == ' ') {
     throw Failure(ExitCode::kUsage, fmt::format("the {} '{}' ends in a blank", what, printable(text)),
                   "the protocol fills names up with blanks: give it without");
@@ -37,9 +48,13 @@ void check_form(std::string_view what, const std::string &text) {
 
 void check(std::string_view what, const std::string &text, std::size_t width) {
   check_form(what, text);
-  if (text.size() <= width) return;
-  throw Failure(ExitCode::kUsage, fmt::format("the {} {} is {} bytes long; at most {} are allowed", what,
-                                              printable(text), text.size(), width));
+  check_width(what, text, width);
+}
+
+bool is_ipv6_address(const std::string &text) {
+  in6_addr address;
+  // A link-local address may name its interface.
+  return inet_pton(AF_INET6, text.substr(0, text.find('%')).c_str(), &address) == 1;
 }
 
 }  // namespace
@@ -58,6 +73,11 @@ std::string printable(std::string_view text) {
 
 void check_key_name(const std::string &name) {
   check("key name", name, kKeyNameWidth);
+}
+
+void check_key_prefix(const std::string &prefix) {
+  check_controls("prefix", prefix);
+  check_width("prefix", prefix, kKeyNameWidth);
 }
 
 void check_instance(const std::string &instance) {
@@ -85,6 +105,10 @@ void check_context_name(const std::string &name) {
 
 void check_host(const std::string &host) {
   check("host name", host, kHostWidth);
+  const bool has_more = host.find_first_of("/[]") != std::string::npos;
+  if (!has_more && (host.find(':') == std::string::npos || is_ipv6_address(host))) return;
+  throw Failure(ExitCode::kUsage, fmt::format("the host '{}' is neither a name nor an address", printable(host)),
+                "give it alone, an IPv6 address without brackets, and the port with --port PORT (VESK_PORT)");
 }
 
 std::uint32_t parse_number(std::string_view what, const std::string &text, std::uint32_t least, std::uint32_t most,

@@ -20,6 +20,9 @@ void check_private_key_name(const std::string &name);
 void check_context_name(const std::string &name);
 void check_host(const std::string &host);
 
+// What key names begin with: unlike a name it may be empty and end in a blank.
+void check_key_prefix(const std::string &prefix);
+
 // A number from least to most, decimal or, if base16 allows, hexadecimal behind 0x; refuses what is anything else.
 enum class Base16 : bool { kNo, kYes };
 std::uint32_t parse_number(std::string_view what, const std::string &text, std::uint32_t least, std::uint32_t most,

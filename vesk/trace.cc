@@ -8,8 +8,10 @@
 #include <cerrno>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "orn/support.h"
+#include "orn/vesk/wire/text.h"
 #include "vesk/capture.h"
 #include "vesk/failure.h"
 #include "vesk/text.h"
@@ -17,22 +19,40 @@
 namespace command {
 namespace {
 
-constexpr std::string_view kConnectionLayer = " orn/support:";
+constexpr std::string_view kConnectionLayer = "orn/support:";
+constexpr std::string_view kTransactions = "orn/vesk/skeys:";
+constexpr std::string_view kReturnCode = "Return Code <";
 constexpr std::size_t kMaxDetails = 8;
 
 // Of the calls of this thread.
 thread_local std::vector<std::string> details;
+thread_local int return_code = 0;
 
-// A line is time, thread, path:line and message, with a blank between them.
-void keep_detail(std::string_view line) {
-  const std::size_t layer = line.find(kConnectionLayer);
-  if (layer == std::string_view::npos || details.size() == kMaxDetails) return;
-  const std::size_t blank = line.find(' ', layer + kConnectionLayer.size());
-  if (blank == std::string_view::npos) return;
-  const std::string_view message = line.substr(blank + 1);
+// What stands before the next blank is taken off the line.
+std::string_view take_word(std::string_view &line) {
+  const std::string_view word = line.substr(0, line.find(' '));
+  line.remove_prefix(std::min(word.size() + 1, line.size()));
+  return word;
+}
+
+void keep_detail(std::string_view message) {
   // These repeat what the error says anyway.
   if (message.starts_with("connected to ") || message.starts_with("no connection to ")) return;
-  details.emplace_back(message);
+  if (details.size() < kMaxDetails) details.emplace_back(message);
+}
+
+void keep_return_code(std::string_view message) {
+  if (return_code == 0 && message.starts_with(kReturnCode))
+    return_code = vesk::wire::to_int(message.substr(kReturnCode.size()));
+}
+
+// A line is time, thread, path:line and message, with a blank between them.
+void keep(std::string_view line) {
+  take_word(line);
+  take_word(line);
+  const std::string_view place = take_word(line);
+  if (place.starts_with(kConnectionLayer)) keep_detail(line);
+  if (place.starts_with(kTransactions)) keep_return_code(line);
 }
 
 bool is_openssl_reason(const std::string &detail) {
@@ -64,7 +84,7 @@ Trace::~Trace() {
 }
 
 void Trace::receive(void *trace, const char *line) {
-  keep_detail(line);
+  keep(line);
   std::FILE *stream = static_cast<Trace *>(trace)->stream_;
   if (!stream) return;
   // Each line at once: a trace is read when something went wrong.
@@ -79,6 +99,10 @@ std::vector<std::string> Trace::take_connection_details() {
   const bool only_openssl = std::all_of(taken.begin(), taken.end(), is_openssl_reason);
   if (!only_openssl) std::erase_if(taken, is_openssl_reason);
   return taken;
+}
+
+int Trace::take_return_code() {
+  return std::exchange(return_code, 0);
 }
 
 }  // namespace command

@@ -20,6 +20,9 @@ class Trace {
   // What the connection layer said on this thread since the last call of this function.
   static std::vector<std::string> take_connection_details();
 
+  // The first return code other than 0 that replies had on this thread since the last call of this function; 0 if none.
+  static int take_return_code();
+
  private:
   struct CloseFile {
     void operator()(std::FILE *file) const { std::fclose(file); }

@@ -35,19 +35,6 @@ ReturnCode check_import(const Call &call, EntryKind kind, ReturnCode exists) {
   return flag == "N" && has_entry(call.store, kind, trimmed(call.fields.caCertName)) ? exists : RC_SUCCESS;
 }
 
-ReturnCode return_code_of(KeyFault fault) {
-  switch (fault) {
-    case KeyFault::kNone:
-      return RC_SUCCESS;
-    case KeyFault::kEncrypted:
-      return RC_PRIVATE_KEY_ENCRYPTED;
-    case KeyFault::kKind:
-      return RC_PRIVATE_KEY_KIND;
-    default:
-      return RC_PRIVATE_KEY_INVALID;
-  }
-}
-
 // A page, of which the return code is a field: callers read on until a page says that it is the last.
 std::string page_of(std::string_view tran_id, ReturnCode code, const std::vector<std::string> &names, bool more) {
   std::string bytes = list_page(tran_id, code, names.size() * kCertificateNameBytes, more);
@@ -83,13 +70,11 @@ ReturnCode import_certificate(const Call &call, KeyRecord &) {
   if (const ReturnCode code = check_certificate_name(call); code != RC_SUCCESS) return code;
   const ReturnCode allowed = check_import(call, EntryKind::kCertificate, RC_CERTIFICATE_EXISTS);
   if (allowed != RC_SUCCESS) return allowed;
-  const CertificatePtr certificate = parse_certificate(call.payload);
-  if (!certificate) return RC_CERTIFICATE_INVALID;
-  const EVP_PKEY *public_key = X509_get0_pubkey(certificate.get());
-  if (!is_wrapping_key(public_key)) return RC_CERTIFICATE_KEY;
+  const ParsedCertificate parsed = parse_wrapping_certificate(call.payload);
+  if (!parsed.certificate) return parsed.code;
   const std::string name = trimmed(call.fields.caCertName);
   const PrivateKeyPtr key = find_private_key(call.store, name);
-  if (key && !is_same_pair(public_key, key.get())) return RC_PAIR_MISMATCH;
+  if (key && !is_same_pair(X509_get0_pubkey(parsed.certificate.get()), key.get())) return RC_PAIR_MISMATCH;
   put_certificate(call.store, name, call.payload);
   return RC_SUCCESS;
 }
@@ -99,7 +84,7 @@ ReturnCode import_private_key(const Call &call, KeyRecord &) {
   const ReturnCode allowed = check_import(call, EntryKind::kPrivateKey, RC_PRIVATE_KEY_EXISTS);
   if (allowed != RC_SUCCESS) return allowed;
   const ParsedPrivateKey parsed = parse_private_key(call.payload);
-  if (!parsed.key) return return_code_of(parsed.fault);
+  if (!parsed.key) return parsed.code;
   const std::string name = trimmed(call.fields.caCertName);
   if (const auto bytes = find_certificate(call.store, name)) {
     const CertificatePtr certificate = parse_certificate(*bytes);

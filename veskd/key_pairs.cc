@@ -102,6 +102,12 @@ bool is_encrypted_der(std::string_view bytes) {
   return envelope != nullptr;
 }
 
+// Whether the exponent and the modulus of the public key are such that they keep a secret.
+bool is_sound(EVP_PKEY *key) {
+  const ContextPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
+  return context && EVP_PKEY_public_check(context.get()) == 1;
+}
+
 // Whether the parts of the key fit together and its primes are prime.
 bool is_consistent(EVP_PKEY *key) {
   const ContextPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
@@ -116,16 +122,25 @@ CertificatePtr parse_certificate(std::string_view bytes) {
   return is_pem(bytes) ? parse_pem_certificate(bytes) : parse_der_certificate(bytes);
 }
 
+ParsedCertificate parse_wrapping_certificate(std::string_view bytes) {
+  const ErrorsForgotten forgotten;
+  CertificatePtr certificate = parse_certificate(bytes);
+  if (!certificate) return {nullptr, RC_CERTIFICATE_INVALID};
+  EVP_PKEY *key = X509_get0_pubkey(certificate.get());
+  if (!is_wrapping_key(key) || !is_sound(key)) return {nullptr, RC_CERTIFICATE_KEY};
+  return {std::move(certificate), RC_SUCCESS};
+}
+
 ParsedPrivateKey parse_private_key(std::string_view bytes) {
   const ErrorsForgotten forgotten;
   bool encrypted = false;
   PrivateKeyPtr key = is_pem(bytes) ? parse_pem_private_key(bytes, encrypted) : read_private_key_der(bytes);
-  if (encrypted || (!key && is_encrypted_der(bytes))) return {nullptr, KeyFault::kEncrypted};
-  if (!key) return {nullptr, KeyFault::kInvalid};
+  if (encrypted || (!key && is_encrypted_der(bytes))) return {nullptr, RC_PRIVATE_KEY_ENCRYPTED};
+  if (!key) return {nullptr, RC_PRIVATE_KEY_INVALID};
   // The kind comes first: it bounds the work of the other check.
-  if (!is_wrapping_key(key.get())) return {nullptr, KeyFault::kKind};
-  if (!is_consistent(key.get())) return {nullptr, KeyFault::kInvalid};
-  return {std::move(key), KeyFault::kNone};
+  if (!is_wrapping_key(key.get())) return {nullptr, RC_PRIVATE_KEY_KIND};
+  if (!is_consistent(key.get())) return {nullptr, RC_PRIVATE_KEY_INVALID};
+  return {std::move(key), RC_SUCCESS};
 }
 
 WipedText private_key_der(EVP_PKEY *key) {

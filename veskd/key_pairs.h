@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "veskd/certificates.h"
+#include "veskd/return_codes.h"
 
 namespace veskd {
 
@@ -14,19 +15,21 @@ inline constexpr int kWrappingKeyBits = 2048;
 // beside its certificate is refused with the rest: certificates are handed out as they came in.
 CertificatePtr parse_certificate(std::string_view bytes);
 
-enum class KeyFault {
-  kNone,
-  kInvalid,    // no private key, or one whose parts do not fit together
-  kEncrypted,  // nobody is there to ask for a passphrase
-  kKind,       // nothing can be wrapped with a key of that kind
+struct ParsedCertificate {
+  CertificatePtr certificate;  // null unless the code is RC_SUCCESS
+  ReturnCode code;
 };
+
+// The same, and keys can be wrapped under it that nobody reads but who has its private key: with an exponent of 1, or a
+// modulus that is prime or has a small factor, everybody would.
+ParsedCertificate parse_wrapping_certificate(std::string_view bytes);
 
 struct ParsedPrivateKey {
-  PrivateKeyPtr key;  // null unless there is no fault
-  KeyFault fault;
+  PrivateKeyPtr key;  // null unless the code is RC_SUCCESS
+  ReturnCode code;
 };
 
-// The first private key that the bytes hold, as PEM or DER.
+// The first private key that the bytes hold, as PEM or DER. Its parts fit together, and it unwraps keys.
 ParsedPrivateKey parse_private_key(std::string_view bytes);
 
 // The key as DER and back. Reading gives null for bytes that are none.

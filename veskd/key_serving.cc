@@ -54,10 +54,10 @@ ReturnCode retrieve_key(const Call &call, KeyRecord &reply) {
 // Finding the key and moving on are one change of the store, so no increment is served twice. One that was moved past
 // before its reply arrived is lost to its caller, never served again.
 ReturnCode get_next_key(const Call &call, NextKeyBlock &reply) {
-  if (const ReturnCode code = check_template(call.fields); code != RC_SUCCESS) return code;
+  ReturnCode code;
+  const auto family = named_template(call.store, call.fields, code);
+  if (!family) return code;
   if (trimmed(call.fields.caKeyFormat) != kBinaryFormat) return RC_KEY_FORMAT;
-  const auto family = find_template(call.store, constant_of(call.fields));
-  if (!family || family->removed) return RC_TEMPLATE_UNKNOWN;
   const auto next = find_next_key(call.store, *family);
   if (!next) return RC_TEMPLATE_EXHAUSTED;
   mark_served(call.store, *family, next->increment);

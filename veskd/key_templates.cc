@@ -15,16 +15,6 @@ using vesk::wire::put_padded;
 
 namespace {
 
-// The template that the request names; nothing, and the reason in code, when there is none.
-std::optional<Template> named_template(const Call &call, ReturnCode &code) {
-  code = check_template(call.fields);
-  if (code != RC_SUCCESS) return std::nullopt;
-  std::optional<Template> family = find_template(call.store, constant_of(call.fields));
-  if (family && !family->removed) return family;
-  code = RC_TEMPLATE_UNKNOWN;
-  return std::nullopt;
-}
-
 // Nothing for what is not hexadecimal digits alone.
 std::optional<std::uint32_t> parse_increment(const std::string &text) {
   std::uint32_t value = 0;
@@ -38,7 +28,7 @@ std::optional<std::uint32_t> parse_increment(const std::string &text) {
 ReturnCode get_template_depth(const Call &call, TemplateDepth &reply) {
   const Snapshot snapshot(call.store.database);
   ReturnCode code;
-  const auto family = named_template(call, code);
+  const auto family = named_template(call.store, call.fields, code);
   if (!family) return code;
   const auto next = find_next_key(call.store, *family);
   put_padded(reply.caIncrementLen, "06");
@@ -59,7 +49,7 @@ Reply get_template_list(const Call &call) {
 
 ReturnCode remove_template(const Call &call, KeyRecord &) {
   ReturnCode code;
-  const auto family = named_template(call, code);
+  const auto family = named_template(call.store, call.fields, code);
   if (!family) return code;
   if (!is_removable(call.store, *family)) return RC_NOT_DELETABLE;
   remove_template(call.store, *family, call.caller);
@@ -70,7 +60,7 @@ ReturnCode remove_template(const Call &call, KeyRecord &) {
 // lies before one, is never served again.
 ReturnCode set_next_increment(const Call &call, KeyRecord &) {
   ReturnCode code;
-  const auto family = named_template(call, code);
+  const auto family = named_template(call.store, call.fields, code);
   if (!family) return code;
   const auto increment = parse_increment(trimmed(call.fields.caNextIncrement));
   if (!increment || *increment > family->last_increment()) return RC_INCREMENT_RANGE;

@@ -1,6 +1,7 @@
 // How requests name a template.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "orn/skeys.h"
@@ -21,6 +22,16 @@ inline ReturnCode check_template(const RequestFields &fields) {
   const bool valid = constant.size() == kConstantLength && is_name(constant) && trimmed(fields.caConstantLen) == "15" &&
                      trimmed(fields.caIncrementLen) == "06" && (fields.caIncrementCode[0] == '\0' || code == "H");
   return valid ? RC_SUCCESS : RC_TEMPLATE_FORM;
+}
+
+// The template that a request names; nothing, and the reason in code, when there is none.
+inline std::optional<Template> named_template(StoreConnection &store, const RequestFields &fields, ReturnCode &code) {
+  code = check_template(fields);
+  if (code != RC_SUCCESS) return std::nullopt;
+  std::optional<Template> family = find_template(store, constant_of(fields));
+  if (family && !family->removed) return family;
+  code = RC_TEMPLATE_UNKNOWN;
+  return std::nullopt;
 }
 
 }  // namespace veskd

@@ -94,6 +94,20 @@ TEST_F(DryRuns, WhatIsThereWouldBeRefused) {
   EXPECT_EQ(state(), before);
 }
 
+// An import needs the private key; the server's certificate is one way to wrap for it.
+TEST_F(DryRuns, AKeyThatIsWrappedElsewhereNeedsNoCertificate) {
+  store_pair("pair", 1);
+  ASSERT_EQ(vesk({"certificate", "delete", "pair", "--yes"}).exit_code, 0);
+  write_secret(files_.path("key"), std::string(32, 'k'));
+  write_secret(files_.path("wrapped"), std::string(256, 'w'));
+  EXPECT_THAT(dry({"key", "import", "K1", "--certificate", "pair", "--in", "wrapped", "--wrapped"}),
+              Ends(0, StrEq("would import key K1\n"), IsEmpty()));
+  EXPECT_THAT(dry({"key", "import", "K1", "--certificate", "pair", "--certificate-file", "pair.pem", "--in", "key"}),
+              Ends(0, StrEq("would import key K1\n"), IsEmpty()));
+  EXPECT_THAT(dry({"key", "import", "K1", "--certificate", "none", "--in", "wrapped", "--wrapped"}),
+              Ends(4, IsEmpty(), HasSubstr("private key none: there is no private key of that name")));
+}
+
 TEST_F(DryRuns, WhatIsNotThereCannotBeChangedOrDeleted) {
   for (const std::vector<std::string> &command :
        std::vector<std::vector<std::string>>{{"key", "delete", "K1"},

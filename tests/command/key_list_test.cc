@@ -63,7 +63,14 @@ TEST_F(KeyList, IsCutByAPrefix) {
   const Outcome none = vesk({"key", "list", "--prefix", "x", "--output", "json"});
   EXPECT_EQ(document_in(none),
             json({{"keys", json::array()}, {"count", 0}, {"complete", true}, {"highest_sequence", nullptr}}));
-  EXPECT_THAT(vesk({"key", "list", "--prefix", std::string(41, 'x')}), Ends(2, IsEmpty(), HasSubstr("41 bytes")));
+  EXPECT_THAT(vesk({"key", "list", "--prefix", ""}), Ends(0, HasSubstr("\n5 keys, "), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "list", "--prefix", std::string(40, ' ')}), Ends(0, StartsWith("0 keys, "), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "list", "--prefix", std::string(40, 'x') + " "}),
+              Ends(2, IsEmpty(),
+                   StrEq("vesk: key list: the prefix " + std::string(40, 'x') +
+                         "  is 41 bytes long; at most 40 are allowed\n")));
+  EXPECT_THAT(vesk({"key", "list", "--prefix", "a\t"}),
+              Ends(2, IsEmpty(), StrEq("vesk: key list: the prefix a\\x09 holds a control character\n")));
 }
 
 TEST_F(KeyList, IsATableOfOneColumnInCsv) {
@@ -121,6 +128,7 @@ TEST_F(PlayedKeyList, ShowsNamesOfAnyBytesUnharmed) {
               Ends(0, StrEq("caf\\xe9\\x0a\\x1b[1m\\\\\n"), StartsWith("1 key, ")));
   EXPECT_THAT(list(strange_, {"--output", "plain", "--null"}),
               Ends(0, StrEq(std::string("caf\xe9\n\x1b[1m\\\0", 11)), StartsWith("1 key, ")));
+  EXPECT_THAT(list(strange_, {"--output", "csv"}), Ends(0, StrEq("name\r\ncaf\\xe9\\x0a\\x1b[1m\\\\\r\n"), IsEmpty()));
   const json key = document_in(list(strange_, {"--output", "json"})).at("keys").at(0);
   EXPECT_EQ(key,
             json({{"name", "caf\xef\xbf\xbd\n\x1b[1m\\"}, {"base64", json::object({{"name", "Y2Fm6QobWzFtXA=="}})}}));

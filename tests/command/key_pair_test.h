@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "tests/command/command_test.h"
@@ -26,6 +27,21 @@ class KeyPairTest : public ServedCommandTest {
     ASSERT_EQ(vesk({"private-key", "import", name, name + "-key.pem"}).exit_code, 0);
   }
 
+  // From now on the server is another, with nothing in it, which does these things wrong.
+  void misbehave(const std::string &faults) {
+    write_file(files_.path("faults.toml"), faults);
+    faulty_server_.emplace(server_files_.path("faulty"),
+                           std::vector<std::string>{"--faults", files_.path("faults.toml")});
+  }
+
+  Invocation invocation(std::vector<std::string> arguments) const override {
+    Invocation made = ServedCommandTest::invocation(std::move(arguments));
+    if (!faulty_server_) return made;
+    made.environment["VESK_PORT"] = faulty_server_->port();
+    made.environment["VESK_CERTIFICATES"] = server_files_.path("faulty");
+    return made;
+  }
+
   std::string content(const std::string &name) const { return contents_of(files_.path(name)); }
 
   Outcome openssl(std::vector<std::string> arguments) const {
@@ -37,6 +53,9 @@ class KeyPairTest : public ServedCommandTest {
     Invocation shell = invocation({"-c", "trap '' XFSZ; ulimit -f 0; exec " VESK_PROGRAM " " + arguments});
     return run_program("/bin/sh", shell);
   }
+
+ private:
+  std::optional<RunningServer> faulty_server_;
 };
 
 }  // namespace command_test

@@ -64,8 +64,9 @@ TEST_F(KeyTransfer, WhatIsNoKeyIsNotSent) {
     return vesk(arguments);
   };
   for (const std::string &text : {std::string(), value_.substr(1), value_ + "x"}) {
-    EXPECT_THAT(import(text),
-                Ends(1, IsEmpty(), StrEq("vesk: key import: in does not hold a 256-bit key: that is 32 raw bytes\n")));
+    EXPECT_THAT(import(text), Ends(1, IsEmpty(),
+                                   StrEq("vesk: key import: in does not hold a 256-bit key: that is 32 raw bytes\n"
+                                         "hint: if it is text: add --hex or --base64\n")));
   }
   EXPECT_THAT(import(std::string(67, 'x')), Ends(1, IsEmpty(), HasSubstr("in has more than 66 bytes")));
   EXPECT_THAT(import(hex_ + "0", {"--hex"}), Ends(1, IsEmpty(), HasSubstr("64 hexadecimal digits")));
@@ -100,6 +101,24 @@ TEST_F(KeyTransfer, AWrongWrapIsRefused) {
   EXPECT_EQ(vesk({"key", "get", "K1"}).exit_code, 4);
 }
 
+// What the server keeps is compared: its first answer has another value, the second none.
+TEST_F(KeyTransfer, AnImportThatDidNotGoWellIsSaidSo) {
+  misbehave(
+      "[[fault]]\noperation = \"RetrieveKey\"\nnth = 1\ndo = \"short\"\nbytes = 256\n"
+      "[[fault]]\noperation = \"RetrieveKey\"\nnth = 2\ndo = \"return-code\"\ncode = 104\n");
+  store_pair("pair", 1);
+  EXPECT_THAT(vesk({"key", "import", "K1", "--certificate", "pair", "--in", "raw"}),
+              Ends(1, IsEmpty(),
+                   StrEq("vesk: key import: the server keeps another value under that name than the one given\n"
+                         "hint: the key was imported: look at it with: vesk key get K1\n")));
+  EXPECT_THAT(
+      vesk({"key", "import", "K2", "--certificate", "pair", "--in", "raw"}),
+      Ends(3, IsEmpty(),
+           AllOf(StartsWith("vesk: key import: the imported key could not be checked: key K2: the server could"),
+                 HasSubstr("hint: the key was imported: look at it with: vesk key get K2\n"))));
+  EXPECT_EQ(key("K1") + key("K2"), value_ + value_);
+}
+
 TEST_F(KeyTransfer, ACertificateFileStandsInForTheServers) {
   ASSERT_EQ(vesk({"certificate", "delete", "pair", "--yes"}).exit_code, 0);
   EXPECT_THAT(vesk({"key", "import", "K1", "--certificate", "pair", "--in", "raw"}),
@@ -108,7 +127,10 @@ TEST_F(KeyTransfer, ACertificateFileStandsInForTheServers) {
               Ends(0, StrEq("imported key K1\n"), IsEmpty()));
   EXPECT_EQ(key("K1"), value_);
   EXPECT_THAT(vesk({"key", "import", "K2", "--certificate", "pair", "--certificate-file", "raw", "--in", "raw"}),
-              Ends(1, IsEmpty(), HasSubstr("raw: this is not one certificate, PEM or DER")));
+              Ends(1, IsEmpty(), HasSubstr("raw: the file is not one certificate, PEM or DER")));
+  write_file(files_.path("ec.pem"), veskd::test::pem_of(veskd::test::certificate_of(veskd::test::ec_key()).get()));
+  EXPECT_THAT(vesk({"key", "import", "K2", "--certificate", "pair", "--certificate-file", "ec.pem", "--in", "raw"}),
+              Ends(1, IsEmpty(), HasSubstr("ec.pem: the certificate fits no use: keys are wrapped")));
   EXPECT_THAT(vesk({"key", "import", "K2", "--certificate", "pair", "--certificate-file", "gone", "--in", "raw"}),
               Ends(1, IsEmpty(), HasSubstr("cannot read gone")));
 }
@@ -161,10 +183,17 @@ TEST_F(KeyTransfer, APrivateKeyThatDoesNotFitIsSaidSo) {
               Ends(1, IsEmpty(),
                    StrEq("vesk: key export: other-key.pem does not unwrap what is wrapped under certificate pair: do "
                          "they belong together?\n")));
-  EXPECT_THAT(export_with("encrypted.pem"), Ends(1, IsEmpty(), HasSubstr("hint: decrypt it into a file that only")));
-  EXPECT_THAT(export_with("ec.pem"), Ends(1, IsEmpty(), HasSubstr("ec.pem holds no RSA key of 2048 bits")));
-  EXPECT_THAT(export_with("pair.pem"), Ends(1, IsEmpty(), HasSubstr("pair.pem holds no private key, PEM or DER")));
+  EXPECT_THAT(export_with("encrypted.pem"),
+              Ends(1, IsEmpty(),
+                   StrEq("vesk: key export: encrypted.pem: the private key is encrypted\n"
+                         "hint: decrypt it into a file that only you can read: openssl pkey -in FILE -out NEW\n")));
+  Invocation piped = invocation({"key", "export", "K1", "--certificate", "pair", "--out", "k1", "--unwrap-with", "-"});
+  piped.input = content("encrypted.pem");
+  EXPECT_THAT(vesk(piped), Ends(1, IsEmpty(), StartsWith("vesk: key export: standard input: the private key is enc")));
+  EXPECT_THAT(export_with("ec.pem"), Ends(1, IsEmpty(), HasSubstr("ec.pem: the private key fits no use: keys are")));
+  EXPECT_THAT(export_with("pair.pem"), Ends(1, IsEmpty(), HasSubstr("pair.pem: the file holds no private key, PEM")));
   EXPECT_THAT(export_with("gone.pem"), Ends(1, IsEmpty(), HasSubstr("cannot read gone.pem")));
+  EXPECT_THAT(export_with(""), Ends(1, IsEmpty(), HasSubstr("cannot read '': No such file or directory")));
   EXPECT_THAT(names_in(files_.path()), Not(testing::Contains("k1")));
 }
 
@@ -175,6 +204,8 @@ TEST_F(KeyTransfer, AnEndThatIsNearIsWarnedOfAndAnEndThatIsPastRefused) {
               Ends(0, StrEq("imported key K1\n"), StartsWith("warning: certificate soon expires on ")));
   EXPECT_THAT(vesk({"key", "export", "K1", "--certificate", "soon", "--out", "k1"}),
               Ends(0, HasSubstr("k1\n"), StartsWith("warning: certificate soon expires on ")));
+  EXPECT_THAT(vesk({"key", "import", "K3", "--certificate", "soon", "--certificate-file", "soon.pem", "--in", "raw"}),
+              Ends(0, StrEq("imported key K3\n"), StartsWith("warning: soon.pem expires on ")));
   EXPECT_THAT(vesk({"key", "import", "K2", "--certificate", "past", "--in", "raw"}),
               Ends(1, IsEmpty(), StartsWith("vesk: key import: certificate past: it is valid from ")));
   EXPECT_THAT(vesk({"key", "export", "K1", "--certificate", "past", "--out", "k2"}),

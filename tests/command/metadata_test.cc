@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/command/command_test.h"
+#include "tests/command/played_server.h"
 
 namespace command_test {
 namespace {
@@ -81,6 +82,9 @@ TEST_F(Metadata, IsFoundByEveryOperator) {
   EXPECT_EQ(found("md2 le \"alpha  \""), "K1\n");
   EXPECT_EQ(found("md2 eq \"\""), "");
   EXPECT_EQ(found("md3 eq \"\""), "K1\nK2\n");
+  vesk({"metadata", "set", "K1", "--md", "4='quoted'"});
+  EXPECT_EQ(found("md4 eq \"'quoted'\""), "K1\n");
+  EXPECT_EQ(found("md4 ct '"), "K1\n");
 }
 
 TEST_F(Metadata, IsFoundWhenItMeetsEveryCriterion) {
@@ -96,6 +100,23 @@ TEST_F(Metadata, IsFoundWhenItMeetsEveryCriterion) {
       vesk({"metadata", "find", "--where", "md1 eq tape", "--where", "md2 eq beta", "--output", "plain", "--null"}),
       Ends(0, StrEq(std::string("K2\0", 3)), IsEmpty()));
   EXPECT_THAT(vesk({"metadata", "find"}), Ends(0, HasSubstr("2 keys\n"), IsEmpty()));
+}
+
+TEST_F(Metadata, IsFoundUpToALimit) {
+  EXPECT_THAT(vesk({"metadata", "find", "--limit", "1"}),
+              Ends(0, StrEq("K1\n1 of 2 keys\n"), StrEq("note: --limit shows the first 1 of 2\n")));
+  const json document = document_in(vesk({"metadata", "find", "--limit", "1", "--output", "json"}));
+  EXPECT_EQ(document.at("keys").size(), 1u);
+  EXPECT_EQ(document.at("count"), 2);
+  EXPECT_EQ(document.at("complete"), false);
+}
+
+TEST_F(Metadata, EndsQuietlyWhenItsReaderHasGone) {
+  for (const char *form : {"table", "json", "plain", "csv"}) {
+    Invocation gone = invocation({"metadata", "find", "--output", form});
+    gone.reader_of_output_is_gone = true;
+    EXPECT_THAT(vesk(gone), Ends(1, IsEmpty(), IsEmpty())) << form;
+  }
 }
 
 TEST_F(Metadata, OfWhatIsNotThereIsNotFound) {
@@ -128,7 +149,9 @@ TEST_F(Metadata, RefusesWhatTheProtocolHasNoRoomFor) {
       {{"find", "--where", "md1 xx \"a\""}, "not a field, an operator and a text"},
       {{"find", "--where", "md1 = a"}, "not a field, an operator and a text"},
       {{"find", "--where", "md17 eq a"}, "not a field, an operator and a text"},
+      {{"find", "--where", "md0 eq a"}, "fields: md1 to md16; operators: eq ne ct gt lt ge le"},
       {{"find", "--where", "md1 eq \"a"}, "not a field, an operator and a text"},
+      {{"find", "--where", "md1 eq 'tape' "}, "the text 'tape' of --where stands in single quotes"},
       {{"find", "--where", ""}, "not a field, an operator and a text"},
       {{"find", "--where", "md1 eq a", "--where", "md1 ne b"}, "MD01 is given twice"},
       {{"find", "--where", "md1 eq " + too_long}, "65 bytes long; at most 64"},
@@ -139,6 +162,56 @@ TEST_F(Metadata, RefusesWhatTheProtocolHasNoRoomFor) {
     row.arguments.insert(row.arguments.begin(), "metadata");
     EXPECT_THAT(vesk(row.arguments), Ends(2, IsEmpty(), HasSubstr(row.message))) << row.arguments.back();
   }
+}
+
+// Servers that are not ours may have names and fields of any bytes.
+class PlayedMetadata : public CommandTest {
+ protected:
+  static std::string padded(std::string text, std::size_t width) {
+    text.resize(width, ' ');
+    return text;
+  }
+  static std::string record(const std::string &name, const std::string &first_field) {
+    std::string text = padded(name, 116);  // instance, dates and flags blank
+    for (const char *label : {"MD01", "MD02", "MD03", "MD04", "MD05", "MD06", "MD07", "MD08", "MD09", "MD10", "MD11",
+                              "MD12", "MD13", "MD14", "MD15", "MD16"})
+      text += std::string(label) + "'" + padded(text.size() == 116 ? first_field : "", 64) + "'";
+    return text;
+  }
+  Outcome find(const std::string &reply, std::vector<std::string> arguments) const {
+    TemporaryDirectory directory;
+    const PlayedServer server(directory.path(), {}, reply);
+    arguments.insert(arguments.begin(), {"metadata", "find", "--host", "127.0.0.1", "--port", server.port(),
+                                         "--certificates", directory.path()});
+    return vesk(arguments);
+  }
+
+  const std::string strange_ = "0001410530000N01241" + record("n\xe9\n\x1b[1m,\"\\", "f\xe9\r\n\x1b[1m,\"\\");
+};
+
+TEST_F(PlayedMetadata, IsShownUnharmedWhateverItsBytes) {
+  EXPECT_THAT(find(strange_, {}),
+              Ends(0, StrEq("n\\xe9\\x0a\\x1b[1m,\"\\  MD01=\"f\\xe9\\x0d\\x0a\\x1b[1m,\"\\\"\n1 key\n"), IsEmpty()));
+  EXPECT_THAT(find(strange_, {"--output", "plain"}), Ends(0, StrEq("n\\xe9\\x0a\\x1b[1m,\"\\\\\n"), IsEmpty()));
+  EXPECT_THAT(find(strange_, {"--output", "plain", "--null"}),
+              Ends(0, StrEq(std::string("n\xe9\n\x1b[1m,\"\\\0", 11)), IsEmpty()));
+  EXPECT_THAT(find(strange_, {"--output", "csv"}),
+              Ends(0,
+                   StrEq("name,metadata.MD01,metadata.MD02,metadata.MD03,metadata.MD04,metadata.MD05,metadata.MD06,"
+                         "metadata.MD07\r\n"
+                         "\"n\\xe9\\x0a\\x1b[1m,\"\"\\\\\",\"f\\xe9\\x0d\\x0a\\x1b[1m,\"\"\\\\\",,,,,,\r\n"),
+                   IsEmpty()));
+  const json key = document_in(find(strange_, {"--output", "json"})).at("keys").at(0);
+  EXPECT_EQ(key.at("name"), "n\xef\xbf\xbd\n\x1b[1m,\"\\");
+  EXPECT_EQ(key.at("base64").at("name"), "bukKG1sxbSwiXA==");
+  EXPECT_EQ(key.at("metadata").at("MD01"), "f\xef\xbf\xbd\r\n\x1b[1m,\"\\");
+  EXPECT_EQ(key.at("metadata").at("base64").at("MD01"), "ZukNChtbMW0sIlw=");
+}
+
+TEST_F(PlayedMetadata, ShowsNothingOfAQueryThatFailed) {
+  const std::string fails = "0001410530000Y01241" + record("K1", "") + "0000810530104";
+  for (const char *form : {"table", "json", "plain", "csv"})
+    EXPECT_THAT(find(fails, {"--output", form}), Ends(3, IsEmpty(), HasSubstr("RC_SERVER_FAILURE"))) << form;
 }
 
 }  // namespace

@@ -42,6 +42,22 @@ std::string key_reply(const std::string &name, const std::string &instance, cons
          size + "BIN" + std::string(256, 'v');
 }
 
+// The library goes by the More Flag of these lists alone, which a refusal does not have.
+TEST_F(Replies, ARefusalWithinAListIsNoEndOfIt) {
+  const std::string page =
+      "00014"
+      "1049"
+      "0000"
+      "Y"
+      "00064" +
+      padded("C1", 64);
+  EXPECT_THAT(vesk_gets(page + "00008"
+                               "1049"
+                               "0104",
+                        {"certificate", "list"}),
+              Ends(3, IsEmpty(), StartsWith("vesk: certificate list: certificates: the server could not read or")));
+}
+
 TEST_F(Replies, AReturnCodeThatNobodyKnowsIsPassedOn) {
   EXPECT_THAT(vesk_gets("00008"
                         "1043"

@@ -80,6 +80,9 @@ TEST_F(Streams, ProgressIsForTerminals) {
   const Outcome outcome = vesk(made);
   EXPECT_EQ(outcome.out, "generated 2 keys for template tape-library-01\n");
   EXPECT_THAT(outcome.terminal, AllOf(StartsWith("\rgenerating 2 keys: 0 s"), testing::EndsWith("\r\x1b[K")));
+  made.arguments = {"template", "remove", "tape-library-01", "--yes"};
+  EXPECT_THAT(vesk(made).terminal,
+              AllOf(StartsWith("\rremoving template tape-library-01: 0 s"), testing::EndsWith("\r\x1b[K")));
 }
 
 TEST_F(Streams, TheTraceGoesWhereItIsSent) {

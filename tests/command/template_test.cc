@@ -86,13 +86,24 @@ TEST_F(Templates, NoIncrementIsUsedUpWhenTheKeyCouldNotBeWrittenAnyway) {
 }
 
 TEST_F(Templates, AKeyThatWasDrawnInVainIsNamed) {
-  generate("1");
+  generate("3");
   Invocation full = invocation({"key", "next", kConstant});
   full.standard_output_path = "/dev/full";
   EXPECT_THAT(vesk(full), Ends(1, IsEmpty(),
                                StrEq("vesk: key next: cannot write to standard output: No space left on device\n"
                                      "hint: the increment is used up, but the key is not lost: vesk key get "
                                      "tape-library-01000000 --out FILE\n")));
+  // Also when its reader has gone, which is no news otherwise.
+  for (const std::vector<std::string> &arguments :
+       {std::vector<std::string>{"key", "next", kConstant}, {"key", "next", kConstant, "--out", "-"}}) {
+    Invocation gone = invocation(arguments);
+    gone.reader_of_output_is_gone = true;
+    EXPECT_THAT(
+        vesk(gone),
+        Ends(1, IsEmpty(),
+             AllOf(StartsWith("vesk: key next: the reader of standard output has gone away\nhint: the increment"),
+                   HasSubstr(": vesk key get tape-library-0100000"))));
+  }
 }
 
 TEST_F(Templates, TheNextIncrementIsSetInEitherBase) {
@@ -111,13 +122,20 @@ TEST_F(Templates, AnIncrementThatTheTemplateHasNotIsRefused) {
               Ends(3, IsEmpty(),
                    StartsWith("vesk: template set-next: template tape-library-01, increment 000002: the increment is "
                               "not one of the template's (return code 0310 RC_INCREMENT_RANGE from ")));
+  vesk({"key", "next", kConstant});
+  EXPECT_THAT(vesk({"template", "set-next", kConstant, "0"}),
+              Ends(3, IsEmpty(), HasSubstr("increment 000000: keys at or behind that increment have been served")));
 }
 
-TEST_F(Templates, ARemovedTemplateIsGone) {
-  generate("1");
+TEST_F(Templates, ARemovedTemplateIsGoneButForTheKeysThatWereDrawn) {
+  generate("2");
+  vesk({"key", "next", kConstant});
   EXPECT_THAT(vesk({"template", "remove", kConstant, "--yes"}),
               Ends(0, StrEq("removed template tape-library-01\n"), IsEmpty()));
   EXPECT_THAT(vesk({"template", "list"}), Ends(0, IsEmpty(), IsEmpty()));
+  EXPECT_THAT(vesk({"key", "list", "--output", "plain"}), Ends(0, StrEq("tape-library-01000000\n"), testing::_));
+  EXPECT_THAT(vesk({"template", "generate", kConstant, "--count", "1"}),
+              Ends(3, IsEmpty(), HasSubstr("RC_TEMPLATE_USED")));
 }
 
 TEST_F(Templates, ATemplateThatIsNotThereIsNotFound) {

@@ -80,6 +80,24 @@ TEST_F(Usage, WhatCannotBeMeantIsRefusedAndNamed) {
       {"a host name of 41 bytes",
        {"ping", "--host", kFortyOne},
        "vesk: ping: the host name " + kFortyOne + " is 41 bytes long; at most 40 are allowed\n"},
+      {"a host with its port",
+       {"ping", "--host", "127.0.0.1:4000"},
+       "vesk: ping: the host '127.0.0.1:4000' is neither a name nor an address\n"
+       "hint: give it alone, an IPv6 address without brackets, and the port with --port PORT (VESK_PORT)\n"},
+      {"an IPv6 address in brackets",
+       {"ping", "--host", "[::1]"},
+       "vesk: ping: the host '[::1]' is neither a name nor an address\n"
+       "hint: give it alone, an IPv6 address without brackets, and the port with --port PORT (VESK_PORT)\n"},
+      {"a URL",
+       {"ping", "--host", "https://kms.example"},
+       "vesk: ping: the host 'https://kms.example' is neither a name nor an address\n"
+       "hint: give it alone, an IPv6 address without brackets, and the port with --port PORT (VESK_PORT)\n"},
+      {"a flag with a value that is none",
+       {"key", "create", "K1", "--mirror=maybe"},
+       "vesk: key create: a flag is true or false: --mirror = maybe\nhint: vesk key create --help\n"},
+      {"an option without its value",
+       {"key", "get", "K1", "--out"},
+       "vesk: key get: --out: FILE missing\nhint: vesk key get --help\n"},
       {"port 0",
        {"ping", "--port", "0"},
        "vesk: ping: the port '0' is not a number from 1 to 65535\nhint: give it with --port PORT or in VESK_PORT\n"},
@@ -105,7 +123,7 @@ TEST_F(Usage, WhatCannotBeMeantIsRefusedAndNamed) {
        "hint: write the value to a file: --out FILE\n"},
       {"an empty file name",
        {"key", "get", "K", "--out", ""},
-       "vesk: key get: the name of the file for the key is empty\n"},
+       "vesk: key get: the name of the file to write is empty\n"},
       {"a deletion that nobody can be asked about",
        {"key", "delete", "K"},
        "vesk: key delete: there is no terminal to ask for confirmation on; nothing was deleted\n"
@@ -121,6 +139,30 @@ TEST_F(Usage, WhatCannotBeMeantIsRefusedAndNamed) {
   }
 }
 
+TEST_F(Usage, EveryCommandMeasuresTheNameThatItIsGiven) {
+  const std::string short_constant = "fourteen-bytes";
+  const std::vector<std::vector<std::string>> of_keys = {{"key", "create", kFortyOne},
+                                                         {"key", "get", kFortyOne},
+                                                         {"key", "policy", kFortyOne},
+                                                         {"key", "make-deletable", kFortyOne},
+                                                         {"key", "delete", "K1", kFortyOne},
+                                                         {"metadata", "get", kFortyOne},
+                                                         {"metadata", "set", kFortyOne, "--md", "1=tape"}};
+  for (const std::vector<std::string> &command : of_keys) {
+    EXPECT_THAT(vesk(command), Ends(2, IsEmpty(), HasSubstr(" is 41 bytes long; at most 40 are allowed\n")))
+        << command[1];
+  }
+  const std::vector<std::vector<std::string>> of_templates = {{"key", "next", short_constant},
+                                                              {"template", "generate", short_constant, "--count", "1"},
+                                                              {"template", "depth", short_constant},
+                                                              {"template", "set-next", short_constant, "1"},
+                                                              {"template", "remove", short_constant}};
+  for (const std::vector<std::string> &command : of_templates) {
+    EXPECT_THAT(vesk(command), Ends(2, IsEmpty(), HasSubstr(" is 14 bytes long; it must have exactly 15\n")))
+        << command[1];
+  }
+}
+
 // Just inside every limit: the next thing that is wrong is that nothing answers, or that there are no certificates.
 TEST_F(Usage, WhatJustFitsIsNotRefused) {
   const std::vector<Case> cases = {
@@ -131,6 +173,7 @@ TEST_F(Usage, WhatJustFitsIsNotRefused) {
       {"the last increment", {"template", "set-next", "fifteen-bytes-1", "16777215"}, {}},
       {"the last increment, hexadecimal", {"template", "set-next", "fifteen-bytes-1", "0xFFFFFF"}, {}},
       {"a host name of 40 bytes", {"ping", "--host", kForty}, {}},
+      {"an IPv6 address with an interface", {"ping", "--host", "fe80::1%eth0"}, {}},
       {"a certificate path of 100 bytes", {"ping", "--certificates", std::string(85, 'd')}, {}},
       {"port 65535", {"ping", "--port", "65535"}, {}},
   };

@@ -1,4 +1,7 @@
 // What holds for every public call: the frame around it and the exchange within.
+#include <functional>
+#include <utility>
+
 #include "tests/library/calls.h"
 #include "tests/library/library_test.h"
 
@@ -181,6 +184,69 @@ TEST_P(AllCallsTest, SurvivesNulsAndControlCharactersInEveryField) {
     script::reset();
     connection().replies = framed(c().tran_id + "0004" + std::string(1300, filler));
     EXPECT_EQ(call(), status_of(4)) << static_cast<int>(filler);
+  }
+}
+
+class NullTextTest : public LibraryTest {
+ protected:
+  // What a call returns and sends when it gets this for each of its texts.
+  using Outcome = std::pair<int, std::vector<std::string>>;
+  template <typename Call>
+  Outcome outcome(Call call, const char *text) {
+    script::reset();
+    connection().replies = framed(std::string("00000000") + "N00000");
+    const int status = call(text);
+    connection().replies.clear();
+    return {status, connection().writes};
+  }
+  template <typename Call, typename... Arguments>
+  int make(Call call, Arguments... arguments) {
+    return call(&paths_, host_, port_, arguments...);
+  }
+};
+
+TEST_F(NullTextTest, CountsAsAnEmptyOne) {
+  KeyRecord record;
+  KeyMetadataValues values;
+  char name[257], one, other;
+  unsigned char value[256] = {};
+  uint32_t number, second;
+  int32_t count;
+  const std::function<int(const char *)> calls[] = {
+      [&](const char *t) { return make(qGetNextKey, t, name, value, &number); },
+      [&](const char *t) { return make(qRetrieveKey, t, t, &record); },
+      [&](const char *t) { return make(qRetrieveKeyMetadata, t, &values); },
+      [&](const char *t) { return make(qCreateSymKey, t, 'N'); },
+      [&](const char *t) { return make(qAutoGenKeys, t, 'i', 1u); },
+      [&](const char *t) { return make(qDeleteKey, t); },
+      [&](const char *t) { return make(qChangeDeletable, t, 'Y'); },
+      [&](const char *t) { return make(qGetTemplateDepth, t, &number, &second); },
+      [&](const char *t) { return make(qRemoveTemplate, t); },
+      [&](const char *t) { return make(qSetNextIncrement, t, 1u); },
+      [&](const char *t) {
+        return make(qSetMetadata, t, t, "a", "a", t, "a", "a", "a", "a", "a", "a", "a", "a", "a", "a", "a", "a", "a");
+      },
+      [&](const char *t) { return make(qRetrieveKeyNameList, t); },
+      [&](const char *t) { return make(qRetrieveKeyNameListFiltered, t, t, &number); },
+      [&](const char *t) { return make(qImportSymKey, t, t, nullptr, value); },
+      [&](const char *t) { return make(qExportSymKey, t, t, t, t, value); },
+      [&](const char *t) { return make(qImportCertificate, t, t, 1); },
+      [&](const char *t) { return make(qImportPrivateKey, t, t); },
+      [&](const char *t) { return make(qExportCertificate, t, 'C', t); },
+      [&](const char *t) { return make(qDeleteCertificate, t, 'C'); },
+      [&](const char *t) { return make(qDeletePrivateKey, t); },
+      [&](const char *t) { return make(qGetCertificateList, 'C', t); },
+      [&](const char *t) { return make(qGetPrivateKeyList, t); },
+      [&](const char *t) { return make(qSetMirrorAddress, t, t, 1u); },
+      [&](const char *t) { return make(qGetMirrorAddress, t, name, 257u, &number); },
+      [&](const char *t) { return make(qRemoveMirrorAddress, t); },
+      [&](const char *t) { return make(qGetMirrorStatus, t, 1, &count, &one, &other); },
+      [&](const char *t) { return make(qGetQueueSize, t, &count); },
+      [&](const char *t) { return make(qForceKeySync, t, "K1"); },
+  };
+  for (const auto &call : calls) {
+    const Outcome of_null = outcome(call, nullptr), of_empty = outcome(call, "");
+    EXPECT_EQ(of_null, of_empty) << &call - calls;
   }
 }
 

@@ -1,6 +1,8 @@
 /* The three doors as a C11 program sees them: record sizes, types, calls. */
 #include <assert.h>
+#include <stddef.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "orn/skeys.h"
@@ -11,10 +13,38 @@ static_assert(sizeof(CertificatePaths) == 4 * 2049, "CertificatePaths");
 static_assert(sizeof(KeyRecord) == 1607, "KeyRecord");
 static_assert(sizeof(NextKeyBlock) == 500, "NextKeyBlock");
 static_assert(sizeof(KeyMetadataValues) == 1040, "KeyMetadataValues");
+static_assert(sizeof(KeyMetadataSummary) == 496, "KeyMetadataSummary");
+static_assert(sizeof(TemplateDepth) == 154, "TemplateDepth");
 static_assert(sizeof(SystemStatusRecord) == 65, "SystemStatusRecord");
 static_assert(sizeof(MirrorRecord) == 257 + 6 + 41 + 11 + 1 + 1 + 45 + 11, "MirrorRecord");
 static_assert(sizeof(((Session *)0)->caRspBuf) == 16389, "caRspBuf");
 static_assert(sizeof(void *) == sizeof(((Session *)0)->hTls), "a handle is one machine word");
+
+/* Where fields lie that others precede which could be taken for one another. */
+static_assert(offsetof(KeyRecord, caExpirationDate) == 75, "behind creation and activation");
+static_assert(offsetof(KeyRecord, caReturnCode) == 115, "behind the policy");
+static_assert(offsetof(KeyRecord, caKeyValue) == 156, "behind instance and format");
+static_assert(offsetof(KeyRecord, md) == 567, "the last");
+static_assert(offsetof(NextKeyBlock, caLastIncrement) == 104, "behind the request's fields");
+static_assert(offsetof(NextKeyBlock, caKeyValue) == 243, "the last");
+static_assert(offsetof(SystemStatusRecord, caCoreStatus) == 30, "behind the disk");
+
+/* What programs were compiled with. */
+static const int kStatuses[][2] = {
+    {ERR_KEY_COUNT_RANGE, -3},     {ERR_NULL_RESULT, 1},
+    {ERR_EXPORT_SIZE, 9124},       {ERR_METADATA_TRANSACTION_SIZE, 9145},
+    {ERR_AUTOGEN_SIZE, 9227},      {ERR_REPLY_SIZE, 9260},
+    {ERR_LIST_SIZE, 9261},         {ERR_TRANSACTION_SIZE, 9999},
+    {ERR_LIST_FILE, 11000},        {ERR_KEY_NAME_MISMATCH, 20000},
+    {ERR_NULL_ARGUMENT, 20001},    {ERR_CERT_PATH_LENGTH, 20003},
+    {ERR_CERT_DIR_FORM, 20004},    {ERR_METADATA_ARGUMENT, 20005},
+    {ERR_DATABASE_INVALID, 20007}, {ERR_SENSOR_FILE, 20008},
+    {ERR_HARDWARE_FAULT, 20009},   {ERR_DATA_FILE, 20010},
+    {ERR_NO_COMM_CERT, 20011},     {ERR_NO_CA_CERT, 20012},
+};
+
+#define FOUR(...) __VA_ARGS__, __VA_ARGS__, __VA_ARGS__, __VA_ARGS__
+#define SIXTEEN(...) FOUR(FOUR(__VA_ARGS__))
 
 /* The published types, to the letter. */
 static int (*const kSetupCertificates)(CertificatePaths *, const char *, const char *, const char *,
@@ -86,6 +116,57 @@ static int (*const kGetPrivateKeyList)(const CertificatePaths *, const char *, u
 static int (*const kGetPrivateKeyListAsLl)(const CertificatePaths *, const char *, uint32_t,
                                            LinkedList *) = qGetPrivateKeyList_as_ll;
 
+static int (*const kSetMetadata)(const CertificatePaths *, const char *, uint32_t, const char *, const char *,
+                                 SIXTEEN(const char *)) = qSetMetadata;
+static int (*const kRetrieveMetadata)(const CertificatePaths *, const char *, uint32_t, SIXTEEN(const char *, int),
+                                      const char *) = qRetrieveMetadata;
+static int (*const kRetrieveMetadataAsLl)(const CertificatePaths *, const char *, uint32_t, SIXTEEN(const char *, int),
+                                          LinkedList *) = qRetrieveMetadata_as_ll;
+static int (*const kRetrieveKeyNameList)(const CertificatePaths *, const char *, uint32_t,
+                                         const char *) = qRetrieveKeyNameList;
+static int (*const kRetrieveKeyNameListAsLl)(const CertificatePaths *, const char *, uint32_t,
+                                             LinkedList *) = qRetrieveKeyNameList_as_ll;
+static int (*const kRetrieveKeyNameListFiltered)(const CertificatePaths *, const char *, uint32_t, const char *,
+                                                 const char *, uint32_t *) = qRetrieveKeyNameListFiltered;
+static int (*const kRetrieveKeyNameListFilteredAsLl)(const CertificatePaths *, const char *, uint32_t, LinkedList *,
+                                                     const char *, uint32_t *) = qRetrieveKeyNameListFiltered_as_ll;
+static const char (*const kOpLut)[8][3] = &opLut;
+
+/* The transaction functions, by what they fill. */
+static void (*const kTransactions[])(Session *) = {
+    ChangeDeletable, CreateDB,         CreateSymKey,      DeleteCertificate,   DeleteKey,
+    AutoGenKeys,     DeletePrivateKey, ExportSymKey,      DisplaySymKeyPolicy, ExportCertificate,
+    ForceKeySync,    ValidateDB,       ImportCertificate, ImportPrivateKey,    ImportSymKey,
+    RemoveTemplate,  SetMirrorAddress, SetMetadata,       SetNextIncrement,    RemoveMirrorAddress};
+static void (*const kListTransactions[])(Session *, LinkedList *) = {
+    DisplayKeyNameList, GetCertificateList, GetPrivateKeyList, GetTemplateList, ListMirrorNames, RetrieveMetadata};
+static void (*const kMirrorTransactions[])(Session *, MirrorRecord *) = {GetMirrorAddress, GetMirrorStatus,
+                                                                         GetQueueSize};
+static void (*const kTextTransactions[])(Session *, char *) = {AdminNoop, ReportFipsMode};
+static void (*const kRetrieveKeyTransaction)(Session *, KeyRecord *) = RetrieveKey;
+static void (*const kGetNextKeyTransaction)(Session *, NextKeyBlock *) = GetNextKey;
+static void (*const kGetSystemStatusTransaction)(Session *, SystemStatusRecord *) = GetSystemStatus;
+static void (*const kGetTemplateDepthTransaction)(Session *, TemplateDepth *) = GetTemplateDepth;
+
+#define COUNT(array) (sizeof(array) / sizeof *(array))
+static_assert(COUNT(kTransactions) + COUNT(kListTransactions) + COUNT(kMirrorTransactions) + COUNT(kTextTransactions) +
+                      4 ==
+                  35,
+              "a transaction function is missing");
+
+/* What the library calls of the support layer. */
+static int (*const kSetupConnection)(void **, void **, void **, const char *, const char *, int, const char *,
+                                     const char *, const char *, int) = SetupConnection;
+static int (*const kTLSWrite)(void *, const void *, int) = TLSWrite;
+static int (*const kTLSRead)(void *, void *, void *, int, int, int *) = TLSRead;
+static int (*const kTLSTeardown)(void *, void *, void *) = TLSTeardown;
+static void (*const kTraceT)(int, const char *, int, const char *, ...) = TraceT;
+static void (*const kDumpBuffer)(int, const char *, int, const void *, int, const char *) = DumpBuffer;
+static void (*const kX509GetInfo)(X509 *, CertificateInfo *) = X509_get_info;
+static char *(*const kCertificateInfoToString)(const CertificateInfo *) = CertificateInfo_to_string;
+static int (*const kLlAppend)(LinkedList *, const void *) = ll_append;
+static size_t (*const kLlGetElementSize)(const LinkedList *) = ll_get_element_size;
+
 static int failures = 0;
 
 static void expect(int condition, const char *what) {
@@ -94,7 +175,70 @@ static void expect(int condition, const char *what) {
   ++failures;
 }
 
+/* Sessions that no connection was opened for: all that a function may do is to refuse. */
+static void try_transaction_functions(void) {
+  static Session session;
+  for (size_t i = 0; i < COUNT(kTextTransactions); ++i) {
+    session.iStatus = 7;
+    kTextTransactions[i](&session, NULL);
+    expect(session.iStatus == ERR_NULL_RESULT, "a null text");
+  }
+  session.iStatus = 7;
+  kRetrieveKeyTransaction(&session, NULL);
+  expect(session.iStatus == ERR_NULL_RESULT, "a null record");
+  for (size_t i = 0; i < COUNT(kListTransactions); ++i) {
+    session.iStatus = 7;
+    kListTransactions[i](&session, NULL);
+    expect(session.iStatus == CONN_ERR_ARGUMENT, "a list without a connection");
+  }
+  static MirrorRecord mirror;
+  for (size_t i = 0; i < COUNT(kMirrorTransactions); ++i) {
+    session.iStatus = 7;
+    kMirrorTransactions[i](&session, &mirror);
+    expect(session.iStatus == CONN_ERR_ARGUMENT, "a mirror without a connection");
+  }
+  static NextKeyBlock block;
+  static SystemStatusRecord status;
+  kGetNextKeyTransaction(&session, &block);
+  expect(session.iStatus == CONN_ERR_ARGUMENT, "GetNextKey without a connection");
+  kGetSystemStatusTransaction(&session, &status);
+  expect(session.iStatus == CONN_ERR_ARGUMENT, "GetSystemStatus without a connection");
+  kGetTemplateDepthTransaction(&session, NULL);
+  expect(session.iStatus == CONN_ERR_ARGUMENT, "GetTemplateDepth without a connection");
+  kTransactions[0](&session);
+  expect(session.iStatus == CONN_ERR_ARGUMENT, "ChangeDeletable without a connection");
+}
+
+static void try_support_functions(void) {
+  void *tls = &tls, *aux = &aux, *from = &from;
+  char byte;
+  int count = 7;
+  expect(kSetupConnection(&tls, &aux, &from, "/nowhere", "/nowhere", 0, "/nowhere", "127.0.0.1", "1", 1) ==
+                 CONN_ERR_AUTHORITY_MISSING &&
+             tls == NULL && aux == NULL && from == NULL,
+         "SetupConnection");
+  expect(kTLSWrite(NULL, "x", 1) == CONN_ERR_ARGUMENT, "TLSWrite");
+  expect(kTLSRead(NULL, NULL, &byte, 1, 1, &count) == CONN_ERR_ARGUMENT, "TLSRead");
+  expect(kTLSTeardown(NULL, NULL, NULL) == 0, "TLSTeardown");
+  kTraceT(0, "tests", 1, "%s", "while the trace is off");
+  kDumpBuffer(0, "tests", 1, "x", 1, "label");
+  CertificateInfo info;
+  kX509GetInfo(NULL, &info);
+  char *const text = kCertificateInfoToString(&info);
+  expect(text != NULL, "CertificateInfo_to_string");
+  free(text);
+  LinkedList *list = ll_create(3);
+  expect(kLlAppend(list, "ab") == 0 && kLlGetElementSize(list) == 3, "ll_append");
+  expect(strcmp(ll_element(ll_first(list)), "ab") == 0, "an element");
+  ll_free(list);
+}
+
 int main(void) {
+  for (size_t i = 0; i < COUNT(kStatuses); ++i) expect(kStatuses[i][0] == kStatuses[i][1], StatusName(kStatuses[i][1]));
+  expect(memcmp(kOpLut, "XX\0EQ\0NE\0CT\0GT\0LT\0GE\0LE", sizeof *kOpLut) == 0, "opLut");
+  try_transaction_functions();
+  try_support_functions();
+
   CertificatePaths paths;
   expect(kSetupCertificates(&paths, "/nowhere", "a", "b", "c") == 0, "SetupCertificates");
   expect(strcmp(paths.caPath[3], "/nowhere/c") == 0, "path of file 3");
@@ -152,8 +296,15 @@ int main(void) {
       kGetCertificateListAsLl(&paths, host, 1, 'C', list),
       kGetPrivateKeyList(&paths, host, 1, ""),
       kGetPrivateKeyListAsLl(&paths, host, 1, list),
+      kSetMetadata(&paths, host, 1, "K", "", SIXTEEN("")),
+      kRetrieveMetadata(&paths, host, 1, SIXTEEN(NULL, 0), ""),
+      kRetrieveMetadataAsLl(&paths, host, 1, SIXTEEN(NULL, 0), list),
+      kRetrieveKeyNameList(&paths, host, 1, ""),
+      kRetrieveKeyNameListAsLl(&paths, host, 1, list),
+      kRetrieveKeyNameListFiltered(&paths, host, 1, "", "", &number),
+      kRetrieveKeyNameListFilteredAsLl(&paths, host, 1, list, "", &number),
   };
-  for (size_t i = 0; i < sizeof statuses / sizeof *statuses; ++i) {
+  for (size_t i = 0; i < COUNT(statuses); ++i) {
     if (strncmp(StatusName(statuses[i]), "CONN_ERR_", 9) == 0 && strstr(StatusName(statuses[i]), "_MISSING") != NULL)
       continue;
     fprintf(stderr, "call %zu returned %d (%s)\n", i, statuses[i], StatusName(statuses[i]));

@@ -40,8 +40,7 @@ std::string set_metadata_request() {
       "01188"
       "1039" +
       padded("K1", 40) + padded("I1", 24) + "MD01'" + padded("m1", 64);
-  for (int k = 2; k <= 16; ++k)
-    request += std::string("'MD") + (k < 10 ? "0" : "") + std::to_string(k) + "'" + padded("m" + std::to_string(k), 64);
+  for (int k = 2; k <= 16; ++k) request += "'" + metadata_label(k) + "'" + padded("m" + std::to_string(k), 64);
   return request + "'";
 }
 

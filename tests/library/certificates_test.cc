@@ -1,4 +1,8 @@
 // Certificates and private keys: imports, export, deletions.
+#include <sys/resource.h>
+
+#include <csignal>
+
 #include "tests/library/library_test.h"
 #include "tests/library/temporary_file.h"
 
@@ -298,9 +302,10 @@ TEST_F(CertificateExportTest, LeavesTheCertificateUnreadWhenTheFileCannotBeOpene
 TEST_F(CertificateExportTest, TellsAFullDisk) {
   connection().replies = reply("20000", "0042") + content(20000);
   EXPECT_EQ(export_to("/dev/full"), ERR_EXPORT_FILE_WRITE);
-  EXPECT_THAT(connection().traces_of("orn/vesk/skeys"),
-              testing::IsSupersetOf({"ExportCertificate ERR <9126> fwrite returned <0> items", " instead of 1",
-                                     " ferror returned <1>", " feof returned <0>"}));
+  const auto traces = connection().traces_of("orn/vesk/skeys");
+  EXPECT_THAT(std::vector(traces.end() - 5, traces.end()),
+              ElementsAre("Cert Length <20000>", "ExportCertificate ERR <9126> fwrite returned <0> items",
+                          " instead of 1", " ferror returned <1>", " feof returned <0>"));
   connection().replies.clear();
   // A full disk outweighs a line that is down.
   script::reset();
@@ -311,6 +316,37 @@ TEST_F(CertificateExportTest, TellsAFullDisk) {
   connection().replies = reply("00010", "0042") + content(10);
   EXPECT_EQ(export_to("/dev/full"), 42);
   EXPECT_EQ(last_trace(), "Cert Length <00010>");
+}
+
+// No file grows beyond that while it exists.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : old_handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &old_limit_);
+    const rlimit limit{bytes, old_limit_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &old_limit_);
+    std::signal(SIGXFSZ, old_handler_);
+  }
+  FileSizeLimit(const FileSizeLimit &) = delete;
+  FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+
+ private:
+  sighandler_t old_handler_;
+  rlimit old_limit_{};
+};
+
+TEST_F(CertificateExportTest, CountsThePiecesThatWereWrittenBeforeTheDiskWasFull) {
+  const FileSizeLimit limit(16384);
+  connection().replies = reply("40000") + content(40000);
+  EXPECT_EQ(export_to(file_.path()), ERR_EXPORT_FILE_WRITE);
+  EXPECT_EQ(file_.contents(), content(16384));
+  // The first piece, of 16389 bytes, and what the stream took of the second until its buffer was full.
+  EXPECT_THAT(connection().traces_of("orn/vesk/skeys"),
+              Contains("ExportCertificate ERR <9126> fwrite returned <20480> items"));
+  connection().replies.clear();
 }
 
 TEST_F(CertificateExportTest, OpensNoFileBeforeTheReplyArrived) {

@@ -3,7 +3,6 @@
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -38,6 +37,21 @@ TEST_F(KeyLifecycleTest, CreatingTracesALongNameWholeAndSendsItCut) {
   EXPECT_THAT(connection().traces_of("orn/vesk/libvesk"),
               ElementsAre("Create Key Name: <" + name + ">", "Create Key Name: <" + name.substr(0, 40) + ">"));
   EXPECT_EQ(connection().writes[0].substr(9, 44), std::string(40, 'n') + "0256");
+}
+
+TEST_F(KeyLifecycleTest, AFieldThatWasLeftShortShiftsTheOthersAndZerosMakeUpForIt) {
+  const auto session = open_session();
+  std::strcpy(session->request.caTranId, "1001");
+  std::strcpy(session->request.caKeyName, "SHORT");
+  std::strcpy(session->request.caKeySizeBits, "0256");
+  connection().replies = framed("10010000");
+  CreateSymKey(session.get());
+  EXPECT_EQ(session->iStatus, 0);
+  EXPECT_THAT(connection().writes, ElementsAre("00584"
+                                               "1001"
+                                               "SHORT"
+                                               "0256" +
+                                               zeros(571)));
 }
 
 TEST_F(KeyLifecycleTest, GeneratingKeepsTheFirstFiveDigitsOfTheCount) {
@@ -89,7 +103,8 @@ TEST_F(KeyLifecycleTest, GeneratingTracesItsStatusOnTheWay) {
   connection().replies = framed("11170301");
   EXPECT_EQ(qAutoGenKeys(&paths_, host_, port_, "T", 'I', 1), 301);
   EXPECT_THAT(connection().traces_of("orn/vesk/skeys"),
-              testing::IsSupersetOf({"i Return Code <0>", "Override return code <301>"}));
+              ElementsAre("F: AutoGenKeys", "iBytesRead <8>", "iBytesRead <0>", "Tran Len <00008>", "Tran Id <1117>",
+                          "Return Code <0301>", "i Return Code <0>", "Override return code <301>"));
 }
 
 TEST_F(KeyLifecycleTest, CreatingTheDatabaseNamesTheOperationTwice) {
@@ -131,6 +146,14 @@ TEST_F(KeyLifecycleTest, MakingDeletableSendsYWhateverIsAsked) {
                                                  "1005" +
                                                  padded("K1", 40) + blanks(24) + "Y"));
   }
+}
+
+TEST_F(KeyLifecycleTest, MakingDeletableTracesTheNameWholeBeforeItConnects) {
+  const std::string name(45, 'n');
+  connection().setup_status = 30006;
+  EXPECT_EQ(qChangeDeletable(&paths_, host_, port_, name.c_str(), 'Y'), 30006);
+  EXPECT_THAT(connection().events, ElementsAre("trace Change Deletable Key Name: <" + name + ">", "setup",
+                                               "trace SetupSession Failed! ret = <30006>", "teardown"));
 }
 
 TEST_F(KeyLifecycleTest, MakingDeletableTracesInTheWordsOfCreation) {

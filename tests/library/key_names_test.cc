@@ -84,6 +84,7 @@ TEST_F(KeyNamesTest, OfAServerWithoutKeysAreNone) {
   EXPECT_THAT(list_.elements, IsEmpty());
   EXPECT_EQ(highest_, 16777215u);
   EXPECT_THAT(connection().reads, ElementsAre(Read{5, 300}, Read{14, 60}));
+  EXPECT_EQ(connection().traces_of("orn/vesk/skeys").back(), "") << "there is no last name";
 }
 
 TEST_F(KeyNamesTest, MakeNoReadForANegativeCount) {
@@ -139,6 +140,9 @@ TEST_F(KeyNamesTest, CarryTheHighestSequence) {
       {"the highest number stands for nothing seen", {"FFFFFF"}, 16777215},
       {"so that the next one replaces it", {"FFFFFF", "000003"}, 3},
       {"zero written otherwise does not start anew", {"000007", "0     "}, 7},
+      {"blanks before digits do not count", {"  00FF"}, 255},
+      {"nor does what stands before hexadecimal digits", {"0x00FF", "000003"}, 255},
+      {"a number below zero is the highest there is, of which six digits are told", {"-00001", "000005"}, 16777215},
   };
   for (const SequenceCase &c : cases) {
     script::reset();
@@ -206,6 +210,32 @@ TEST_F(KeyNamesTest, AreReadInPiecesFromABlockOfAnySize) {
   EXPECT_EQ(list_.elements.size(), 2500u);
   EXPECT_EQ(list_.elements[2498].substr(15, 6), "0009C3");
   EXPECT_EQ(highest_, 0xFFFFF0u);
+  std::vector<Read> reads = {{5, 300}, {14, 60}};
+  reads.insert(reads.end(), 6, {409 * 40, 60});
+  for (const Read &read : {Read{99999 - 2454 * 40, 60}, {5, 300}, {14, 60}, {40, 60}}) reads.push_back(read);
+  EXPECT_EQ(connection().reads, reads);
+}
+
+// Its room is what the page has left of the buffer.
+TEST_F(KeyNamesTest, AreReadAtOnceFromABlockThatHasRoomBehindItsPage) {
+  std::string names;
+  for (int i = 0; i < 409; ++i) names += name("000001");
+  connection().replies = page(names + std::string(10, 'r'), 'N');
+  EXPECT_EQ(list(), 0);
+  EXPECT_EQ(list_.elements.size(), 409u);
+  EXPECT_THAT(connection().reads, ElementsAre(Read{5, 300}, Read{14, 60}, Read{16370, 60}));
+
+  script::reset();
+  connection().replies = page(names + std::string(11, 'r'), 'N');
+  EXPECT_EQ(list(), 0);
+  EXPECT_EQ(list_.elements.size(), 409u);
+  EXPECT_THAT(connection().reads, ElementsAre(Read{5, 300}, Read{14, 60}, Read{16360, 60}, Read{11, 60}));
+
+  script::reset();
+  connection().replies = framed(padded("10370000N00040", 16384)) + name("00000B");  // a page that leaves none
+  EXPECT_EQ(list(), 0);
+  EXPECT_THAT(list_.elements, ElementsAre(name("00000B") + '\0'));
+  EXPECT_THAT(connection().reads, ElementsAre(Read{5, 300}, Read{16384, 60}, Read{40, 60}));
 }
 
 TEST_F(KeyNamesTest, GoOnForManyPagesInTheSameMemory) {
@@ -223,6 +253,21 @@ TEST_F(KeyNamesTest, ReturnTheStatusOfAFileThatCannotBeOpenedAfterTheRequest) {
   EXPECT_THAT(connection().traces_of("orn/vesk/skeys"),
               ElementsAre("F: DisplayKeyNameList", "Failed to open data file <" + path + ">"));
   EXPECT_EQ(highest_, 4711u);
+}
+
+TEST_F(KeyNamesTest, MakeNoFileWhenTheRequestCannotBeSent) {
+  connection().failing_writes = {{0, 30061}};
+  EXPECT_EQ(write(file_.path().c_str()), 30061);
+  EXPECT_FALSE(file_.exists());
+  EXPECT_EQ(highest_, 4711u);
+}
+
+TEST_F(KeyNamesTest, LeaveTheSequenceAloneWhenThereIsNoConnection) {
+  connection().setup_status = 30006;
+  EXPECT_EQ(list(), 30006);
+  EXPECT_EQ(write(file_.path().c_str()), 30006);
+  EXPECT_EQ(highest_, 4711u);
+  EXPECT_FALSE(file_.exists());
 }
 
 TEST_F(KeyNamesTest, CutAnOverlongPath) {
@@ -278,6 +323,18 @@ TEST_F(KeyNamesTest, ShowNothingOfThePageBeforeWhenOneIsCutShort) {
                          "0000";
   EXPECT_EQ(list(), 0);
   EXPECT_EQ(list_.elements.size(), 1u);
+}
+
+TEST_F(KeyNamesTest, TransactionFunctionFillsAFileAndAListAtATime) {
+  const auto session = open_session();
+  std::strcpy(session->request.caTranId, "1037");
+  std::strcpy(session->request.caDataFile, file_.path().c_str());
+  std::strcpy(session->request.caKeyFilter, "AB");
+  connection().replies = page(name("000001", "AB") + name("000002", "AC"), 'N');
+  DisplayKeyNameList(session.get(), &list_);
+  EXPECT_EQ(session->iStatus, 0);
+  EXPECT_EQ(file_.contents(), name("000001", "AB") + "\n");
+  EXPECT_THAT(list_.elements, ElementsAre(name("000001", "AB") + '\0'));
 }
 
 TEST_F(KeyNamesTest, TransactionFunctionTakesANullListForNone) {

@@ -75,6 +75,14 @@ TEST_F(RetrieveKeyTest, TransactionFunctionRefusesANullRecord) {
   EXPECT_THAT(connection().events, IsEmpty());
 }
 
+TEST_F(RetrieveKeyTest, TransactionFunctionLeavesTheRecordZeroWhenNoReplyArrives) {
+  const auto session = open_session();
+  session->iStatus = 77;
+  RetrieveKey(session.get(), &record_);
+  EXPECT_EQ(session->iStatus, script::kClosed);
+  EXPECT_TRUE(record_is_zero());
+}
+
 TEST_F(RetrieveKeyTest, CutsNameAndInstanceToTheirWidths) {
   const std::string name(41, 'n'), instance(25, 'i');
   connection().replies = reply(name);
@@ -173,9 +181,10 @@ class NextKeyTest : public LibraryTest {
   int draw(const char *constant = "TEMPLATE0000001") {
     return qGetNextKey(&paths_, host_, port_, constant, key_name_, key_value_, &last_increment_);
   }
-  static std::string reply(const std::string &last_increment, const char *return_code = "0000") {
-    return framed("2003" + std::string(return_code) + padded("TEMPLATE000000100002A", 40) + padded("I1", 24) +
-                  "20260102" + "20300405" + "0256" + "BIN" + binary(128) + padded(last_increment, 40));
+  static std::string reply(const std::string &last_increment, const char *return_code = "0000",
+                           const std::string &name = "TEMPLATE000000100002A") {
+    return framed("2003" + std::string(return_code) + padded(name, 40) + padded("I1", 24) + "20260102" + "20300405" +
+                  "0256" + "BIN" + binary(128) + padded(last_increment, 40));
   }
   bool outputs_are_untouched() const {
     return std::string_view(key_name_, sizeof key_name_) == std::string(sizeof key_name_, 'x') &&
@@ -258,8 +267,29 @@ TEST_F(NextKeyTest, TransactionFunctionRepeatsTheRequestInTheBlock) {
   EXPECT_STREQ(block.caIncrementCode, "H");
   EXPECT_STREQ(block.caConstantLen, "15");
   EXPECT_STREQ(block.caKeyFormat, "BIN");
+  EXPECT_STREQ(block.caLastIncrement, padded("00002A", 40).c_str());
   EXPECT_STREQ(block.caReturnCode, "0009");
+  EXPECT_STREQ(block.caKeyName, padded("TEMPLATE000000100002A", 40).c_str());
+  EXPECT_STREQ(block.caInstance, padded("I1", 24).c_str());
+  EXPECT_STREQ(block.caLastRolloverDate, "20260102");
+  EXPECT_STREQ(block.caExpirationDate, "20300405");
+  EXPECT_STREQ(block.caKeySizeBits, "0256");
   EXPECT_EQ(std::string_view(block.caKeyValue, sizeof block.caKeyValue), binary(128) + zeros(129));
+}
+
+struct NameCase {
+  std::string received, delivered;
+};
+
+TEST_F(NextKeyTest, TrimsTheBlanksBehindTheName) {
+  const std::string forty(40, 'n');
+  for (const NameCase &c : {NameCase{forty, forty}, NameCase{" A B", " A B"}, NameCase{"A\t", "A\t"}, NameCase{"", ""},
+                            NameCase{"A  " + std::string(3, '\0'), "A"}}) {
+    script::reset();
+    connection().replies = reply("000001", "0000", c.received);
+    EXPECT_EQ(draw(), 0) << c.delivered;
+    EXPECT_EQ(key_name_, c.delivered);
+  }
 }
 
 struct IncrementCase {
@@ -367,16 +397,30 @@ TEST_F(KeyPolicyTest, TransactionFunctionLeavesTheRecordInTheSession) {
   DisplaySymKeyPolicy(session.get());
   EXPECT_EQ(session->iStatus, 6);
   EXPECT_STREQ(session->policy.caTranLen, "01258");
+  EXPECT_STREQ(session->policy.caTranId, "1003");
+  EXPECT_STREQ(session->policy.caReturnCode, "0006");
+  EXPECT_STREQ(session->policy.caKeyName, padded("K1", 40).c_str());
+  EXPECT_STREQ(session->policy.caInstance, padded("I1", 24).c_str());
+  EXPECT_STREQ(session->policy.caCurrent, "Y");
+  EXPECT_STREQ(session->policy.caKeySizeBits, "0256");
+  EXPECT_STREQ(session->policy.caKeyCreationDate, "20260101");
+  EXPECT_STREQ(session->policy.caActivationDate, "20260202");
+  EXPECT_STREQ(session->policy.caExpirationDate, "20300303");
+  EXPECT_STREQ(session->policy.caRolloverCode, "N");
+  EXPECT_STREQ(session->policy.caRolloverDays, "0042");
+  EXPECT_STREQ(session->policy.caLastRolledDate, "20260404");
+  EXPECT_STREQ(session->policy.caDeletable, "Y");
+  EXPECT_STREQ(session->policy.caMirrorKey, "N");
   EXPECT_STREQ(session->policy.caPolicyExtra, padded("EXTRA", 14).c_str());
   EXPECT_STREQ(session->policy.caRevokedDate, "20270505");
   EXPECT_EQ(session->policy.md[15], value(16));
   EXPECT_EQ(session->hTls, script::kTls);
 }
 
-TEST_F(KeyPolicyTest, AlwaysSendsABlankInstance) {
+TEST_F(KeyPolicyTest, CutsTheNameAt40CharactersAndAlwaysSendsABlankInstance) {
   connection().replies = reply();
-  ASSERT_EQ(read(), 0);
-  EXPECT_EQ(connection().writes[0].substr(49), blanks(24));
+  ASSERT_EQ(qRetrieveKeyMetadata(&paths_, host_, port_, std::string(41, 'n').c_str(), &values_), 0);
+  EXPECT_EQ(connection().writes[0].substr(9), std::string(40, 'n') + blanks(24));
 }
 
 TEST_F(KeyPolicyTest, RefusesNullValuesBeforeAnythingElse) {

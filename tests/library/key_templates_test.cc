@@ -57,15 +57,31 @@ TEST_F(TemplateDepthTest, TransactionFunctionFillsTheWholeRecordOrNone) {
   TemplateDepth depth;
   std::memset(&depth, 'x', sizeof depth);
   GetTemplateDepth(session.get(), &depth);
+  EXPECT_STREQ(depth.caTranId, "1121");
   EXPECT_STREQ(depth.caTranLen, "00093");
+  EXPECT_STREQ(depth.caReturnCode, "0000");
   EXPECT_STREQ(depth.caIncrementLen, "06");
   EXPECT_STREQ(depth.caIncrementCode, "H");
+  EXPECT_STREQ(depth.caNextIncrement, padded("00000B", 40).c_str());
+  EXPECT_STREQ(depth.caLastIncrement, padded("0000FF", 40).c_str());
   EXPECT_STREQ(depth.caKeyServed, "Y");
   EXPECT_STREQ(depth.caTemplateFull, "N");
   EXPECT_EQ(std::string_view(depth.caConstant, sizeof depth.caConstant), zeros(40));
+  EXPECT_EQ(std::string_view(depth.caConstantLen, sizeof depth.caConstantLen), zeros(3));
   EXPECT_EQ(std::string_view(depth.caKeyFormat, sizeof depth.caKeyFormat), zeros(4));
   GetTemplateDepth(session.get(), nullptr);
   EXPECT_EQ(session->iStatus, 0);
+}
+
+TEST_F(TemplateDepthTest, TransactionFunctionDeliversTheRecordOfARefusalToo) {
+  const auto session = open_session();
+  connection().replies = framed("11210304");
+  TemplateDepth depth;
+  std::memset(&depth, 'x', sizeof depth);
+  GetTemplateDepth(session.get(), &depth);
+  EXPECT_EQ(session->iStatus, 304);
+  EXPECT_STREQ(depth.caReturnCode, "0304");
+  EXPECT_EQ(std::string_view(depth.caNextIncrement, sizeof depth.caNextIncrement), zeros(41));
 }
 
 TEST_F(TemplateDepthTest, SettingTheNextIncrementPadsItTo40Characters) {
@@ -160,7 +176,7 @@ TEST_F(TemplateListTest, CutsConstantsToShortElements) {
   const std::string constant = "123456789012345678901234567890123456789";
   for (const ElementCase &c :
        {ElementCase{10, "123456789"}, ElementCase{1, ""}, ElementCase{2, "1"}, ElementCase{38, constant.substr(0, 37)},
-        ElementCase{40, constant}, ElementCase{41, constant}, ElementCase{500, constant}}) {
+        ElementCase{39, constant}, ElementCase{40, constant}, ElementCase{41, constant}, ElementCase{500, constant}}) {
     script::reset();
     connection().replies = page(entry(constant), 'N');
     EXPECT_EQ(list(c.size), 0) << c.size;

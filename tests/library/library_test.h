@@ -38,7 +38,6 @@ class LibraryTest : public testing::Test {
  protected:
   LibraryTest() {
     script::reset();
-    SetTimeout(10, 0);
     SetupCertificates(&paths_, "/certificates", "authority.pem", "client.pem", "client-key.pem");
   }
   ~LibraryTest() override {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,11 @@ namespace {
 
 Connection current;
 STACK_OF(X509) *chain = nullptr;
+
+// The session that a handle is part of.
+const Session &session_of(void **phTls) {
+  return *reinterpret_cast<const Session *>(reinterpret_cast<const char *>(phTls) - offsetof(Session, hTls));
+}
 
 void release_chain() {
   if (chain != nullptr) sk_X509_pop_free(chain, X509_free);
@@ -57,6 +63,7 @@ int SetupConnection(void **phTls, void **phTlsAux, void **phTlsRead, const char 
   auto &c = connection();
   c.setups.push_back({certPath2, certPath1, certPath3, host, port, reserved, connectTimeout});
   c.events.emplace_back("setup");
+  if (c.at_setup) c.at_setup(script::session_of(phTls), certPath3);
   if (c.setup_status != 0) return c.setup_status;
   *phTls = script::kTls;
   *phTlsAux = script::kTlsAux;

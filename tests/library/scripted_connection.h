@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "orn/skeys.h"
 #include "orn/support.h"
 
 // The list of the scripted layer: its elements as whole bytes.
@@ -53,7 +54,9 @@ struct Connection {
   std::map<int, int> failing_writes;     // ordinal of the write, from 0, to its status
   std::map<int, int> failing_reads;      // likewise
   std::function<void(int)> before_read;  // called with the ordinal of each read
-  std::deque<X509 *> peer_chain;         // owned by the connection
+  // Called with the session that is being opened, and the path as it was handed over.
+  std::function<void(const Session &, const char *cert_path3)> at_setup;
+  std::deque<X509 *> peer_chain;  // owned by the connection
   bool has_peer_chain = true;
 
   // The record.

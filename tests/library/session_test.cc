@@ -82,10 +82,85 @@ TEST(BoundedCopyTest, CutsAndAlwaysWritesTheLastByte) {
   EXPECT_STREQ(destination, "");
 }
 
-class SessionTest : public LibraryTest {};
+constexpr const char *kReply = "0000810430000";
+
+class SessionTest : public LibraryTest {
+ protected:
+  // What one call writes into its session before it connects. The pointers are good for nothing any more.
+  Session opened() {
+    Session session{};
+    connection().replies = kReply;
+    connection().at_setup = [&](const Session &opening, const char *) { session = opening; };
+    EXPECT_EQ(qAdminNoop(&paths_, host_, port_), 0);
+    return session;
+  }
+};
+
+TEST_F(SessionTest, RecordsItsCallerTheServerAndThePaths) {
+  const Session session = opened();
+  EXPECT_TRUE(pthread_equal(session.tidCaller, pthread_self()));
+  EXPECT_STREQ(session.caHost, "kms.example");
+  EXPECT_STREQ(session.caPort, "5696");
+  EXPECT_STREQ(session.caCertDir, "/certificates/");
+  EXPECT_STREQ(session.caCertPath1, "/certificates/authority.pem");
+  EXPECT_STREQ(session.caCertPath2, "/certificates/client.pem");
+}
+
+TEST_F(SessionTest, IsZeroButForWhatItRecords) {
+  const Session session = opened();
+  const auto bytes_of = [](const auto &field) {
+    return std::string_view(reinterpret_cast<const char *>(&field), sizeof field);
+  };
+  EXPECT_EQ(bytes_of(session.pcaFilter), zeros(sizeof session.pcaFilter));
+  EXPECT_EQ(bytes_of(session.caFilePath), zeros(2049));
+  EXPECT_EQ(bytes_of(session.caRspBuf), zeros(16389));
+  EXPECT_EQ(bytes_of(session.request), zeros(sizeof session.request));
+  EXPECT_EQ(bytes_of(session.policy), zeros(1607));
+  EXPECT_EQ(session.iBytesRead, 0);
+  EXPECT_EQ(session.iStatus, 0);
+  EXPECT_EQ(session.hTls, nullptr);
+  EXPECT_EQ(session.hTlsAux, nullptr);
+  EXPECT_EQ(session.hTlsRead, nullptr);
+}
+
+TEST_F(SessionTest, HandsOverTheCallersPathOfTheKeyAndKeepsACopy) {
+  connection().replies = kReply;
+  connection().at_setup = [&](const Session &session, const char *cert_path3) {
+    EXPECT_EQ(cert_path3, paths_.caPath[3]);
+    EXPECT_NE(session.pCertPath3, cert_path3);
+    const std::string path = "/certificates/client-key.pem";
+    EXPECT_EQ(std::string_view(session.pCertPath3, 2056), path + zeros(2056 - path.size()));
+  };
+  EXPECT_EQ(qAdminNoop(&paths_, host_, port_), 0);
+}
+
+TEST_F(SessionTest, RecordsTenAndZeroAsTimeOutsUnlessToldOthers) {
+  const Session untold = opened();
+  EXPECT_STREQ(untold.caTimeout1, "10");
+  EXPECT_STREQ(untold.caTimeout2, "0");
+  SetTimeout(4294967295u, 7);
+  const Session told = opened();
+  SetTimeout(10, 0);
+  EXPECT_STREQ(told.caTimeout1, "4294967295");
+  EXPECT_STREQ(told.caTimeout2, "7");
+  EXPECT_EQ(connection().setups.back().connect_timeout, 10);
+}
+
+TEST_F(SessionTest, KeepsTheTimeOutsThatItWasOpenedWith) {
+  const Session *open = nullptr;
+  connection().replies = kReply;
+  connection().at_setup = [&](const Session &session, const char *) { open = &session; };
+  connection().before_read = [&](int) {
+    SetTimeout(1, 2);
+    EXPECT_STREQ(open->caTimeout1, "10");
+    EXPECT_STREQ(open->caTimeout2, "0");
+  };
+  EXPECT_EQ(qAdminNoop(&paths_, host_, port_), 0);
+  SetTimeout(10, 0);
+}
 
 TEST_F(SessionTest, HandsOverPathsInTheOrderTwoOneThree) {
-  connection().replies = "0000810430000";
+  connection().replies = kReply;
   ASSERT_EQ(qAdminNoop(&paths_, host_, port_), 0);
   ASSERT_EQ(connection().setups.size(), 1u);
   const script::Setup &setup = connection().setups[0];
@@ -125,7 +200,7 @@ TEST_F(SessionTest, IsTornDownOnceAfterAFailedSetUp) {
 }
 
 TEST_F(SessionTest, IsTornDownWithItsHandles) {
-  connection().replies = "0000810430000";
+  connection().replies = kReply;
   EXPECT_EQ(qAdminNoop(&paths_, host_, port_), 0);
   EXPECT_TRUE(connection().torn_down_with_handles);
 }

@@ -2,6 +2,8 @@
 #include "orn/vesk/wire/codec.h"
 
 #include <climits>
+#include <fstream>
+#include <iterator>
 #include <set>
 
 #include "orn/vesk/wire/connectivity.h"
@@ -23,6 +25,18 @@ TEST(TransactionsTest, HaveIdentifiersOfTheirOwn) {
     EXPECT_TRUE(row.length.empty() || row.length.size() == 5u);
   }
   EXPECT_EQ(identifiers.size(), 35u);
+}
+
+// Who fills a session has the identifier from there.
+TEST(TransactionsTest, StandInTheHeaderWithTheirIdentifiers) {
+  std::ifstream file(SKEYS_HEADER);
+  const std::string header{std::istreambuf_iterator<char>(file), {}};
+  for (const wire::Transaction &row : wire::kTransactions) {
+    const std::size_t declaration = header.find(std::string("void ") + row.function + "(");
+    ASSERT_NE(declaration, std::string::npos) << row.function;
+    const std::size_t comment = header.rfind("/* ", declaration);
+    EXPECT_EQ(header.substr(comment, 9), std::string("/* ") + row.tran_id + ": ") << row.function;
+  }
 }
 
 TEST(RowsTest, BearTheNamesOfTheirFields) {

@@ -19,6 +19,13 @@ inline std::string zeros(std::size_t width) {
   return std::string(width, '\0');
 }
 
+// The label of metadata field k, from 1.
+inline std::string metadata_label(int k) {
+  char label[16];
+  std::snprintf(label, sizeof label, "MD%02d", k);
+  return label;
+}
+
 // A body behind its five length digits.
 inline std::string framed(const std::string &body) {
   char digits[16];

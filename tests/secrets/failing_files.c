@@ -1,6 +1,6 @@
 /* Preloaded into vesk and veskd: one call of a function that makes or writes files fails as on a full disk. FAILING
- * names the function and the number of its call, from 0, as in "write 2"; the file that FAILED names is there once it
- * failed. */
+ * names the function and the number of its call, from 0, as in "write 2", and behind them the error if it is another;
+ * the file that FAILED names is there once it failed. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -19,9 +19,10 @@ static int fails(const char *name, atomic_int *count) {
   const size_t length = strlen(name);
   if (!failing || strncmp(program_invocation_short_name, "vesk", 4) != 0) return 0;
   if (strncmp(failing, name, length) != 0 || failing[length] != ' ') return 0;
-  if (atomic_fetch_add(count, 1) != atoi(failing + length + 1)) return 0;
+  char *error = NULL;
+  if (atomic_fetch_add(count, 1) != strtol(failing + length, &error, 10)) return 0;
   close((int)syscall(SYS_openat, AT_FDCWD, getenv("FAILED"), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  errno = ENOSPC;
+  errno = *error == ' ' ? atoi(error) : ENOSPC;
   return 1;
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -116,6 +117,18 @@ TEST_F(FullDiskOfTheCommand, LeavesAWholeKeyFileOrNone) {
   const auto old_file = [this] { std::ofstream(folder_ / "work/value") << "what was there"; };
   expect_all_or_nothing(vesk("key get K --out value --force"), old_file, "value");
   expect_all_or_nothing(vesk("key get K --out value --hex"), nothing_, "value");
+}
+
+// As on a memory stick: the file has its name by a rename, which replaces nothing either.
+TEST_F(FullDiskOfTheCommand, NeedsNoLinksForANewFile) {
+  ASSERT_EQ(run(vesk("key create K")), 0);
+  for (const int error : {EPERM, EOPNOTSUPP}) {
+    const std::string name = "value" + std::to_string(error);
+    EXPECT_EQ(run(vesk("key get K --out " + name), "link 0 " + std::to_string(error)), 0) << said_;
+    EXPECT_TRUE(fs::exists(folder_ / "failed"));
+    EXPECT_EQ(contents_of(folder_ / "work")[name].size(), 32U);
+  }
+  EXPECT_EQ(contents_of(folder_ / "work").size(), 2U) << "nothing else is left";
 }
 
 TEST_F(FullDiskOfTheCommand, LeavesTheContextsAsTheyWere) {

@@ -192,6 +192,22 @@ TEST_F(AuditOfChanges, LeavesOutWhatOnlyReads) {
   EXPECT_THAT(told(), ElementsAre("CreateSymKey K1 0"));
 }
 
+TEST_F(AuditOfChanges, TellsOfEveryChangeOfKeysAndTemplates) {
+  const auto call = [this](auto public_call, auto... arguments) {
+    return public_call(server.paths(), server.host(), server.port(), arguments...);
+  };
+  EXPECT_EQ(call(qCreateDatabase), 0);  // which changes nothing
+  EXPECT_EQ(call(qAutoGenKeys, kConstant, 'i', 3u), 0);
+  EXPECT_EQ(call(qSetNextIncrement, kConstant, 1u), 0);
+  EXPECT_EQ(call(qChangeDeletable, "CONSTANT_000015000000", 'Y'), 0);
+  EXPECT_EQ(call(qDeleteKey, "CONSTANT_000015000000"), 0);
+  EXPECT_EQ(call(qDeleteKey, "CONSTANT_000015000000"), RC_KEY_UNKNOWN);
+  EXPECT_EQ(call(qRemoveTemplate, kConstant), 0);
+  EXPECT_THAT(told(), ElementsAre("AutoGenKeys CONSTANT_000015 0", "SetNextIncrement CONSTANT_000015 0",
+                                  "ChangeDeletable CONSTANT_000015000000 0", "DeleteKey CONSTANT_000015000000 0",
+                                  "DeleteKey CONSTANT_000015000000 204", "RemoveTemplate CONSTANT_000015 0"));
+}
+
 // ---- veskd audit, while the server runs ----
 
 class AuditCommandInFiles : public Audit {

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/param_build.h>
 
 #include <chrono>
 #include <fstream>
@@ -135,6 +136,47 @@ TEST_F(CertificateStore, RefusesCertificatesThatNothingCanBeWrappedUnder) {
     EXPECT_EQ(import_certificate("C1", pem_of(certificate_of(key).get())), RC_CERTIFICATE_KEY);
 }
 
+struct Free {
+  void operator()(BIGNUM *number) const { BN_free(number); }
+  void operator()(OSSL_PARAM_BLD *builder) const { OSSL_PARAM_BLD_free(builder); }
+  void operator()(OSSL_PARAM *parameters) const { OSSL_PARAM_free(parameters); }
+  void operator()(EVP_PKEY_CTX *context) const { EVP_PKEY_CTX_free(context); }
+};
+
+// A certificate of that public key; nobody looks at its signature.
+std::string certificate_with(const BIGNUM *modulus, unsigned long exponent) {
+  const std::unique_ptr<BIGNUM, Free> e(BN_new());
+  BN_set_word(e.get(), exponent);
+  const std::unique_ptr<OSSL_PARAM_BLD, Free> builder(OSSL_PARAM_BLD_new());
+  OSSL_PARAM_BLD_push_BN(builder.get(), "n", modulus);
+  OSSL_PARAM_BLD_push_BN(builder.get(), "e", e.get());
+  const std::unique_ptr<OSSL_PARAM, Free> parameters(OSSL_PARAM_BLD_to_param(builder.get()));
+  const std::unique_ptr<EVP_PKEY_CTX, Free> context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  EVP_PKEY *key = nullptr;
+  EVP_PKEY_fromdata_init(context.get());
+  EXPECT_EQ(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_PUBLIC_KEY, parameters.get()), 1);
+  const PrivateKeyPtr owner(key);
+  const CertificatePtr certificate = certificate_of(rsa_key(1));
+  X509_set_pubkey(certificate.get(), key);
+  return der_of(certificate.get());
+}
+
+// Whoever has a key exported under one of them hands it to everybody.
+TEST_F(CertificateStore, RefusesPublicKeysThatKeepNothingSecret) {
+  BIGNUM *modulus = nullptr;
+  ASSERT_EQ(EVP_PKEY_get_bn_param(rsa_key(1), "n", &modulus), 1);
+  const std::unique_ptr<BIGNUM, Free> owner(modulus);
+  EXPECT_EQ(import_certificate("C1", certificate_with(modulus, 3)), 0);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 1)), RC_CERTIFICATE_KEY);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 65536)), RC_CERTIFICATE_KEY);
+  BN_sub_word(modulus, 1);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 65537)), RC_CERTIFICATE_KEY) << "even";
+  BN_sub_word(modulus, BN_mod_word(modulus, 3));
+  if (!BN_is_odd(modulus)) BN_sub_word(modulus, 3);
+  EXPECT_EQ(import_certificate("C2", certificate_with(modulus, 65537)), RC_CERTIFICATE_KEY) << "a multiple of three";
+  EXPECT_THAT(certificates(), ElementsAre("C1"));
+}
+
 TEST_F(CertificateStore, HasNamesOfOneToSixtyFourPrintableCharacters) {
   const std::string longest(64, 'n');
   EXPECT_EQ(import_certificate(longest, certificate), 0);
@@ -215,6 +257,20 @@ TEST_F(CertificateStore, KeepsACertificateAndItsOwnPrivateKeyUnderOneName) {
   EXPECT_EQ(import_certificate("second", other), RC_PAIR_MISMATCH);
   EXPECT_EQ(import_private_key("second", pem_of(rsa_key(2))), 0);  // nothing holds it to the first
   EXPECT_EQ(import_certificate("second", other), 0);
+}
+
+TEST_F(CertificateStore, NeverTakesAPrivateKeyForACertificate) {
+  ASSERT_EQ(import_private_key("P1", pem_of(rsa_key(1))), 0);
+  std::string exported;
+  for (int type = 0x21; type < 0x7f; ++type)
+    EXPECT_NE(export_certificate("P1", exported, static_cast<char>(type)), 0) << type;
+  EXPECT_THAT(exported, IsEmpty());
+  EXPECT_EQ(delete_certificate("P1"), RC_CERTIFICATE_UNKNOWN);
+  EXPECT_THAT(certificates(), IsEmpty());
+  ASSERT_EQ(import_certificate("C1", certificate), 0);
+  EXPECT_EQ(delete_private_key("C1"), RC_PRIVATE_KEY_UNKNOWN);
+  EXPECT_THAT(private_keys(), ElementsAre("P1"));
+  EXPECT_THAT(certificates(), ElementsAre("C1"));
 }
 
 // The library always asks for replacing; another client need not.

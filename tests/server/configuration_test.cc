@@ -101,6 +101,16 @@ TEST_F(Configuration, DurationsHaveUnits) {
   EXPECT_EQ(settings.log.level, LogLevel::kWarning);
 }
 
+TEST_F(Configuration, PagesHaveAnySizeThatTheirCountCanTell) {
+  for (const std::size_t bytes : {1, 40, 99999}) {
+    laboratory.configure("[limits]\npage_bytes = " + std::to_string(bytes) + "\n");
+    EXPECT_EQ(read().server.limits.max_page_bytes, bytes);
+  }
+  for (const char *bytes : {"0", "100000"})
+    EXPECT_EQ(said_of(std::string("[limits]\npage_bytes = ") + bytes + "\n"),
+              line(12) + "limits.page_bytes: must be a whole number from 1 to 99999");
+}
+
 // The parts that every server has are ten lines.
 TEST_F(Configuration, EveryMistakeIsToldWithItsLine) {
   EXPECT_EQ(said_of("[limits]\nconnections = 0\nhandshake = '10'\nlists = 3\n[log]\nform = 'xml'\n"),

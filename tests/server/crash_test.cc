@@ -1,14 +1,17 @@
 // A server that is killed while many clients draw and create keys: no increment is served twice, and no key that was
-// handed out, or whose creation was acknowledged, is lost.
+// handed out, or whose creation was acknowledged, is lost. A batch that was under way is made whole or not at all.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -17,6 +20,7 @@
 #include "tests/server/ledger.h"
 #include "tests/server/program.h"
 #include "tests/server/test_server.h"
+#include "veskd/return_codes.h"
 
 namespace veskd::test {
 namespace {
@@ -69,6 +73,17 @@ void draw_until_killed(const CertificatePaths &paths, DevServer &server, Ledger 
   ASSERT_EQ(server.program().wait(), -SIGKILL);
 }
 
+// Keys that were moved past on their way to a client: they are there, by their names.
+void expect_unheard_of_kept(const CertificatePaths &paths, std::uint16_t port, const Ledger &ledger,
+                            std::uint32_t next_increment) {
+  for (std::uint32_t increment = 0; increment < next_increment; ++increment) {
+    if (ledger.keys().contains(increment)) continue;
+    const std::string name = fmt::format("{}{:06X}", kLedgerConstant, increment);
+    KeyRecord record{};
+    EXPECT_EQ(qRetrieveKey(&paths, "127.0.0.1", port, name.c_str(), "", &record), 0) << name;
+  }
+}
+
 TEST(Crash, NoIncrementIsServedTwiceAndNoAcknowledgedKeyIsLost) {
   TemporaryDirectory directory;
   Ledger ledger;
@@ -92,9 +107,45 @@ TEST(Crash, NoIncrementIsServedTwiceAndNoAcknowledgedKeyIsLost) {
   EXPECT_GE(sequence, ledger.keys().size());
   EXPECT_LE(sequence, ledger.keys().size() + kNumKills * kNumClients);
   expect_kept(paths, server.port(), ledger);
+  expect_unheard_of_kept(paths, server.port(), ledger, sequence);
   const std::vector<std::string> names = created_names(paths, server.port());
   EXPECT_FALSE(ledger.created().empty());
   for (const std::string &name : ledger.created()) ASSERT_THAT(names, Contains(name));
+}
+
+TEST(CrashInFiles, ABatchIsMadeWholeOrNotAtAll) {
+  TemporaryDirectory directory;
+  constexpr std::uint32_t kBatch = 99999;
+  int answer = 0;
+  {
+    DevServer server(directory.path());
+    const CertificatePaths paths = client_paths(directory.path());
+    auto batch = std::async(std::launch::async, [&, port = server.port()] {
+      return qAutoGenKeys(&paths, "127.0.0.1", port, kLedgerConstant, 'i', kBatch);
+    });
+    // It is under way when its keys have begun to fill the write-ahead log.
+    EXPECT_TRUE(eventually([&] {
+      std::error_code error;
+      constexpr std::uintmax_t kSomeKeys = 4'000'000;
+      const std::uintmax_t bytes = std::filesystem::file_size(directory / "store.db-wal", error);
+      return !error && bytes > kSomeKeys;
+    }));
+    server.program().signal(SIGKILL);
+    ASSERT_EQ(server.program().wait(), -SIGKILL);
+    answer = batch.get();
+  }
+  DevServer server(directory.path());
+  const CertificatePaths paths = client_paths(directory.path());
+  std::uint32_t size = 0, sequence = 0;
+  const int status = qGetTemplateDepth(&paths, "127.0.0.1", server.port(), kLedgerConstant, &size, &sequence);
+  if (answer == 0 || status == 0) {
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(size, kBatch - 1);
+    return;
+  }
+  EXPECT_EQ(status, RC_TEMPLATE_UNKNOWN);
+  // None of its names is taken.
+  EXPECT_EQ(qAutoGenKeys(&paths, "127.0.0.1", server.port(), kLedgerConstant, 'i', 10), 0);
 }
 
 }  // namespace

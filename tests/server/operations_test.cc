@@ -17,6 +17,7 @@ namespace veskd::test {
 namespace {
 
 constexpr const char *kConstant = "CONSTANT_000015";
+constexpr const char *kDeveloper = "CN=veskd development client,O=veskd dev";
 
 // The operations on one server, without the arguments that are always the same.
 class Operations : public testing::Test {
@@ -147,7 +148,7 @@ TEST_F(Operations, ADeletionIsRecordedWithItsAuthor) {
   ASSERT_TRUE(query.next());
   EXPECT_EQ(query.text(0), "K1");
   EXPECT_THAT(query.text(1), testing::StartsWith(today().substr(0, 6)));
-  EXPECT_EQ(query.text(2), "CN=veskd development client,O=veskd dev");
+  EXPECT_EQ(query.text(2), kDeveloper);
 }
 
 // ---- Templates ----
@@ -286,6 +287,21 @@ TEST_F(Operations, RemovingATemplateLeavesWhatWasServed) {
   EXPECT_EQ(create("CONSTANT_000015000003"), RC_KEY_NAME_USED);
 }
 
+TEST_F(Operations, EachKeyThatGoesWithItsTemplateIsRecordedWithItsAuthor) {
+  ASSERT_EQ(generate(kConstant, 'i', 3), 0);
+  ASSERT_EQ(next(), 0);
+  ASSERT_EQ(remove_template(kConstant), 0);
+  Database database(store_address(server.directory()));
+  Query query(database, "SELECT name, deletion_time, deleted_by FROM deleted_keys ORDER BY name");
+  for (const char *deleted : {"CONSTANT_000015000001", "CONSTANT_000015000002"}) {
+    ASSERT_TRUE(query.next());
+    EXPECT_EQ(query.text(0), deleted);
+    EXPECT_THAT(query.text(1), testing::StartsWith(today().substr(0, 6)));
+    EXPECT_EQ(query.text(2), kDeveloper);
+  }
+  EXPECT_FALSE(query.next());
+}
+
 TEST_F(Operations, ARemovedTemplateIsGoneAndItsConstantStaysTaken) {
   ASSERT_EQ(generate(kConstant, 'i', 1), 0);
   ASSERT_EQ(remove_template(kConstant), 0);
@@ -316,11 +332,13 @@ TEST_F(Operations, TheTemplatesAreListedInOrder) {
 
 TEST_F(Operations, MoreTemplatesThanAPageHoldsAreAllListed) {
   Database database(store_address(server.directory()));
+  database.begin();
   for (int i = 0; i < 1000; ++i)
     Query(database,
           "INSERT INTO templates (constant, num_generated, next_increment, first_unserved) VALUES (?1, 1, 0, 0)",
           fmt::format("CONSTANT_{:06}", i))
         .run();
+  database.commit();
   const std::vector<std::string> all = constants();
   ASSERT_EQ(all.size(), 1000u);
   EXPECT_EQ(all.front(), "CONSTANT_000000");

@@ -2,10 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <future>
 #include <string>
 
 #include "tests/server/test_server.h"
 #include "veskd/dates.h"
+#include "veskd/key_records.h"
 
 namespace veskd::test {
 namespace {
@@ -40,8 +42,33 @@ std::string policy_request(const std::string &name, const std::string &instance 
   return "000681003" + padded(name, 40) + padded(instance, 24);
 }
 
-std::string generation(const std::string &count, const std::string &mode, const std::string &shape = "06H15") {
-  return "005941117" + kConstant + shape + count + mode + Policy().text();
+std::string generation(const std::string &count, const std::string &mode, const std::string &shape = "06H15",
+                       const Policy &policy = {}) {
+  return "005941117" + kConstant + shape + count + mode + policy.text();
+}
+
+// The reply that tells the policy of a current instance.
+std::string told(const std::string &name, const std::string &instance, const Policy &policy, const std::string &date) {
+  std::string reply = "0125810030000" + padded(name, 40) + instance + "Y" + policy.size + date + policy.activation +
+                      policy.expiration + policy.rollover + policy.days + kNone + policy.deletable + kNone +
+                      policy.mirror + std::string(14, ' ');
+  for (const char *label : {"MD01", "MD02", "MD03", "MD04", "MD05", "MD06", "MD07", "MD08", "MD09", "MD10", "MD11",
+                            "MD12", "MD13", "MD14", "MD15", "MD16"})
+    reply += label + ("'" + std::string(64, ' ') + "'");
+  return reply;
+}
+
+// Gives a key a further instance, whose value is one byte again and again.
+void add_instance(Store &store, const std::string &key, const std::string &instance, std::uint8_t byte) {
+  std::promise<ChangeOutcome> outcome;
+  store.change({[&](StoreConnection &c) {
+                  KeyValue value;
+                  value->fill(byte);
+                  replace_key_value(c, find_key(c, key).value(), instance, value);
+                  return true;
+                },
+                [&](ChangeOutcome known) { outcome.set_value(known); }});
+  ASSERT_EQ(outcome.get_future().get(), ChangeOutcome::kDone);
 }
 
 std::string next_key(const std::string &shape = "06H15", const std::string &format = "BIN") {
@@ -85,39 +112,82 @@ TEST(Replies, APolicyThatTheServerCannotKeepIsRefused) {
     const char *code;
   };
   const Case cases[] = {
-      {{.size = "0128"}, "0206"},
-      {{.size = "256 "}, "0206"},
-      {{.size = "0512"}, "0206"},
-      {{.activation = "20260230"}, "0208"},
-      {{.activation = "2026 101"}, "0208"},
-      {{.expiration = "20261301"}, "0208"},
-      {{.expiration = "        "}, "0208"},
-      {{.rollover = "Y"}, "0208"},
-      {{.days = "00x0"}, "0208"},
-      {{.days = "   1"}, "0208"},
-      {{.deletable = "y"}, "0208"},
-      {{.deletable = " "}, "0208"},
-      {{.mirror = "M"}, "0208"},
+      {{.size = "0128"}, "0206"},           {{.size = "256 "}, "0206"},
+      {{.size = "0512"}, "0206"},           {{.activation = "20260230"}, "0208"},
+      {{.activation = "2026 101"}, "0208"}, {{.expiration = "20261301"}, "0208"},
+      {{.expiration = "        "}, "0208"}, {{.rollover = "Y"}, "0208"},
+      {{.days = "00x0"}, "0208"},           {{.days = "   1"}, "0208"},
+      {{.days = "1   "}, "0208"},           {{.deletable = "y"}, "0208"},
+      {{.deletable = " "}, "0208"},         {{.mirror = "M"}, "0208"},
   };
-  for (const Case &row : cases)
+  for (const Case &row : cases) {
     EXPECT_EQ(ask(server, create("K1", row.policy)), "000081001" + std::string(row.code)) << row.policy.text();
+    EXPECT_EQ(ask(server, generation("00001", "I", "06H15", row.policy)), "000081117" + std::string(row.code))
+        << row.policy.text();
+  }
   EXPECT_EQ(ask(server, retrieve("K1")), "0000820010204");
+  EXPECT_EQ(ask(server, next_key()), "0000820030304");
 }
+
+const Policy kSomePolicy{
+    .activation = "20240229", .expiration = "20991231", .days = "0030", .deletable = "N", .mirror = "Y"};
 
 TEST(Replies, ThePolicyIsToldAsItWasGiven) {
   TestServer server;
-  const Policy policy{
-      .activation = "20240229", .expiration = "20991231", .days = "0030", .deletable = "N", .mirror = "Y"};
-  const std::string instance = ask(server, create("K1", policy)).substr(53);
-  std::string slots;
-  for (const char *label : {"MD01", "MD02", "MD03", "MD04", "MD05", "MD06", "MD07", "MD08", "MD09", "MD10", "MD11",
-                            "MD12", "MD13", "MD14", "MD15", "MD16"})
-    slots += label + ("'" + std::string(64, ' ') + "'");
-  const std::string created = today();
-  EXPECT_EQ(ask(server, policy_request("K1")), "0125810030000" + padded("K1", 40) + instance + "Y0256" + created +
-                                                   "2024022920991231N003000000000N00000000Y" + std::string(14, ' ') +
-                                                   slots);
+  const std::string date = today();
+  const std::string instance = ask(server, create("K1", kSomePolicy)).substr(53);
+  EXPECT_EQ(ask(server, policy_request("K1")), told("K1", instance, kSomePolicy, date));
   EXPECT_EQ(ask(server, policy_request("K1", instance)), ask(server, policy_request("K1")));
+  // Last rolled, expiration, size and format.
+  EXPECT_EQ(ask(server, retrieve("K1")).substr(77, 23), "00000000209912310256BIN");
+}
+
+TEST(Replies, AGeneratedKeyHasThePolicyOfItsBatch) {
+  TestServer server;
+  const std::string date = today();
+  ASSERT_EQ(ask(server, generation("00001", "I", "06H15", kSomePolicy)), "0000811170000");
+  const std::string reply = ask(server, next_key());
+  EXPECT_EQ(reply.substr(77, 23), "00000000209912310256BIN");
+  const std::string name = "CONSTANT_000015000000";
+  EXPECT_EQ(ask(server, policy_request(name)), told(name, reply.substr(53, 24), kSomePolicy, date));
+}
+
+TEST(Replies, DatesThatNoRequestSetsAreToldFromTheStore) {
+  TestServer server;
+  ASSERT_EQ(ask(server, generation("00001", "I")), "0000811170000");
+  Database(store_address(server.directory()))
+      .execute(
+          "UPDATE keys SET creation_date = '20240101', last_rollover_date = '20250102', revoked_date = '20250304', "
+          "size_bits = 128");
+  EXPECT_EQ(ask(server, next_key()).substr(77, 20), "20250102000000000128");
+  EXPECT_EQ(ask(server, retrieve("CONSTANT_000015000000")).substr(77, 20), "20250102000000000128");
+  EXPECT_EQ(ask(server, policy_request("CONSTANT_000015000000")).substr(77, 52),
+            "Y0128202401010000000000000000N000020250102Y20250304N");
+}
+
+TEST(Replies, AKeyHasInstancesOfWhichOneIsCurrent) {
+  TestServer server;
+  const std::string first = ask(server, create("K1")).substr(53);
+  const std::string second = "20260101T000000-00000001";
+  add_instance(server.store(), "K1", second, '2');
+  const auto served = [&](const std::string &instance) { return ask(server, retrieve("K1", instance)); };
+  // The instance and whether it is current.
+  const auto policy = [&](const std::string &instance) {
+    return ask(server, policy_request("K1", instance)).substr(53, 25);
+  };
+  EXPECT_EQ(served(""), served(first));
+  EXPECT_EQ(served(second).substr(53, 24), second);
+  EXPECT_EQ(served(second).substr(100, 32), std::string(32, '2'));
+  EXPECT_EQ(policy(""), first + "Y");
+  EXPECT_EQ(policy(first), first + "Y");
+  EXPECT_EQ(policy(second), second + "N");
+
+  Database database(store_address(server.directory()));
+  Query(database, "UPDATE keys SET current_instance = ?1", second).run();
+  EXPECT_EQ(served(""), served(second));
+  EXPECT_EQ(served(first).substr(53, 24), first);
+  EXPECT_EQ(policy(""), second + "Y");
+  EXPECT_EQ(policy(first), first + "N");
 }
 
 TEST(Replies, AKeyThatMayNotBeDeletedStaysUntilItIsMadeDeletable) {
@@ -175,6 +245,9 @@ TEST(Replies, ATemplateHasOneForm) {
   EXPECT_EQ(ask(server, next_key("06H15", "B16")), "0000820030207");
   EXPECT_EQ(ask(server, "000471121" + kConstant + "0515"), "0000811210301");
   EXPECT_EQ(ask(server, "000481125Y" + kConstant + "0615"), "0000811250301");
+  EXPECT_EQ(ask(server, "000871159" + kConstant + "0614" + padded("000000", 40)), "0000811590301");
+  for (const std::string constant : {"CONSTANT_00001", "CONSTANT_0000015", "CONSTANT_00001 ", "CONSTANT_00001\xe9"})
+    EXPECT_EQ(ask(server, "000471121" + padded(constant, 39) + "0615"), "0000811210301") << constant;
 }
 
 TEST(Replies, GenerationWantsAModeAndACount) {
@@ -203,7 +276,7 @@ TEST(Replies, TheNextIncrementIsHexadecimalDigitsAlone) {
 
 TEST(Replies, ATemplateWithAKeyThatMayNotBeDeletedIsNotRemoved) {
   TestServer server;
-  ASSERT_EQ(ask(server, "005941117" + kConstant + "06H1500002I" + Policy{.deletable = "N"}.text()), "0000811170000");
+  ASSERT_EQ(ask(server, generation("00002", "I", "06H15", {.deletable = "N"})), "0000811170000");
   const std::string remove = "000481125Y" + kConstant + "1506";
   EXPECT_EQ(ask(server, remove), "0000811250209");
   ask(server, next_key());

@@ -44,7 +44,7 @@ void *zeroed(std::size_t bytes) {
 }  // namespace
 
 SessionOwner make_session() {
-  return SessionOwner(new (zeroed(sizeof(Session))) Session);
+  return SessionOwner(static_cast<Session *>(zeroed(sizeof(Session))));
 }
 
 void SetupSession(Session &session, const Server &server) {

@@ -29,10 +29,11 @@ bool check_metadata(Session &session) {
 
 // The request of a query: its length, its identifier, and the criteria that are not empty, a blank between two.
 void append_query(const Session &session, std::span<char> buffer, wire::Appender &out) {
+  const auto append_field = [&](const auto &field) { out.append({field, sizeof field - 1}); };
   out.append("00000");
-  out.append(wire::text_in(session.request.caTranId));
-  out.append(wire::text_in(session.request.caKeyName));
-  out.append(wire::text_in(session.request.caInstance));
+  append_field(session.request.caTranId);
+  append_field(session.request.caKeyName);
+  append_field(session.request.caInstance);
   const std::size_t first_criterion = out.length();
   for (std::size_t i = 0; i < wire::kMetadataFields && session.pcaFilter[i] != nullptr; ++i) {
     SKEYS_TRACE("idx <%d>", static_cast<int>(i));
