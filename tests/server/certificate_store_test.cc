@@ -312,7 +312,8 @@ TEST_F(CertificateStore, KeepsEntriesOverARestart) {
   ASSERT_EQ(import_certificate("P1", certificate), 0);
   server.stop();
   const auto master = MasterKey::read(server.directory() / "master.key");
-  Store store(store_address(server.directory()), *master, Log(true));
+  const Log log(true);
+  Store store(store_address(server.directory()), *master, log);
   Store::Reader reader(store);
   EXPECT_EQ(find_certificate(*reader, "P1"), certificate);
   const PrivateKeyPtr key = find_private_key(*reader, "P1");
