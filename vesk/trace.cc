@@ -20,7 +20,7 @@ namespace command {
 namespace {
 
 constexpr std::string_view kConnectionLayer = "orn/support:";
-constexpr std::string_view kTransactions = "orn/vesk/skeys:";
+constexpr std::string_view kTransactionFunctions = "orn/vesk/skeys:";
 constexpr std::string_view kReturnCode = "Return Code <";
 constexpr std::size_t kMaxDetails = 8;
 
@@ -52,7 +52,7 @@ void keep(std::string_view line) {
   take_word(line);
   const std::string_view place = take_word(line);
   if (place.starts_with(kConnectionLayer)) keep_detail(line);
-  if (place.starts_with(kTransactions)) keep_return_code(line);
+  if (place.starts_with(kTransactionFunctions)) keep_return_code(line);
 }
 
 bool is_openssl_reason(const std::string &detail) {
