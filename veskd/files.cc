@@ -25,20 +25,16 @@ constexpr std::size_t kMaxFileBytes = 65536;
 void sync_directory_of(const std::filesystem::path &path) {
   const std::filesystem::path directory = path.has_parent_path() ? path.parent_path() : ".";
   const Descriptor descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor.is_open() || ::fsync(descriptor.number()) != 0) fail("cannot write to directory", directory);
+  if (!descriptor || ::fsync(descriptor.number()) != 0) fail("cannot write to directory", directory);
 }
 
 }  // namespace
-
-Descriptor::~Descriptor() {
-  if (is_open()) ::close(number_);
-}
 
 // What an earlier process left behind goes first; O_EXCL then makes the file ours, with its mode, from the start.
 NewFile::NewFile(const std::filesystem::path &target, int mode) : target_(target), path_(target.string() + ".new") {
   ::unlink(path_.c_str());
   descriptor_ = Descriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
-  if (!descriptor_.is_open()) fail("cannot create", path_);
+  if (!descriptor_) fail("cannot create", path_);
 }
 
 NewFile::~NewFile() {
@@ -101,7 +97,7 @@ std::filesystem::path make_directory(const std::filesystem::path &directory) {
 
 std::string read_file(const std::filesystem::path &path) {
   const Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!descriptor.is_open()) fail("cannot open", path);
+  if (!descriptor) fail("cannot open", path);
   std::string content(kMaxFileBytes + 1, '\0');
   std::size_t length = 0;
   while (length < content.size()) {
@@ -128,7 +124,7 @@ namespace {
 
 Descriptor open_lock(const std::filesystem::path &path) {
   Descriptor descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateMode));
-  if (!descriptor.is_open()) fail("cannot open", path);
+  if (!descriptor) fail("cannot open", path);
   return descriptor;
 }
 

@@ -4,33 +4,15 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "orn/support/descriptor.h"
 
 namespace veskd {
 
 inline constexpr int kPrivateMode = 0600;
 inline constexpr int kPublicMode = 0644;
 
-// A file descriptor and its owner.
-class Descriptor {
- public:
-  explicit Descriptor(int number = -1) : number_(number) {}
-  Descriptor(Descriptor &&other) noexcept : number_(other.release()) {}
-  Descriptor &operator=(Descriptor &&other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  Descriptor(const Descriptor &) = delete;
-  Descriptor &operator=(const Descriptor &) = delete;
-  ~Descriptor();
-
-  int number() const { return number_; }
-  bool is_open() const { return number_ >= 0; }
-  int release() { return std::exchange(number_, -1); }
-
- private:
-  int number_;
-};
+using orn::Descriptor;
 
 // A file under a temporary name beside its target, removed unless it was put in place.
 class NewFile {

@@ -135,8 +135,7 @@ class SqliteDatabase final : public DatabaseEngine {
   // SQLite gives its journals the mode of the database file, so that file is made first.
   static void create_private(const std::string &path) {
     const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kPrivateMode));
-    if (!file.is_open())
-      throw DatabaseError(fmt::format("cannot open {}: {}", path, std::generic_category().message(errno)));
+    if (!file) throw DatabaseError(fmt::format("cannot open {}: {}", path, std::generic_category().message(errno)));
   }
 
   std::unique_ptr<sqlite3, Close> database_;
