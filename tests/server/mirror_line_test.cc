@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <openssl/ssl.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -186,6 +187,8 @@ class PlayedMirror {
     EXPECT_EQ(::listen(listener_, 64), 0);
     EXPECT_EQ(::getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length), 0);
     port_ = ntohs(address.sin_port);
+    // Of what OpenSSL writes to a server that has gone.
+    ::signal(SIGPIPE, SIG_IGN);
     thread_ = std::thread([this] {
       for (int client = 0; (client = ::accept(listener_, nullptr, nullptr)) >= 0; ::close(client)) answer(client);
     });

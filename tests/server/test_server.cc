@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/err.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -140,7 +141,22 @@ RawOptions raw_options(const std::filesystem::path &directory) {
   return {directory / "client.pem", directory / "client-key.pem", directory / "authority.pem", 0};
 }
 
+namespace {
+
+// A machine that stood still for a moment interrupts calls that have a time-out.
+int unless_interrupted(const std::function<int()> &call) {
+  for (;;) {
+    errno = 0;
+    const int result = call();
+    if (result > 0 || errno != EINTR) return result;
+  }
+}
+
+}  // namespace
+
+// OpenSSL's own writing, of alerts too, would raise SIGPIPE when the server has gone.
 RawConnection::RawConnection(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  ::signal(SIGPIPE, SIG_IGN);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
@@ -172,7 +188,7 @@ bool RawConnection::handshake(const RawOptions &options, SSL_SESSION *session) {
   tls_.reset(SSL_new(context_.get()));
   if (session != nullptr) SSL_set_session(tls_.get(), session);
   SSL_set_fd(tls_.get(), socket_);
-  const bool done = SSL_connect(tls_.get()) == 1;
+  const bool done = unless_interrupted([this] { return SSL_connect(tls_.get()); }) == 1;
   ERR_clear_error();
   return done;
 }
@@ -182,16 +198,20 @@ void RawConnection::send(const std::string &bytes) {
   ERR_clear_error();
 }
 
+int RawConnection::read(std::span<char> room) {
+  return unless_interrupted([&] { return SSL_read(tls_.get(), room.data(), static_cast<int>(room.size())); });
+}
+
 std::size_t RawConnection::receive_some() {
   char buffer[4096];
-  return static_cast<std::size_t>(std::max(SSL_read(tls_.get(), buffer, sizeof buffer), 0));
+  return static_cast<std::size_t>(std::max(read(buffer), 0));
 }
 
 std::string RawConnection::receive_all() {
   std::string received;
   char buffer[4096];
   int count = 0;
-  while ((count = SSL_read(tls_.get(), buffer, sizeof buffer)) > 0) received.append(buffer, count);
+  while ((count = read(buffer)) > 0) received.append(buffer, count);
   closed_cleanly_ = SSL_get_error(tls_.get(), count) == SSL_ERROR_ZERO_RETURN;
   ERR_clear_error();
   return received;
@@ -199,9 +219,9 @@ std::string RawConnection::receive_all() {
 
 bool RawConnection::is_closed_by_peer() {
   char byte = 0;
-  ssize_t count = 0;
-  while ((count = ::recv(socket_, &byte, 1, 0)) > 0) {
-  }
+  int count = 0;
+  do count = unless_interrupted([&] { return static_cast<int>(::recv(socket_, &byte, 1, 0)); });
+  while (count > 0);
   return count == 0 || errno == ECONNRESET;
 }
 

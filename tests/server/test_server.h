@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 
@@ -130,6 +131,9 @@ class RawConnection {
     void operator()(SSL *tls) const { SSL_free(tls); }
     void operator()(SSL_CTX *context) const { SSL_CTX_free(context); }
   };
+  // Returns as SSL_read does.
+  int read(std::span<char> room);
+
   int socket_;
   std::unique_ptr<SSL_CTX, Free> context_;
   std::unique_ptr<SSL, Free> tls_;
