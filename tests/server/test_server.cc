@@ -141,9 +141,6 @@ RawOptions raw_options(const std::filesystem::path &directory) {
   return {directory / "client.pem", directory / "client-key.pem", directory / "authority.pem", 0};
 }
 
-namespace {
-
-// A machine that stood still for a moment interrupts calls that have a time-out.
 int unless_interrupted(const std::function<int()> &call) {
   for (;;) {
     errno = 0;
@@ -151,8 +148,6 @@ int unless_interrupted(const std::function<int()> &call) {
     if (result > 0 || errno != EINTR) return result;
   }
 }
-
-}  // namespace
 
 // OpenSSL's own writing, of alerts too, would raise SIGPIPE when the server has gone.
 RawConnection::RawConnection(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {

@@ -92,6 +92,10 @@ class TestServer {
   std::thread thread_;
 };
 
+// Makes the call until it is not interrupted. A machine that stood still for a moment interrupts reads that have a
+// time-out.
+int unless_interrupted(const std::function<int()> &call);
+
 // What a raw connection shows and demands.
 struct RawOptions {
   std::filesystem::path certificate;  // none when empty

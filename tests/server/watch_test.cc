@@ -48,7 +48,8 @@ class PlainConnection {
   std::string receive_all() {
     std::string received;
     char buffer[4096];
-    for (ssize_t count = 0; (count = ::recv(socket_, buffer, sizeof buffer, 0)) > 0;)
+    const auto receive = [&] { return static_cast<int>(::recv(socket_, buffer, sizeof buffer, 0)); };
+    for (int count = 0; (count = unless_interrupted(receive)) > 0;)
       received.append(buffer, static_cast<std::size_t>(count));
     return received;
   }
