@@ -1,5 +1,5 @@
-// What the client leaves in memory of its own key, in a program whose OpenSSL wipes what it frees: decoding a key leaves
-// copies there.
+// What the client leaves in memory of its own key, in a program whose OpenSSL wipes what it frees: decoding a key
+// leaves copies there.
 #include <cstdlib>
 #include <initializer_list>
 #include <string>
