@@ -44,8 +44,9 @@ build-%: packages
 	cmake --preset $* > build/$*.log 2>&1 || { cat build/$*.log; exit 1; }
 	cmake --build --preset $*
 
+# Shows the tests that failed, with their output, and how many passed: the names of those would hide it.
 test-%: build-%
-	@ctest --preset $*
+	@ctest --preset $* --no-label-summary | grep --line-buffered --invert-match --extended-regexp ' Start +[0-9]+:|   Passed +[0-9]'
 
 demo: build-release
 	@demo/run.sh build/release

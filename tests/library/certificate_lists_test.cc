@@ -28,6 +28,10 @@ struct ListCase {
   int (*append)(const CertificatePaths *, LinkedList *);
 };
 
+void PrintTo(const ListCase &list, std::ostream *out) {
+  *out << list.function;
+}
+
 class CertificateListTest : public LibraryTest, public testing::WithParamInterface<ListCase> {
  protected:
   int write(const std::string &path) { return GetParam().write(&paths_, path.c_str()); }

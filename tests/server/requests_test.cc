@@ -23,6 +23,10 @@ struct Malformed {
   std::string reply;
 };
 
+void PrintTo(const Malformed &malformed, std::ostream *out) {
+  *out << malformed.rule;
+}
+
 const std::string kRetrieve = "000712001" + padded("K1", 40) + padded("", 24) + "BIN";
 
 std::string with(std::string text, std::size_t at, char c) {
