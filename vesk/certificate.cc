@@ -6,14 +6,13 @@
 #include <memory>
 
 #include "orn/vesk/wire/certificates.h"
-#include "vesk/ask.h"
 #include "vesk/commands.h"
-#include "vesk/existence.h"
 #include "vesk/failure.h"
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
 #include "vesk/output.h"
 #include "vesk/secret_file.h"
+#include "vesk/store_entry.h"
 #include "vesk/store_names.h"
 #include "vesk/stored_certificate.h"
 #include "vesk/text.h"
@@ -21,13 +20,6 @@
 
 namespace command {
 namespace {
-
-struct ImportOptions {
-  std::string name;
-  std::string file;
-  bool replace = false;
-  bool dry_run = false;
-};
 
 struct ExportOptions {
   std::string name;
@@ -40,34 +32,28 @@ struct TypeOptions {
   ListOptions list;
 };
 
-struct DeleteOptions {
-  std::string name;
-  Consent consent;
-};
-
 // What the server would say, as far as that can be known without it.
-int status_of_import(const Connection &connection, const ImportOptions &options, const std::string &bytes) {
+int status_of_import(const Connection &connection, const ImportEntryOptions &options, const std::string &bytes) {
   const veskd::ReturnCode code = veskd::parse_wrapping_certificate(bytes).code;
   if (code != veskd::RC_SUCCESS) return code;
   return options.replace ? 0 : status_of_new(connection, kCertificates, options.name);
 }
 
-void import(const Settings &settings, const ImportOptions &options) {
+void import(const Settings &settings, const ImportEntryOptions &options) {
   check_certificate_name(options.name);
+  const std::string subject = certificate_subject(options.name);
   const veskd::WipedText bytes = read_input(options.file, vesk::wire::kMaxCertificateBytes, "certificate");
   const Connection connection(settings);
   if (options.dry_run) {
-    connection.require(status_of_import(connection, options, bytes.text()), certificate_subject(options.name));
-    return show_dry_run(settings, fmt::format("would import certificate {}", printable(options.name)),
-                        {{"imported", options.name}});
+    connection.require(status_of_import(connection, options, bytes.text()), subject);
+    return show_import(settings, options, subject);
   }
   const MemoryFile file(bytes.text());
-  connection.run(certificate_subject(options.name), qImportCertificate, file.path().c_str(), options.name.c_str(),
-                 options.replace ? 1 : 0);
+  connection.run(subject, qImportCertificate, file.path().c_str(), options.name.c_str(), options.replace ? 1 : 0);
   // The server has found it to be one.
   if (const veskd::CertificatePtr certificate = veskd::parse_certificate(bytes.text()))
-    warn_of_expiry(certificate.get(), certificate_subject(options.name));
-  show(settings, fmt::format("imported certificate {}", printable(options.name)), {{"imported", options.name}});
+    warn_of_expiry(certificate.get(), subject);
+  show_import(settings, options, subject);
 }
 
 bool steers_terminal(char character) {
@@ -100,17 +86,12 @@ void export_to(const Settings &settings, const ExportOptions &options) {
        {{"name", options.name}, {"file", options.out}});
 }
 
-void remove(const Settings &settings, const DeleteOptions &options) {
+void remove(const Settings &settings, const DeleteEntryOptions &options) {
   check_certificate_name(options.name);
-  const Connection connection(settings);
-  if (options.consent.dry_run) {
-    connection.require(status_of_existing(connection, kCertificates, options.name), certificate_subject(options.name));
-    return show_dry_run(settings, fmt::format("would delete certificate {}", printable(options.name)),
-                        {{"deleted", options.name}});
-  }
-  ask_yes(options.consent, fmt::format("Delete certificate {}?", printable(options.name)), "nothing was deleted");
-  connection.run(certificate_subject(options.name), qDeleteCertificate, options.name.c_str(), kCertificateType);
-  show(settings, fmt::format("deleted certificate {}", printable(options.name)), {{"deleted", options.name}});
+  const std::string subject = certificate_subject(options.name);
+  delete_entry(settings, options, kCertificates, subject, "", [&](const Connection &connection) {
+    connection.run(subject, qDeleteCertificate, options.name.c_str(), kCertificateType);
+  });
 }
 
 void list(const Settings &settings, const TypeOptions &options) {
@@ -126,11 +107,10 @@ void add_certificate_name(Command &command, std::string &name) {
 
 void add_import(Command &group, Settings &settings) {
   Command &command = group.add("import", "Send a certificate to the server");
-  auto options = std::make_shared<ImportOptions>();
+  auto options = std::make_shared<ImportEntryOptions>();
   add_certificate_name(command, options->name);
-  command.argument("FILE", &options->file, Kind::kFile, "the certificate, PEM or DER; - for standard input");
-  command.flag("--replace", options->replace, "replace the certificate of that name if there is one");
-  add_dry_run(command, options->dry_run);
+  add_import_entry_options(command, *options, "the certificate, PEM or DER; - for standard input",
+                           "replace the certificate of that name if there is one");
   command.details = "The file holds one certificate, with an RSA key of 2048 bits, and at most 16305 bytes.";
   command.examples = {"vesk certificate import branch-office branch-office.pem"};
   command.run = [&settings, options] { import(settings, *options); };
@@ -149,7 +129,7 @@ void add_export(Command &group, Settings &settings) {
 
 void add_delete(Command &group, Settings &settings) {
   Command &command = group.add("delete", "Delete a certificate");
-  auto options = std::make_shared<DeleteOptions>();
+  auto options = std::make_shared<DeleteEntryOptions>();
   add_certificate_name(command, options->name);
   add_consent(command, options->consent);
   command.details =

@@ -1,17 +1,13 @@
 // vesk private-key
-#include <fmt/format.h>
-
 #include <memory>
 
 #include "orn/vesk/wire/certificates.h"
-#include "vesk/ask.h"
 #include "vesk/commands.h"
 #include "vesk/connection.h"
-#include "vesk/existence.h"
 #include "vesk/input_file.h"
 #include "vesk/memory_file.h"
-#include "vesk/output.h"
 #include "vesk/secret_file.h"
+#include "vesk/store_entry.h"
 #include "vesk/store_names.h"
 #include "vesk/text.h"
 #include "veskd/key_pairs.h"
@@ -19,54 +15,32 @@
 namespace command {
 namespace {
 
-struct ImportOptions {
-  std::string name;
-  std::string file;
-  bool replace = false;
-  bool dry_run = false;
-};
-
-struct DeleteOptions {
-  std::string name;
-  Consent consent;
-};
-
 std::string subject_of(const std::string &name) {
   return "private key " + printable(name);
 }
 
-void import(const Settings &settings, const ImportOptions &options) {
+void import(const Settings &settings, const ImportEntryOptions &options) {
   check_private_key_name(options.name);
+  const std::string subject = subject_of(options.name);
   warn_of_readers(options.file);
   const veskd::WipedText bytes = read_input(options.file, vesk::wire::kMaxPrivateKeyBytes, "private key");
   const Connection connection(settings);
   // The library's import replaces what is there, always: whoever does not want that looks first.
-  if (!options.replace)
-    connection.require(status_of_new(connection, kPrivateKeys, options.name), subject_of(options.name));
+  if (!options.replace) connection.require(status_of_new(connection, kPrivateKeys, options.name), subject);
   if (options.dry_run) {
-    connection.require(veskd::parse_private_key(bytes.text()).code, subject_of(options.name));
-    return show_dry_run(settings, fmt::format("would import private key {}", printable(options.name)),
-                        {{"imported", options.name}});
+    connection.require(veskd::parse_private_key(bytes.text()).code, subject);
+    return show_import(settings, options, subject);
   }
   const MemoryFile file(bytes.text());
-  connection.run(subject_of(options.name), qImportPrivateKey, file.path().c_str(), options.name.c_str());
-  show(settings, fmt::format("imported private key {}", printable(options.name)), {{"imported", options.name}});
+  connection.run(subject, qImportPrivateKey, file.path().c_str(), options.name.c_str());
+  show_import(settings, options, subject);
 }
 
-void remove(const Settings &settings, const DeleteOptions &options) {
+void remove(const Settings &settings, const DeleteEntryOptions &options) {
   check_private_key_name(options.name);
-  const Connection connection(settings);
-  if (options.consent.dry_run) {
-    connection.require(status_of_existing(connection, kPrivateKeys, options.name), subject_of(options.name));
-    return show_dry_run(settings, fmt::format("would delete private key {}", printable(options.name)),
-                        {{"deleted", options.name}});
-  }
-  ask_yes(options.consent,
-          fmt::format("Delete private key {}? Keys that are wrapped for it can be imported no more.",
-                      printable(options.name)),
-          "nothing was deleted");
-  connection.run(subject_of(options.name), qDeletePrivateKey, options.name.c_str());
-  show(settings, fmt::format("deleted private key {}", printable(options.name)), {{"deleted", options.name}});
+  const std::string subject = subject_of(options.name);
+  delete_entry(settings, options, kPrivateKeys, subject, " Keys that are wrapped for it can be imported no more.",
+               [&](const Connection &connection) { connection.run(subject, qDeletePrivateKey, options.name.c_str()); });
 }
 
 void list(const Settings &settings, const ListOptions &options) {
@@ -83,12 +57,10 @@ void add_private_key_name(Command &command, std::string &name) {
 
 void add_import(Command &group, Settings &settings) {
   Command &command = group.add("import", "Send a private key to the server, which never gives it back");
-  auto options = std::make_shared<ImportOptions>();
+  auto options = std::make_shared<ImportEntryOptions>();
   add_private_key_name(command, options->name);
-  command.argument("FILE", &options->file, Kind::kFile,
-                   "the private key, PEM or DER, not encrypted; - for standard input");
-  command.flag("--replace", options->replace, "replace the private key of that name if there is one");
-  add_dry_run(command, options->dry_run);
+  add_import_entry_options(command, *options, "the private key, PEM or DER, not encrypted; - for standard input",
+                           "replace the private key of that name if there is one");
   command.details =
       "The key is an RSA key of 2048 bits. It unwraps what is imported under the certificate of its name.";
   command.examples = {"vesk private-key import head-office head-office-key.pem"};
@@ -97,7 +69,7 @@ void add_import(Command &group, Settings &settings) {
 
 void add_delete(Command &group, Settings &settings) {
   Command &command = group.add("delete", "Delete a private key for good");
-  auto options = std::make_shared<DeleteOptions>();
+  auto options = std::make_shared<DeleteEntryOptions>();
   add_private_key_name(command, options->name);
   add_consent(command, options->consent);
   command.details = "Asks on a terminal and needs --yes elsewhere.";

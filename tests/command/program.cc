@@ -20,32 +20,20 @@
 #include <stdexcept>
 #include <utility>
 
+#include "orn/support/descriptor.h"
+
 namespace command_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kMaxDuration{30};
 
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {
-    if (descriptor < 0) throw std::runtime_error("no descriptor for a stream");
-  }
-  Descriptor(Descriptor &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  Descriptor &operator=(Descriptor &&other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-  }
-  ~Descriptor() { reset(); }
-  void reset() {
-    if (descriptor_ >= 0) close(std::exchange(descriptor_, -1));
-  }
-  int get() const { return descriptor_; }
+using orn::Descriptor;
 
- private:
-  int descriptor_ = -1;
-};
+Descriptor opened(int number) {
+  if (number < 0) throw std::runtime_error("no descriptor for a stream");
+  return Descriptor(number);
+}
 
 // The test's end and the program's end of a stream.
 struct Ends {
@@ -56,7 +44,7 @@ struct Ends {
 Ends make_pipe(bool we_read) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  return we_read ? Ends{Descriptor(ends[0]), Descriptor(ends[1])} : Ends{Descriptor(ends[1]), Descriptor(ends[0])};
+  return we_read ? Ends{opened(ends[0]), opened(ends[1])} : Ends{opened(ends[1]), opened(ends[0])};
 }
 
 // Shows what is written to it byte for byte and does not echo.
@@ -69,7 +57,7 @@ Ends make_terminal() {
   if (openpty(&ours, &theirs, nullptr, &settings, nullptr) != 0) throw std::runtime_error("no terminal");
   fcntl(ours, F_SETFD, FD_CLOEXEC);
   fcntl(theirs, F_SETFD, FD_CLOEXEC);
-  return {Descriptor(ours), Descriptor(theirs)};
+  return {opened(ours), opened(theirs)};
 }
 
 struct Streams {
@@ -78,9 +66,9 @@ struct Streams {
 
 Ends make_output(const Invocation &invocation) {
   if (!invocation.standard_output_path.empty())
-    return {Descriptor(), Descriptor(open(invocation.standard_output_path.c_str(), O_WRONLY | O_CLOEXEC))};
+    return {Descriptor(), opened(open(invocation.standard_output_path.c_str(), O_WRONLY | O_CLOEXEC))};
   Ends ends = make_pipe(true);
-  if (invocation.reader_of_output_is_gone) ends.ours.reset();
+  if (invocation.reader_of_output_is_gone) ends.ours = Descriptor();
   return ends;
 }
 
@@ -89,7 +77,7 @@ void put_in_place(const Streams &streams, Stream kind, const Ends &ends, int num
     close(number);
     return;
   }
-  dup2(kind == Stream::kTerminal ? streams.terminal.theirs.get() : ends.theirs.get(), number);
+  dup2(kind == Stream::kTerminal ? streams.terminal.theirs.number() : ends.theirs.number(), number);
 }
 
 std::vector<char *> pointers_to(std::vector<std::string> &texts) {
@@ -116,7 +104,7 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts) {
 
 pid_t start(const std::string &path, const Invocation &invocation, const Streams &streams) {
   // Opened here, because another user may not be able to reach it by its path.
-  const Descriptor program(open(path.c_str(), O_PATH | O_CLOEXEC));
+  const Descriptor program = opened(open(path.c_str(), O_PATH | O_CLOEXEC));
   std::vector<std::string> arguments = {path.substr(path.rfind('/') + 1)};
   arguments.insert(arguments.end(), invocation.arguments.begin(), invocation.arguments.end());
   std::vector<std::string> environment;
@@ -126,7 +114,7 @@ pid_t start(const std::string &path, const Invocation &invocation, const Streams
   const pid_t child = fork();
   if (child < 0) throw std::runtime_error("no process");
   if (child == 0)
-    become(program.get(), invocation, streams, const_cast<char **>(argument_pointers.data()),
+    become(program.number(), invocation, streams, const_cast<char **>(argument_pointers.data()),
            const_cast<char **>(environment_pointers.data()));
   return child;
 }
@@ -134,7 +122,7 @@ pid_t start(const std::string &path, const Invocation &invocation, const Streams
 // Reads what there is into text; false at the end, which a terminal reports as an error.
 bool read_some(const Descriptor &from, std::string &text) {
   char bytes[4096];
-  const ssize_t count = read(from.get(), bytes, sizeof bytes);
+  const ssize_t count = read(from.number(), bytes, sizeof bytes);
   if (count > 0) text.append(bytes, static_cast<std::size_t>(count));
   return count > 0 || (count < 0 && errno == EINTR);
 }
@@ -144,7 +132,7 @@ bool read_all(std::vector<std::pair<Descriptor *, std::string *>> sources, const
   const Clock::time_point end = Clock::now() + kMaxDuration;
   while (!sources.empty()) {
     std::vector<pollfd> waiting;
-    for (const auto &[descriptor, text] : sources) waiting.push_back({descriptor->get(), POLLIN, 0});
+    for (const auto &[descriptor, text] : sources) waiting.push_back({descriptor->number(), POLLIN, 0});
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
     if (left <= 0 || poll(waiting.data(), waiting.size(), static_cast<int>(left)) == 0) return false;
     for (std::size_t i = waiting.size(); i-- > 0;) {
@@ -176,17 +164,17 @@ Outcome run_program(const std::string &path, const Invocation &invocation) {
   const bool types = invocation.standard_input == Stream::kTerminal;
   const Descriptor &input = types ? streams.terminal.ours : streams.in.ours;
   // The pipe's and the terminal's buffers are larger than what tests write.
-  if (write(input.get(), invocation.input.data(), invocation.input.size()) !=
+  if (write(input.number(), invocation.input.data(), invocation.input.size()) !=
       static_cast<ssize_t>(invocation.input.size()))
     throw std::runtime_error("no room for the input");
 
   const pid_t child = start(path, invocation, streams);
-  for (Ends *ends : {&streams.in, &streams.out, &streams.err, &streams.terminal}) ends->theirs.reset();
-  streams.in.ours.reset();
+  for (Ends *ends : {&streams.in, &streams.out, &streams.err, &streams.terminal}) ends->theirs = Descriptor();
+  streams.in.ours = Descriptor();
 
   Outcome outcome;
   std::vector<std::pair<Descriptor *, std::string *>> sources = {{&streams.err.ours, &outcome.err}};
-  if (streams.out.ours.get() >= 0) sources.emplace_back(&streams.out.ours, &outcome.out);
+  if (streams.out.ours) sources.emplace_back(&streams.out.ours, &outcome.out);
   if (has_terminal) sources.emplace_back(&streams.terminal.ours, &outcome.terminal);
   int signal = invocation.signal;
   const auto send_signal = [&] {

@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "orn/support/descriptor.h"
+
 namespace secrets_test {
 namespace {
 
@@ -25,23 +27,13 @@ constexpr const char *kRoomName = "secrets-test";
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-class Descriptor {
- public:
-  Descriptor(const std::string &path, int flags) : number_(open(path.c_str(), flags | O_CLOEXEC)) {
-    if (number_ < 0) fail("cannot open " + path);
-  }
-  explicit Descriptor(int number) : number_(number) {
-    if (number < 0) fail("no descriptor");
-  }
-  Descriptor(const Descriptor &) = delete;
-  Descriptor &operator=(const Descriptor &) = delete;
-  ~Descriptor() { close(number_); }
+using orn::Descriptor;
 
-  int number() const { return number_; }
-
- private:
-  const int number_;
-};
+Descriptor opened(const std::string &path) {
+  Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file) fail("cannot open " + path);
+  return file;
+}
 
 // What is looked at lies here, in a mapping of a name of its own, which is not looked at.
 class Room {
@@ -50,7 +42,7 @@ class Room {
 
   Room() {
     const Descriptor memory(memfd_create(kRoomName, MFD_CLOEXEC));
-    if (ftruncate(memory.number(), kBytes) != 0) fail("no room");
+    if (!memory || ftruncate(memory.number(), kBytes) != 0) fail("no room");
     void *mapped = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_SHARED, memory.number(), 0);
     if (mapped == MAP_FAILED) fail("no room");
     bytes_ = static_cast<unsigned char *>(mapped);
@@ -140,7 +132,7 @@ Needle::Needle(std::span<const unsigned char> secret) : encoded(secret.size() / 
 }
 
 Needle Needle::of_file(const std::filesystem::path &path, std::size_t offset, std::size_t size) {
-  const Descriptor file(path, O_RDONLY);
+  const Descriptor file = opened(path);
   const Room room;
   if (pread(file.number(), room.bytes(), size, static_cast<off_t>(offset)) != static_cast<ssize_t>(size))
     fail("cannot read " + path.string());
@@ -163,7 +155,7 @@ void PrintTo(const Place &place, std::ostream *stream) {
 }
 
 std::vector<Place> places_of(const Needle &needle, pid_t process) {
-  const Descriptor memory("/proc/" + std::to_string(process) + "/mem", O_RDONLY);
+  const Descriptor memory = opened("/proc/" + std::to_string(process) + "/mem");
   Search search(needle);
   for (const Mapping &mapping : writable_mappings(process)) search.look_at(mapping, memory.number());
   return search.take_places();
