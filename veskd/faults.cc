@@ -142,6 +142,7 @@ std::optional<Deviation> read_deviation(Section &section) {
 }  // namespace
 
 // A fault of the file. It has a count and random numbers of its own, so that none changes what the others do.
+// NOLINTNEXTLINE(cert-msc32-c,cert-msc51-cpp): they are to be the same for the same seed, which the file gives
 struct Faults::Rule {
   Fault fault;
   std::string tran_id;  // empty for every operation

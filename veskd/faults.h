@@ -53,6 +53,8 @@ class Faults {
  public:
   // Throws ConfigurationError.
   explicit Faults(const std::filesystem::path &file);
+  Faults(const Faults &) = delete;
+  Faults &operator=(const Faults &) = delete;
   ~Faults();
 
   // What the next request, or the next handshake, does not do as it should; null for nothing. Any thread may ask.

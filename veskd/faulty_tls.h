@@ -15,6 +15,7 @@ class FaultyTls {
   FaultyTls(SSL_CTX *tls, Faults &faults, const Identity &authority);
   FaultyTls(const FaultyTls &) = delete;
   FaultyTls &operator=(const FaultyTls &) = delete;
+  ~FaultyTls() = default;
 
   // What went wrong on purpose in a connection's handshake; null for nothing.
   static const Fault *played_on(const SSL *tls);

@@ -90,7 +90,7 @@ std::filesystem::path make_directory(const std::filesystem::path &directory) {
   namespace fs = std::filesystem;
   std::error_code error = make_private_directories(directory);
   if (error) throw StartError(fmt::format("cannot make the directory {}: {}", directory.string(), error.message()));
-  const fs::path absolute = fs::canonical(directory, error);
+  fs::path absolute = fs::canonical(directory, error);
   if (error) throw StartError(fmt::format("cannot use the directory {}: {}", directory.string(), error.message()));
   return absolute;
 }

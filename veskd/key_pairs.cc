@@ -26,6 +26,9 @@ using ContextPtr = std::unique_ptr<EVP_PKEY_CTX, ContextFree>;
 
 // What parsing leaves behind in OpenSSL's error queue is nobody's: a wrong file is no failure of the server.
 struct ErrorsForgotten {
+  ErrorsForgotten() = default;
+  ErrorsForgotten(const ErrorsForgotten &) = delete;
+  ErrorsForgotten &operator=(const ErrorsForgotten &) = delete;
   ~ErrorsForgotten() { ERR_clear_error(); }
 };
 

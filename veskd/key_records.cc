@@ -70,7 +70,7 @@ std::string create_key(StoreConnection &store, std::string_view name, const KeyP
 
 std::string add_key(StoreConnection &store, std::string_view name, const KeyPolicy &policy, const KeyValue &value,
                     const TemplatePlace &place) {
-  const std::string instance = new_instance();
+  std::string instance = new_instance();
   insert_key(store, name, instance, policy, value, place);
   return instance;
 }

@@ -3,7 +3,9 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -92,7 +94,7 @@ void offer_context(const DevOptions &options, const veskd::DevEnvironment &envir
 void run_dev(const DevOptions &options) {
   veskd::Log log(options.quiet);
   const veskd::DevEnvironment environment(options.directory, options.host_names, log, options.authority_from);
-  const veskd::ServiceSettings settings = settings_of(options, environment);
+  veskd::ServiceSettings settings = settings_of(options, environment);
   if (!options.faults.empty()) log.warning(options.faults.string() + " says what this server does wrong on purpose");
   const auto announce = [&](const veskd::Ports &ports) {
     say_what_is_served(settings, ports);
@@ -170,10 +172,7 @@ int end_with(const CLI::App &app, const CLI::ParseError &error) {
   return app.exit(error) == 0 ? EXIT_SUCCESS : kUsageError;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-  veskd::protect_process_memory();
+int run(int argc, char **argv) {
   CLI::App app("veskd, a key server: hands keys to clients over mutually authenticated TLS", "veskd");
   app.set_version_flag("--version", "veskd " VESKD_VERSION);
   app.require_subcommand(1);
@@ -192,12 +191,20 @@ int main(int argc, char **argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return end_with(app, error);
-  } catch (const veskd::ConfigurationError &error) {
-    std::cerr << error.what() << std::endl;
-    return EXIT_FAILURE;
-  } catch (const std::exception &error) {
-    std::cerr << "veskd: " << error.what() << std::endl;
-    return EXIT_FAILURE;
   }
   return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  veskd::protect_process_memory();
+  try {
+    return run(argc, argv);
+  } catch (const veskd::ConfigurationError &error) {
+    std::fprintf(stderr, "%s\n", error.what());
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "veskd: %s\n", error.what());
+  }
+  return EXIT_FAILURE;
 }

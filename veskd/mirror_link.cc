@@ -53,12 +53,18 @@ struct Link : std::enable_shared_from_this<Link> {
 };
 
 // The end of the exchange, on every path.
-struct EndOfExchange {
-  const std::shared_ptr<Link> &link;
+class EndOfExchange {
+ public:
+  explicit EndOfExchange(Link &link) : link_(link) {}
+  EndOfExchange(const EndOfExchange &) = delete;
+  EndOfExchange &operator=(const EndOfExchange &) = delete;
   ~EndOfExchange() {
-    link->watchdog.cancel();
-    link->close();
+    link_.watchdog.cancel();
+    link_.close();
   }
+
+ private:
+  Link &link_;
 };
 
 void check(const Link &link, const asio::error_code &error, const char *stage) {
@@ -110,7 +116,7 @@ asio::awaitable<std::string> read_reply(Link &link) {
 asio::awaitable<std::string> exchange(asio::ssl::context &tls, const MirrorAddress &address, const WipedText &request,
                                       std::chrono::milliseconds time) {
   const auto link = std::make_shared<Link>(co_await asio::this_coro::executor, tls);
-  const EndOfExchange end{link};
+  const EndOfExchange end(*link);
   link->allow(time);
   co_await connect(*link, address);
   asio::error_code error;

@@ -56,6 +56,7 @@ PostgresConnection::PostgresConnection(const std::string &uri, std::chrono::seco
 void PostgresConnection::prepare(const std::string &name, const std::string &sql,
                                  const std::vector<PostgresParameter> &parameters) {
   std::vector<Oid> types;
+  types.reserve(parameters.size());
   for (const PostgresParameter &parameter : parameters) types.push_back(parameter.type);
   sent(PQsendPrepare(get(), name.c_str(), sql.c_str(), static_cast<int>(types.size()), types.data()));
   finish();

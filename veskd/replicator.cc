@@ -101,7 +101,7 @@ void Replicator::start_missing_tasks() {
     tasks_.emplace(id, task);
     asio::co_spawn(
         io_, [task]() -> asio::awaitable<void> { return task->run(); },
-        [this, id](std::exception_ptr) { tasks_.erase(id); });
+        [this, id](const std::exception_ptr &) { tasks_.erase(id); });
   }
 }
 

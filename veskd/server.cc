@@ -30,7 +30,7 @@ constexpr std::chrono::milliseconds kPatience{10};
 
 constexpr std::size_t kMinThreads = 2;
 
-void log_failure(const Log &log, std::string_view what, std::exception_ptr failure) {
+void log_failure(const Log &log, std::string_view what, const std::exception_ptr &failure) {
   try {
     if (failure) std::rethrow_exception(failure);
   } catch (const std::exception &error) {
@@ -105,7 +105,7 @@ void Server::run_thread() {
 
 // Whatever goes wrong, want of memory included, accepting goes on.
 void Server::start_accepting() {
-  asio::co_spawn(strand_, accept_connections(), [this](std::exception_ptr failure) {
+  asio::co_spawn(strand_, accept_connections(), [this](const std::exception_ptr &failure) {
     log_failure(log_, "accepting connections failed", failure);
     if (!stopping_) start_accepting();
   });
@@ -163,10 +163,11 @@ void Server::start_connection(asio::ip::tcp::socket socket) {
   metrics_.begin_connection();
   asio::co_spawn(
       executor, [peer]() -> asio::awaitable<void> { return peer->serve(); },
-      asio::bind_executor(strand_, [this, place](std::exception_ptr failure) { end_connection(place, failure); }));
+      asio::bind_executor(strand_,
+                          [this, place](const std::exception_ptr &failure) { end_connection(place, failure); }));
 }
 
-void Server::end_connection(Peers::iterator peer, std::exception_ptr failure) {
+void Server::end_connection(Peers::iterator peer, const std::exception_ptr &failure) {
   peers_.erase(peer);
   metrics_.end_connection();
   room_.cancel();
@@ -182,7 +183,7 @@ void Server::use(std::shared_ptr<Terms> terms) {
   asio::post(strand_, [this, terms = std::move(terms)] { terms_ = terms; });
 }
 
-void Server::on_signals(std::initializer_list<int> signals, std::function<void()> action) {
+void Server::on_signals(std::initializer_list<int> signals, const std::function<void()> &action) {
   asio::signal_set &set = signals_.emplace_back(strand_);
   for (const int signal : signals) set.add(signal);
   await_signal(set, action);

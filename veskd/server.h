@@ -106,7 +106,7 @@ class Server {
   void use(std::shared_ptr<Terms> terms);
 
   // Has a function called each time that one of the signals arrives, while the server runs.
-  void on_signals(std::initializer_list<int> signals, std::function<void()> action);
+  void on_signals(std::initializer_list<int> signals, const std::function<void()> &action);
 
  private:
   void listen(const ServerOptions &options);
@@ -117,7 +117,7 @@ class Server {
   asio::awaitable<void> pause_after(const asio::error_code &error);
   void start_connection(asio::ip::tcp::socket socket);
   using Peers = std::list<std::shared_ptr<Peer>>;
-  void end_connection(Peers::iterator peer, std::exception_ptr failure);
+  void end_connection(Peers::iterator peer, const std::exception_ptr &failure);
   void begin_stop();
   void await_signal(asio::signal_set &signals, const std::function<void()> &action);
   void run_thread();

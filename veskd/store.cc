@@ -98,6 +98,8 @@ class Store::ListReader::Place {
     if (store.num_lists_ == kMaxLists) return nullptr;
     return std::unique_ptr<Place>(new Place(store));
   }
+  Place(const Place &) = delete;
+  Place &operator=(const Place &) = delete;
   ~Place() {
     const std::lock_guard lock(store_.mutex_);
     --store_.num_lists_;
@@ -191,6 +193,7 @@ std::vector<ChangeOutcome> Store::try_commit(const std::deque<Change> &changes) 
   if (transaction.version() != std::ssize(kMigrations))
     throw DatabaseError("another veskd brought it to another version; use that one");
   std::vector<ChangeOutcome> outcomes;
+  outcomes.reserve(changes.size());
   for (const Change &change : changes) outcomes.push_back(try_apply(change));
   transaction.commit();
   return outcomes;

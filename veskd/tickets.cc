@@ -217,7 +217,7 @@ void issue_tickets(SSL_CTX *tls, const TicketOptions &options, const std::filesy
   require_openssl(derive(tickets->secret, "veskd ticket secret", {}, tickets->secret_id), kFailed);
   SSL_CTX_set_timeout(tls, std::min(tickets->rotate, kMaxLifetime).count());
   require_openssl(SSL_CTX_set_ex_data(tls, tickets_index(), tickets.get()) == 1, kFailed);
-  tickets.release();
+  static_cast<void>(tickets.release());  // the context's now
   require_openssl(SSL_CTX_set_tlsext_ticket_key_evp_cb(tls, choose_key) == 1 &&
                       SSL_CTX_set_session_ticket_cb(tls, note_origin, judge_ticket, nullptr) == 1 &&
                       SSL_CTX_set_num_tickets(tls, kNumTickets) == 1,
