@@ -63,6 +63,7 @@ TEST_P(Stages, AServerThatStopsAtAnyPointIsNoticed) {
   for (const Ending &ending : kEndings) {
     // How much of the first flight of some 800 bytes comes: nothing, a header cut short, half.
     for (std::size_t sent : {0, 1, 5, 400}) {
+      const bool waits = ending.status == CONN_ERR_CONNECT_TIMED_OUT;
       Stopwatch watch;
       int status = status_of(
           [&](Line &line) {
@@ -70,11 +71,10 @@ TEST_P(Stages, AServerThatStopsAtAnyPointIsNoticed) {
             line.write_in_clear(handshake.answer(line.read_some()).substr(0, sent));
             ending.end(line);
           },
-          1);
+          waits ? 1 : 10);
       EXPECT_STATUS(ending.status, status) << ending.name << " after " << sent;
-      bool waits = ending.status == CONN_ERR_CONNECT_TIMED_OUT;
       EXPECT_GE(watch.seconds(), waits ? 1.0 : 0.0);
-      EXPECT_LT(watch.seconds(), waits ? 3.0 : 1.0);
+      EXPECT_LT(watch.seconds(), waits ? 3.0 : 5.0);
     }
   }
 }
@@ -197,7 +197,7 @@ TEST(Endpoint, ATimeOutOfZeroIsOverAtOnce) {
   for (int seconds : {0, -1}) {
     Stopwatch watch;
     EXPECT_STATUS(CONN_ERR_CONNECT_TIMED_OUT, status_of([](Line &line) { line.wait_for_end(); }, seconds));
-    EXPECT_LT(watch.seconds(), 1.0);
+    EXPECT_LT(watch.seconds(), 5.0);
   }
 }
 
