@@ -90,7 +90,7 @@ class Stopwatch {
 };
 
 // AddressSanitizer's allocator may be locked by another thread at the moment of a fork, and then stays so in the child.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ADDRESS_SANITIZER
 #define SKIP_WHERE_FORK_MAY_HANG() GTEST_SKIP() << "AddressSanitizer does not support it"
 #else
 #define SKIP_WHERE_FORK_MAY_HANG() static_cast<void>(0)

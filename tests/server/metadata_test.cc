@@ -412,7 +412,7 @@ TEST(MetadataQuery, TakesTheServerTheMemoryOfAPageHoweverManyKeysMeetIt) {
   ASSERT_EQ(query_all(), 0);
   constexpr int kLineBytes = 21 + 7 * (1 + 64) + 1;  // fields of blanks are written whole
   ASSERT_EQ(std::filesystem::file_size(directory / "list"), kNumKeys * kLineBytes);
-#ifndef __SANITIZE_ADDRESS__  // which keeps what was freed
+#ifndef ADDRESS_SANITIZER  // which keeps what was freed
   EXPECT_LT(peak_memory(server.program().pid()) - before, kNumKeys * 1236 / 1024 / 3);
 #endif
 }

@@ -264,20 +264,20 @@ TEST_F(SharedStore, MakesChangesAgainWhoseTransactionWasUndone) {
     const char *name;
     const char *cause;
   };
-  for (const auto &[name, cause] :
+  for (const Case &end :
        {Case{"lost", kEndConnection}, Case{"conflict", "DO $$ BEGIN RAISE EXCEPTION USING ERRCODE = '40001'; END $$"},
         Case{"deadlock", "DO $$ BEGIN RAISE EXCEPTION USING ERRCODE = '40P01'; END $$"}}) {
     int num_runs = 0;
     EXPECT_EQ(outcome_of(store,
                          [&](StoreConnection &connection) {
-                           write_key(connection, name);
-                           if (++num_runs == 1) connection.database.execute(cause);
+                           write_key(connection, end.name);
+                           if (++num_runs == 1) connection.database.execute(end.cause);
                            return true;
                          }),
               ChangeOutcome::kDone)
-        << cause;
-    EXPECT_EQ(num_runs, 2) << cause;
-    EXPECT_TRUE(has_key(store, name)) << cause;
+        << end.name;
+    EXPECT_EQ(num_runs, 2) << end.name;
+    EXPECT_TRUE(has_key(store, end.name)) << end.name;
   }
 }
 
