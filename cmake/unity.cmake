@@ -1,6 +1,7 @@
 # Most of the time that a source takes to compile goes to its headers. The tests, and sanitized programs, are therefore
-# compiled several sources at a time. In the other builds each source of the programs is compiled by itself, which shows an
-# include that is missing, and those of the libraries always are: a program may bring functions of its own in place of some.
+# compiled several sources at a time. In the other builds nearly each source of the programs is compiled by itself, which shows
+# an include that is missing, and those of the libraries always are: a program may bring functions of its own in place of
+# some.
 
 # From here on in the calling directory and below.
 macro(compile_together num_sources)
