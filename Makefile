@@ -19,6 +19,7 @@ SHELL := /bin/bash
 PACKAGES := $(shell sed 's/\#.*//' packages.txt)
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 SOURCES = $(shell git ls-files '*.h' '*.cc' '*.c')
+PRODUCT_SOURCES = $(filter orn/%.cc vesk/%.cc veskd/%.cc,$(SOURCES))
 
 FUZZ_TARGETS := replies requests command_files certificates configuration
 FUZZ_SECONDS ?= 600
@@ -95,12 +96,11 @@ tidy: build-release
 
 # The same over the programs too, which takes many minutes.
 tidy-all: build-release
-	@printf '%s\n' $(filter orn/%.cc vesk/%.cc veskd/%.cc,$(SOURCES)) |
-	  xargs -P2 -n4 clang-tidy -p build/release --quiet 2> /dev/null
+	@printf '%s\n' $(PRODUCT_SOURCES) | xargs -P2 -n4 clang-tidy -p build/release --quiet 2> /dev/null
 
 cppcheck: packages
-	@cppcheck --quiet -j2 --std=c++20 --language=c++ -I. --enable=warning,performance,portability \
-	  --suppressions-list=cppcheck.txt --inline-suppr --error-exitcode=1 orn vesk veskd
+	@printf '%s\n' $(PRODUCT_SOURCES) | xargs -P2 -n16 cppcheck --quiet --std=c++20 --language=c++ -I. \
+	  --enable=warning,performance,portability --suppressions-list=cppcheck.txt --inline-suppr --error-exitcode=1
 
 check-format: packages
 	@clang-format --dry-run --Werror $(SOURCES)

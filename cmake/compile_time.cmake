@@ -1,7 +1,8 @@
-# Most of the time that a source takes to compile goes to its headers. The tests, and sanitized programs, are therefore
-# compiled several sources at a time. In the other builds nearly each source of the programs is compiled by itself, which shows
-# an include that is missing, and those of the libraries always are: a program may bring functions of its own in place of
-# some.
+# Most of the time that a source takes to compile goes to its headers. What most sources of the programs and of their tests
+# include is therefore compiled once, and the tests, and sanitized programs, are compiled several sources at a time. Sources of
+# the libraries are always compiled by themselves: a program may bring functions of its own in place of some.
+set(COMMON_HEADERS <algorithm> <array> <chrono> <filesystem> <functional> <memory> <optional> <string> <string_view>
+  <utility> <vector>)
 
 # From here on in the calling directory and below.
 macro(compile_together num_sources)
