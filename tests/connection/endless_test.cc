@@ -75,7 +75,7 @@ TEST(SlowServer, DoesNotProlongARead) {
   const Stopwatch watch;
   EXPECT_STATUS(CONN_ERR_READ_TIMED_OUT, client.read(100'000, 1));
   EXPECT_GE(watch.seconds(), 1.0);
-  EXPECT_LT(watch.seconds(), 5.0);
+  EXPECT_LT(watch.seconds(), kAtLatest);
   EXPECT_FALSE(client.received().empty());
 }
 
@@ -108,7 +108,7 @@ TEST(EndlessServer, DoesNotProlongACall) {
   ASSERT_EQ(0, SetupCertificates(&paths, world().folder.path("").c_str(), "authority.pem", "client.pem", "key.pem"));
   const Stopwatch watch;
   EXPECT_STATUS(0, qAdminNoop(&paths, "127.0.0.1", static_cast<uint32_t>(std::stoul(server.port()))));
-  EXPECT_LT(watch.seconds(), 10.0);
+  EXPECT_LT(watch.seconds(), kAtLatest);
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ TEST_P(Stages, AServerThatStopsAtAnyPointIsNoticed) {
           waits ? 1 : 10);
       EXPECT_STATUS(ending.status, status) << ending.name << " after " << sent;
       EXPECT_GE(watch.seconds(), waits ? 1.0 : 0.0);
-      EXPECT_LT(watch.seconds(), waits ? 3.0 : 5.0);
+      EXPECT_LT(watch.seconds(), kAtLatest);
     }
   }
 }
@@ -105,7 +105,7 @@ TEST(Handshake, WhatDoesNotSpeakTlsIsNoticedAtItsFirstByte) {
                     line.wait_for_end();
                   }))
         << greeting;
-    EXPECT_LT(watch.seconds(), 2.0);
+    EXPECT_LT(watch.seconds(), kAtLatest);
   }
 }
 
@@ -197,7 +197,7 @@ TEST(Endpoint, ATimeOutOfZeroIsOverAtOnce) {
   for (int seconds : {0, -1}) {
     Stopwatch watch;
     EXPECT_STATUS(CONN_ERR_CONNECT_TIMED_OUT, status_of([](Line &line) { line.wait_for_end(); }, seconds));
-    EXPECT_LT(watch.seconds(), 5.0);
+    EXPECT_LT(watch.seconds(), kAtLatest);
   }
 }
 
@@ -209,12 +209,12 @@ TEST(Signals, NeitherShortenNorLengthenATimeOut) {
   Stopwatch connecting;
   EXPECT_STATUS(CONN_ERR_CONNECT_TIMED_OUT, world().connect(client, silent, "127.0.0.1", 1));
   EXPECT_GE(connecting.seconds(), 1.0);
-  EXPECT_LT(connecting.seconds(), 3.0);
+  EXPECT_LT(connecting.seconds(), kAtLatest);
   ASSERT_STATUS(0, world().connect(client, server));
   Stopwatch reading;
   EXPECT_STATUS(CONN_ERR_READ_TIMED_OUT, client.read(1, 1));
   EXPECT_GE(reading.seconds(), 1.0);
-  EXPECT_LT(reading.seconds(), 3.0);
+  EXPECT_LT(reading.seconds(), kAtLatest);
 }
 
 }  // namespace

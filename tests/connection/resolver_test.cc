@@ -163,7 +163,7 @@ TEST(Resolver, ALookupThatHangsEndsAtTheTimeOut) {
   const Stopwatch watch;
   EXPECT_STATUS(CONN_ERR_CONNECT_TIMED_OUT, status_of_name("some-host", "4433", 1));
   EXPECT_GE(watch.seconds(), 1.0);
-  EXPECT_LT(watch.seconds(), 3.0);
+  EXPECT_LT(watch.seconds(), kAtLatest);
 }
 
 // The dot that ends a complete name stands neither in certificates nor in what the server is told.
@@ -224,7 +224,7 @@ TEST(Resolver, SignalsNeitherShortenNorLengthenAnAttempt) {
   const Stopwatch watch;
   EXPECT_STATUS(CONN_ERR_CONNECT_TIMED_OUT, status_of_name("localhost", server.port(), 1));
   EXPECT_GE(watch.seconds(), 1.0);
-  EXPECT_LT(watch.seconds(), 3.0);
+  EXPECT_LT(watch.seconds(), kAtLatest);
 }
 
 TEST(Resolver, AnAddressThatSwallowsPacketsLeavesTimeForTheOthers) {
@@ -235,9 +235,9 @@ TEST(Resolver, AnAddressThatSwallowsPacketsLeavesTimeForTheOthers) {
   EXPECT_STATUS(CONN_ERR_CONNECT_TIMED_OUT, status_of_name("localhost", server.port(), 1));
   played = {0, {"127.0.0.2", "127.0.0.1"}};
   const Stopwatch watch;
-  EXPECT_STATUS(0, status_of_name("localhost", server.port(), 4));
+  EXPECT_STATUS(0, status_of_name("localhost", server.port(), 6));
   EXPECT_GE(watch.seconds(), 1.0) << "the first address did not swallow";
-  EXPECT_LT(watch.seconds(), 4.0);
+  EXPECT_LT(watch.seconds(), 6.0);
 }
 
 // As a machine without IPv6 has none to the IPv6 addresses of a name: what the others say counts.
